@@ -1,0 +1,504 @@
+// Requests and results, the table base with its config reaction, banks, and the
+// single-width table.
+#include "MultiHashTable.h"
+
+#include <string>
+
+#include "fwk/Assert.h"
+#include "fwk/Error.h"
+#include "fwk/Registry.h"
+#include "fwk/Trace.h"
+
+namespace TesselCentral {
+
+namespace {
+
+// Each keyed collection mixes its own constant into the process seed, so that
+// collections holding the same keys spread them differently.
+constexpr U32 configSeed = 0xC0F16A11u;
+constexpr U32 statusSeed = 0x57A7F5E5u;
+constexpr U32 hashTableEntrySeed = 0xE27E1D00u;
+constexpr U32 singleWideBankSeed = 0xBA2C0001u;
+
+bool sameHashes(const HashEntryKey& a, const HashEntryKey& b) noexcept {
+  return a.crc16() == b.crc16() && a.crc32() == b.crc32();
+}
+
+// The default key marks a free slot in the single-width table.
+bool isEmptyMarker(const HashEntryKey& key) noexcept { return key == HashEntryKey(); }
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------
+// Requests and results
+
+namespace detail {
+
+void PublishedEntryIds::is(const HashEntryKey& key, EntryId id, const Fwk::Publisher& publisher) {
+  auto [value, added] = members_.findOrInsert(key);
+  if (added) {
+    *value = id;
+    publisher.publish(HashEntryConfig::configAttrId, &key, nullptr);
+    return;
+  }
+  if (*value == id) return;
+  const EntryId previous = *value;
+  *value = id;
+  publisher.publish(HashEntryConfig::configAttrId, &key, &previous);
+}
+
+EntryId PublishedEntryIds::del(const HashEntryKey& key, const Fwk::Publisher& publisher) {
+  EntryId removed;
+  if (!members_.delInto(key, removed)) return EntryId();
+  publisher.publish(HashEntryConfig::configAttrId, &key, &removed);
+  return removed;
+}
+
+void PublishedEntryIds::delAll(const Fwk::Publisher& publisher) {
+  if (publisher.subscribers() == 0) {
+    members_.delAll();
+    return;
+  }
+  // The iterator survives the deletion of the member it stands on.
+  for (auto it = members_.begin(); it != members_.end(); ++it) {
+    const HashEntryKey key = it->key;
+    del(key, publisher);
+  }
+}
+
+}  // namespace detail
+
+HashEntryConfig::HashEntryConfig() : config_(configSeed) {}
+
+HashEntryConfig::~HashEntryConfig() { notificationActiveIs(false); }
+
+Ptr<HashEntryConfig> HashEntryConfig::HashEntryConfigIs() { return Fwk::adoptTracked(new HashEntryConfig()); }
+
+Ptr<HashEntryConfig> hashEntryConfigFactory() { return HashEntryConfig::HashEntryConfigIs(); }
+
+HashEntryStatus::HashEntryStatus() : status_(statusSeed) {}
+
+HashEntryStatus::~HashEntryStatus() { notificationActiveIs(false); }
+
+Ptr<HashEntryStatus> HashEntryStatus::HashEntryStatusIs() { return Fwk::adoptTracked(new HashEntryStatus()); }
+
+Ptr<HashEntryStatus> hashEntryStatusFactory() { return HashEntryStatus::HashEntryStatusIs(); }
+
+// ---------------------------------------------------------------------------------------
+// Table base
+
+MultiHashTableBase::MultiHashTableBase(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
+                                       Ptr<const HashEntryConfig> hashEntryConfig,
+                                       Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps)
+    : numBanks_(numBanks),
+      numBuckets_(numBuckets),
+      numBucketEntries_(numBucketEntries),
+      hashEntryConfig_(std::move(hashEntryConfig)),
+      hashEntryStatus_(std::move(hashEntryStatus)),
+      maxRecursiveSteps_(maxRecursiveSteps),
+      hashTableEntry_(hashTableEntrySeed) {
+  if (hashEntryConfig_) hashEntryConfig_->publisher().subscriberIs(*this);
+}
+
+MultiHashTableBase::~MultiHashTableBase() {
+  retireReactors();
+  if (subscribed()) hashEntryConfig_->publisher().subscriberDel(*this);
+  hashTableEntry_.delAll();
+  hashEntryStatus_ = nullptr;
+  hashEntryConfig_ = nullptr;
+}
+
+void MultiHashTableBase::retireReactors() {
+  if (notificationActive()) MultiHashTableBase::hasNotificationActiveIs(false);
+  reactorsRetiredIs(true);
+}
+
+bool MultiHashTableBase::subscribed() const noexcept {
+  return hashEntryConfig_ && hashEntryConfig_->publisher().subscriberHas(*this);
+}
+
+Ptr<MultiHashTableBase> MultiHashTableBase::MultiHashTableBaseIs(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
+                                                                 Ptr<const HashEntryConfig> hashEntryConfig,
+                                                                 Ptr<HashEntryStatus> hashEntryStatus,
+                                                                 U32 maxRecursiveSteps) {
+  return Fwk::adoptTracked(new MultiHashTableBase(
+      numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig), std::move(hashEntryStatus),
+      maxRecursiveSteps));
+}
+
+Ptr<MultiHashTableBase> multiHashTableBaseFactory(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
+                                                  Ptr<const HashEntryConfig> hashEntryConfig,
+                                                  Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps) {
+  return MultiHashTableBase::MultiHashTableBaseIs(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig),
+                                                  std::move(hashEntryStatus), maxRecursiveSteps);
+}
+
+void MultiHashTableBase::hasNotificationActiveIs(bool active) {
+  if (active == notificationActive()) return;
+  notificationActiveIs(active);
+  if (!hashEntryConfig_) return;
+  Fwk::Publisher& publisher = hashEntryConfig_->publisher();
+  if (active) {
+    if (!publisher.subscriberHas(*this)) publisher.subscriberIs(*this);
+  } else {
+    if (publisher.subscriberHas(*this)) publisher.subscriberDel(*this);
+  }
+}
+
+void MultiHashTableBase::hashEntryConfigDispatch(const Fwk::Notification& n) noexcept {
+  if (n.attribute != HashEntryConfig::configAttrId || reactorsRetired()) return;
+  handleHashUpdate(*static_cast<const HashEntryKey*>(n.key));
+}
+
+void MultiHashTableBase::handleHashUpdate(const HashEntryKey& key) {
+  MHT_TRACE(1, "MultiHashTableBase::" << "handleHashUpdate" << " key: " << key);
+  const EntryId* requested = hashEntryConfig_->configFind(key);
+  if (requested == nullptr) {
+    MHT_ASSERT(hashEntryStatus()->statusHas( key ));
+    removeEntry(key);
+    return;
+  }
+  const EntryId wanted = *requested;
+  if (wanted.isValid()) {
+    if (hashEntryStatus_->status(key) == wanted) return;
+    insertEntryWithId(key, wanted);
+    return;
+  }
+  insertEntry(key, noBankToAvoid, maxRecursiveSteps_);
+  checkSanity();
+}
+
+void MultiHashTableBase::handleHashUpdate() {
+  MHT_TRACE(1, "handleHashUpdate");
+  for (const auto& request : hashEntryConfig_->configCollection()) {
+    const HashEntryKey key = request.key;
+    handleHashUpdate(key);
+  }
+}
+
+U32 MultiHashTableBase::insertEntry(const HashEntryKey&, U32, U32) {
+  MHT_ASSERT(0 && "Derived class needs to implement this");
+  return 0;
+}
+
+bool MultiHashTableBase::checkEntryIdValidity(const HashEntryKey&, EntryId) {
+  MHT_ASSERT(0 && "Derived class needs to implement this");
+  return false;
+}
+
+void MultiHashTableBase::insertEntryWithId(const HashEntryKey&, EntryId) {
+  MHT_ASSERT(0 && "Derived class needs to implement this");
+}
+
+void MultiHashTableBase::removeEntry(const HashEntryKey&) { MHT_ASSERT(0 && "Derived class needs to implement this"); }
+
+void MultiHashTableBase::checkSanity() { MHT_TRACE(1, "virtual void TesselCentral::MultiHashTableBase::checkSanity()"); }
+
+// ---------------------------------------------------------------------------------------
+// Bank
+
+Bank::Bank(HashEntryType baseEntryType, U32 bankId, U32 numBuckets, U32 bucketSize, HashFunc hashFunc, U32 hashOffSet,
+           U32 hashBits, U32 hashMask)
+    : baseEntryType_(baseEntryType),
+      bankId_(bankId),
+      numBuckets_(numBuckets),
+      bucketSize_(bucketSize),
+      hashFunc_(hashFunc),
+      hashOffSet_(hashOffSet),
+      hashBits_(hashBits),
+      hashMask_(hashMask) {}
+
+Ptr<Bank> Bank::BankIs(HashEntryType baseEntryType, U32 bankId, U32 numBuckets, U32 bucketSize, HashFunc hashFunc,
+                       U32 hashOffSet, U32 hashBits, U32 hashMask) {
+  return Fwk::adoptTracked(
+      new Bank(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits, hashMask));
+}
+
+Ptr<Bank> bankFactory(HashEntryType baseEntryType, U32 bankId, U32 numBuckets, U32 bucketSize, HashFunc hashFunc,
+                      U32 hashOffSet, U32 hashBits, U32 hashMask) {
+  return Bank::BankIs(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits, hashMask);
+}
+
+U32 Bank::debugBucketId(U32 debugCrcInc) const noexcept {
+  // The index bit on which the 64-bit hash word's top bit lands after the shift.
+  const auto topBit = static_cast<U32>((U64{1} << 63) >> (hashOffSet_ & 63));
+  return (debugCrcInc | topBit) & hashMask_;
+}
+
+U32 Bank::calcBucketId(U16 crc16, U32 crc32, HashEntryType, bool debugEnabled, U32 debugCrcInc) {
+  if (debugEnabled) return debugBucketId(debugCrcInc);
+  // Shift counts wrap like the hardware's: 32-bit shifts modulo 32, 64-bit modulo 64.
+  U32 raw = 0;
+  switch (hashFunc_) {
+    case HashFunc::hashCrc32Upper:
+      raw = crc32 >> ((32 - hashBits_) & 31);
+      break;
+    case HashFunc::hashCrc32Lower:
+      raw = crc32;
+      break;
+    case HashFunc::hashLsb:
+      MHT_ASSERT(0);
+      break;
+    case HashFunc::hashCrc16Lower:
+      raw = crc16;
+      break;
+    case HashFunc::hashCrc16Upper:
+      raw = U32{crc16} >> ((16 - hashBits_) & 31);
+      break;
+    case HashFunc::hashCrc64:
+      raw = static_cast<U32>(((U64{crc32} << 32) | crc32) >> (hashOffSet_ & 63));
+      break;
+    case HashFunc::hashCrc32And16:
+      raw = static_cast<U32>(((U64{crc16} << 32) | crc32) >> (hashOffSet_ & 63));
+      break;
+    case HashFunc::hashInvalid:
+    case HashFunc::hashCount:
+    default:
+      raw = 0;
+      break;
+  }
+  const U32 bucketId = raw & hashMask_;
+  MHT_TRACE(2, "Bank::" << "calcBucketId" << " bucketId: " << bucketId);
+  return bucketId;
+}
+
+// ---------------------------------------------------------------------------------------
+// Single-width table
+
+MultiHashTable::MultiHashTable(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
+                               Ptr<const HashEntryConfig> hashEntryConfig, Ptr<HashEntryStatus> hashEntryStatus,
+                               U32 maxRecursiveSteps, bool bucketSpanBanks)
+    : MultiHashTableBase(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig),
+                         std::move(hashEntryStatus), maxRecursiveSteps),
+      bucketSpanBanks_(bucketSpanBanks),
+      bank_(singleWideBankSeed) {
+  handleInitialized();
+}
+
+MultiHashTable::~MultiHashTable() {
+  retireReactors();
+  bank_.delAll();
+}
+
+Ptr<MultiHashTable> MultiHashTable::MultiHashTableIs(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
+                                                     Ptr<const HashEntryConfig> hashEntryConfig,
+                                                     Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps,
+                                                     bool bucketSpanBanks) {
+  auto table = Fwk::adoptTracked(new MultiHashTable(numBanks, numBuckets, numBucketEntries,
+                                                             std::move(hashEntryConfig), std::move(hashEntryStatus),
+                                                             maxRecursiveSteps, bucketSpanBanks));
+  table->hasNotificationActiveIs(true);
+  return table;
+}
+
+Ptr<MultiHashTable> multiHashTableFactory(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
+                                          Ptr<const HashEntryConfig> hashEntryConfig,
+                                          Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps,
+                                          bool bucketSpanBanks) {
+  return MultiHashTable::MultiHashTableIs(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig),
+                                          std::move(hashEntryStatus), maxRecursiveSteps, bucketSpanBanks);
+}
+
+void MultiHashTable::handleInitialized() {
+  MHT_TRACE(1, "void TesselCentral::MultiHashTable::handleInitialized()");
+}
+
+void MultiHashTable::hasNotificationActiveIs(bool active) {
+  if (active == notificationActive()) return;
+  MultiHashTableBase::hasNotificationActiveIs(active);
+}
+
+namespace {
+
+template <class T>
+void checkSameAttribute(std::string_view typeName, std::string_view attribute, const T& existing,
+                        const T& requested) {
+  if (existing == requested) return;
+  throw Fwk::ReinstantiationError(typeName, attribute, Fwk::toText(existing), Fwk::toText(requested));
+}
+
+}  // namespace
+
+Ptr<Bank> MultiHashTable::bankIs(HashEntryType baseEntryType, U32 bankId, U32 numBuckets, U32 bucketSize,
+                                 HashFunc hashFunc, U32 hashOffSet, U32 hashBits, U32 hashMask) {
+  if (const Ptr<Bank>* existing = bank_.find(bankId)) {
+    const Bank& b = **existing;
+    constexpr std::string_view type = "TesselCentral::Bank";
+    checkSameAttribute(type, "baseEntryType", b.baseEntryType(), baseEntryType);
+    checkSameAttribute(type, "numBuckets", b.numBuckets(), numBuckets);
+    checkSameAttribute(type, "bucketSize", b.bucketSize(), bucketSize);
+    checkSameAttribute(type, "hashFunc", b.hashFunc(), hashFunc);
+    checkSameAttribute(type, "hashOffSet", b.hashOffSet(), hashOffSet);
+    checkSameAttribute(type, "hashBits", b.hashBits(), hashBits);
+    checkSameAttribute(type, "hashMask", b.hashMask(), hashMask);
+    return *existing;
+  }
+  Ptr<Bank> created = bankFactory(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits,
+                                  hashMask);
+  bank_.is(bankId, created);
+  return created;
+}
+
+Ptr<Bank> MultiHashTable::bankDel(U32 bankId) { return bank_.del(bankId); }
+
+void MultiHashTable::bankDelAll() { bank_.delAll(); }
+
+EntryId MultiHashTable::calcEntryId(U32 bankId, U32 bucketId, SlotId slot) const {
+  const U32 id = bucketSpanBanks_ ? (bucketId * numBanks() + bankId) * numBucketEntries() + slot.value()
+                                  : (bankId * numBuckets() + bucketId) * numBucketEntries() + slot.value();
+  const EntryId eId(id);
+  MHT_TRACE(2, "calcEntryId" << " Bank " << bankId << ", Bucket " << bucketId << ", Slot " << slot << ", Pos "
+                             << eId);
+  return eId;
+}
+
+Bank& MultiHashTable::bankAt(U32 bankId) const noexcept {
+  // Every index below numBanks must hold a bank before keys are placed.
+  return **bank_.find(bankId);
+}
+
+U32 MultiHashTable::bucketOf(const HashEntryKey& key, U32 bankId) const {
+  return bankAt(bankId).calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
+}
+
+U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep) {
+  MHT_TRACE(2, "insertEntry" << " Insert key: " << key);
+  HashEntryStatus& status = *hashEntryStatus();
+  // A key that failed once is tried again only after its request is deleted and re-added.
+  if (const EntryId* current = status.statusFind(key); current != nullptr && !current->isValid()) return 0;
+
+  EntryId chosen;
+  const auto place = [&] {
+    hashTableEntryIs(chosen, key);
+    numInsertionsInc(1);
+    MHT_TRACE(2, "insertEntry" << " Insert key: " << key << " at eId: " << chosen);
+    status.statusIs(key, chosen);
+    return 0u;
+  };
+
+  // First pass: a free slot, or the key itself, slot by slot. The free test comes first,
+  // so a key already placed moves into a free slot that precedes its own.
+  for (U32 b = 0; b < numBanks(); ++b) {
+    const U32 bucket = bucketOf(key, b);
+    for (U32 s = 0; s < numBucketEntries(); ++s) {
+      const EntryId e = calcEntryId(b, bucket, SlotId(static_cast<U8>(s)));
+      const HashEntryKey* stored = hashTableEntryFind(e);
+      MHT_TRACE(2, "insertEntry" << "hashTableEntry( " << e << " ) " << (stored ? *stored : HashEntryKey()));
+      if (stored == nullptr || isEmptyMarker(*stored)) {
+        chosen = e;
+        return place();
+      }
+      if (!sameHashes(*stored, key)) continue;
+      if (key.crc16() == 0 && key.crc32() == 0) {
+        if (e.value() == 1) {
+          MHT_TRACE(2, "Special case of key being zero, hashing to key: " << e);
+          chosen = e;
+          return place();
+        }
+        break;
+      }
+      // Only crc16 and crc32 are compared: a key with the same hashes counts as this one.
+      MHT_TRACE(2, "insertEntry" << " Found existing key: " << e);
+      status.statusIs(key, e);
+      return 0;
+    }
+  }
+
+  // Second pass: make room by moving an occupant, bank 0 to bank 1 and any other bank to 0.
+  if (numBanks() >= 2) {
+    for (U32 b = 0; b < numBanks(); ++b) {
+      const U32 bucket = bucketOf(key, b);
+      for (U32 s = 0; s < numBucketEntries(); ++s) {
+        const EntryId eId = calcEntryId(b, bucket, SlotId(static_cast<U8>(s)));
+        if (!rehashEntry(eId, b == 0 ? 1 : 0, recursionStep, key.entryType())) continue;
+        MHT_ASSERT(! hashTableEntryHas( eId ));
+        chosen = eId;
+        return place();
+      }
+    }
+  }
+
+  MHT_TRACE(2, "insertEntry" << "Failed to find empty slot for key: " << key);
+  status.statusIs(key, EntryId());
+  return 0;
+}
+
+bool MultiHashTable::rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining, HashEntryType entryType) {
+  MHT_TRACE(2, "rehashEntry" << " rehash eId: " << eId << " to bank " << targetBank << " with " << stepsRemaining
+                             << " steps remaining");
+  const HashEntryKey* occupant = hashTableEntryFind(eId);
+  if (occupant == nullptr) return true;
+  const HashEntryKey moving = *occupant;
+  const U32 bucket = bucketOf(moving, targetBank);
+
+  // Here only an absent entry is free; the default-key marker does not count.
+  bool found = false;
+  EntryId target;
+  for (U32 s = 0; s < numBucketEntries() && !found; ++s) {
+    const EntryId t = calcEntryId(targetBank, bucket, SlotId(static_cast<U8>(s)));
+    if (!hashTableEntryHas(t)) {
+      target = t;
+      found = true;
+    }
+  }
+  if (stepsRemaining == 0) return false;  // even a direct move costs a step
+  if (!found) {
+    if (numBucketEntries() == 0) return false;
+    const U32 nextBank = targetBank == 0 ? 1 : 0;
+    for (U32 s = 0; s < numBucketEntries() && !found; ++s) {
+      const EntryId t = calcEntryId(targetBank, bucket, SlotId(static_cast<U8>(s)));
+      if (rehashEntry(t, nextBank, stepsRemaining - 1, entryType)) {
+        target = t;
+        found = true;
+      }
+    }
+    if (!found) return false;
+  }
+
+  hashTableEntryDel(eId);
+  hashTableEntryIs(target, moving);
+  hashEntryStatus()->statusIs(moving, target);
+  numMovesInc(1);
+  MHT_TRACE(2, "rehashEntry" << " Insert key: " << moving << " at eId: " << target);
+  return true;
+}
+
+bool MultiHashTable::checkEntryIdValidity(const HashEntryKey& key, EntryId eId) {
+  for (U32 b = 0; b < numBanks(); ++b) {
+    const U32 bucket = bucketOf(key, b);
+    for (U32 s = 0; s < numBucketEntries(); ++s) {
+      if (calcEntryId(b, bucket, SlotId(static_cast<U8>(s))) == eId) return true;
+    }
+  }
+  return false;
+}
+
+void MultiHashTable::insertEntryWithId(const HashEntryKey& key, EntryId eId) {
+  MHT_TRACE(2, "insertEntryWithId" << " Insert key: " << key << " eId: " << eId);
+  MHT_ASSERT(checkEntryIdValidity( key, eId ));
+  // A position held by another key is never taken over by a request.
+  if (const HashEntryKey* held = hashTableEntryFind(eId); held != nullptr && !isEmptyMarker(*held)) {
+    if (!sameHashes(*held, key)) MHT_ASSERT(false);
+  }
+  hashTableEntryIs(eId, key);
+  numInsertionsInc(1);
+  // The key's previous position, if any, stays recorded until its request is deleted.
+  hashEntryStatus()->statusIs(key, eId);
+}
+
+void MultiHashTable::removeEntry(const HashEntryKey& key) {
+  MHT_TRACE(1, "removeEntry" << " Key: " << key);
+  HashEntryStatus& status = *hashEntryStatus();
+  const EntryId* current = status.statusFind(key);
+  if (current == nullptr) return;
+  const EntryId e = *current;
+  MHT_TRACE(1, "removeEntry" << " entryId: " << e);
+  // The position is freed whoever holds it.
+  if (hashTableEntryHas(e)) {
+    hashTableEntryDel(e);
+    numDeletionsInc(1);
+  }
+  status.statusDel(key);
+}
+
+}  // namespace TesselCentral

@@ -1,0 +1,15 @@
+# Warnings and sanitizers for the project's own targets. Third-party code is not affected.
+add_library(mht_project_options INTERFACE)
+target_compile_options(mht_project_options INTERFACE
+  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Wold-style-cast)
+
+if(MHT_SANITIZE)
+  set(MHT_SANITIZER_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_compile_options(mht_project_options INTERFACE ${MHT_SANITIZER_FLAGS})
+  target_link_options(mht_project_options INTERFACE ${MHT_SANITIZER_FLAGS})
+endif()
+
+# Applies the project's options to a target without exporting them to clients.
+function(mht_apply_project_options target)
+  target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:mht_project_options>)
+endfunction()

@@ -1,0 +1,88 @@
+// Shared helpers of the unit tests: trace capture, status recording and death-test text.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "MultiHashTable.h"
+#include "fwk/Notification.h"
+#include "fwk/Trace.h"
+
+namespace TesselCentral::test {
+
+// Captures the library's trace at the given level mask for the life of the object.
+class TraceCapture {
+public:
+  explicit TraceCapture(U32 levelMask) : previousMask_(multiHashTableTrace().levelMask()) {
+    multiHashTableTrace().sinkIs(&sink_);
+    multiHashTableTrace().levelMaskIs(levelMask);
+  }
+  ~TraceCapture() {
+    multiHashTableTrace().levelMaskIs(previousMask_);
+    multiHashTableTrace().sinkIs(nullptr);
+  }
+  TraceCapture(const TraceCapture&) = delete;
+  TraceCapture& operator=(const TraceCapture&) = delete;
+
+  const Fwk::MemoryTraceSink& sink() const noexcept { return sink_; }
+  std::vector<std::string> texts(unsigned level) const { return sink_.texts(level); }
+  std::vector<std::string> texts() const { return sink_.texts(); }
+  void clear() noexcept { sink_.clear(); }
+
+private:
+  Fwk::MemoryTraceSink sink_;
+  U32 previousMask_;
+};
+
+inline constexpr U32 levelBit(unsigned level) noexcept { return U32{1} << level; }
+
+// Records every publication of a HashEntryStatus (or HashEntryConfig): the key, the
+// new value as the collection holds it after the change, and the previous value.
+class ChangeRecorder : public Fwk::Reactor {
+public:
+  struct Change {
+    HashEntryKey key;
+    bool hadPrevious;
+    EntryId previous;
+    bool present;  // whether the key is in the collection after the change
+    EntryId current;
+    Fwk::AttrId attribute;
+  };
+
+  explicit ChangeRecorder(const HashEntryStatus& status) : status_(&status) { status.publisher().subscriberIs(*this); }
+  explicit ChangeRecorder(const HashEntryConfig& config) : config_(&config) { config.publisher().subscriberIs(*this); }
+
+  void onNotification(const Fwk::Notification& n) override {
+    const auto& key = *static_cast<const HashEntryKey*>(n.key);
+    const EntryId* now = status_ ? status_->statusFind(key) : config_->configFind(key);
+    changes.push_back(Change{key, n.previous != nullptr,
+                             n.previous ? *static_cast<const EntryId*>(n.previous) : EntryId(), now != nullptr,
+                             now ? *now : EntryId(), n.attribute});
+  }
+
+  std::vector<Change> changes;
+
+private:
+  const HashEntryStatus* status_ = nullptr;
+  const HashEntryConfig* config_ = nullptr;
+};
+
+// Escapes a text so that a death test matches it literally.
+inline std::string literal(std::string_view text) {
+  std::string out;
+  for (char c : text) {
+    if (std::string_view("\\^$.|?*+()[]{}").find(c) != std::string_view::npos) out += '\\';
+    out += c;
+  }
+  return out;
+}
+
+// The death-test pattern of a failed assertion with the given condition text.
+inline std::string assertionFailure(std::string_view condition) {
+  return "Assertion `" + literal(condition) + "' failed";
+}
+
+}  // namespace TesselCentral::test
