@@ -1,0 +1,22 @@
+# Thin wrapper over the CMake presets. `make run` builds and runs the main job,
+# `make test` builds and runs every test; both install what they need first.
+.PHONY: all setup run test test-debug clean
+
+all: test
+
+setup:
+	@scripts/setup.sh
+
+run: setup
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release --target quickstart
+	@./build/release/examples/quickstart
+
+test: setup
+	@cmake --workflow --preset release
+
+test-debug: setup
+	@cmake --workflow --preset debug
+
+clean:
+	rm -rf build
