@@ -12,12 +12,20 @@
 #include "fwk/Text.h"
 #include "fwk/Trace.h"
 
-namespace TesselCentral {
-
+// The platform's fixed-width names. They live in the global namespace, as the platform's
+// do, so that an assertion report's function signature reads "U32", not
+// "TesselCentral::U32"; the library names them through the using-declarations below.
 using U8 = std::uint8_t;
 using U16 = std::uint16_t;
 using U32 = std::uint32_t;
 using U64 = std::uint64_t;
+
+namespace TesselCentral {
+
+using ::U8;
+using ::U16;
+using ::U32;
+using ::U64;
 
 // The platform's slot number: eight bits that print as a decimal number, not a character.
 class SlotId {

@@ -96,10 +96,18 @@ concept TextValue = requires(std::string_view s, std::ostream& os, const T& v) {
   os << v;
 };
 
+// A value whose operator<< is a short form of its own (EntryId prints a bare number)
+// offers text() for the generic form, which is what parse reads back.
 template <TextValue T>
 struct TextTraits<T> {
   static std::string_view typeName() { return T::typeName(); }
-  static void print(std::ostream& os, const T& v) { os << v; }
+  static void print(std::ostream& os, const T& v) {
+    if constexpr (requires { { v.text() } -> std::convertible_to<std::string_view>; }) {
+      os << v.text();
+    } else {
+      os << v;
+    }
+  }
   static T parse(std::string_view text, const ParseContext&) { return T::fromText(text); }
 };
 

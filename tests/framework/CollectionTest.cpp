@@ -1,0 +1,350 @@
+#include "fwk/Collection.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <vector>
+
+#include "MultiHashTableTypes.h"
+#include "fwk/Entity.h"
+#include "fwk/Hash.h"
+
+namespace {
+
+using TesselCentral::EntryId;
+using TesselCentral::HashEntryKey;
+using TesselCentral::HashEntryType;
+using TesselCentral::U32;
+
+using KeyToId = Fwk::HashMap<HashEntryKey, EntryId>;
+using IdToKey = Fwk::HashMap<EntryId, HashEntryKey>;
+using Numbers = Fwk::HashMap<U32, U32>;
+
+HashEntryKey keyNumber(U32 i) {
+  return HashEntryKey(static_cast<std::uint16_t>(i * 7919u), i * 2654435761u, i % 3,
+                      (i % 2) ? HashEntryType::singleWide : HashEntryType::doubleWide);
+}
+
+template <class K, class V>
+std::vector<K> keysInOrder(const Fwk::HashMap<K, V>& map) {
+  std::vector<K> keys;
+  for (const auto& e : map) keys.push_back(e.key);
+  return keys;
+}
+
+class Counted : public Fwk::Entity {
+public:
+  explicit Counted(int* destroyed) : destroyed_(destroyed) {}
+  ~Counted() override { ++*destroyed_; }
+
+private:
+  int* destroyed_;
+};
+
+TEST(HashMap, NewMapIsEmpty) {
+  const KeyToId map(1);
+  EXPECT_TRUE(map.empty());
+  EXPECT_EQ(map.size(), 0u);
+  EXPECT_EQ(map.begin(), map.end());
+  EXPECT_FALSE(map.has(HashEntryKey()));
+  EXPECT_EQ(map.find(HashEntryKey()), nullptr);
+}
+
+TEST(HashMap, IsInsertsAndOverwrites) {
+  KeyToId map(1);
+  const HashEntryKey key(1, 2, 3, HashEntryType::singleWide);
+  map.is(key, EntryId(10));
+  EXPECT_EQ(map.size(), 1u);
+  EXPECT_EQ(map.get(key), EntryId(10));
+  map.is(key, EntryId(11));
+  EXPECT_EQ(map.size(), 1u);
+  EXPECT_EQ(map.get(key), EntryId(11));
+}
+
+TEST(HashMap, GetOfAbsentKeyGivesTheValueTypesDefault) {
+  const KeyToId ids(1);
+  EXPECT_EQ(ids.get(HashEntryKey(1, 2, 3, HashEntryType::singleWide)), EntryId());
+  EXPECT_FALSE(ids.get(HashEntryKey()).isValid());
+
+  const Numbers numbers(2);
+  EXPECT_EQ(numbers.get(5), 0u);
+
+  const IdToKey keys(3);
+  EXPECT_EQ(keys.get(EntryId(5)), HashEntryKey(0, 0, 0, HashEntryType::singleWide));
+}
+
+TEST(HashMap, FindIsTheRawLookup) {
+  KeyToId map(1);
+  const HashEntryKey key(1, 2, 3, HashEntryType::singleWide);
+  EXPECT_EQ(map.find(key), nullptr);
+  map.is(key, EntryId());
+  ASSERT_NE(map.find(key), nullptr);
+  EXPECT_EQ(*map.find(key), EntryId());
+  *map.find(key) = EntryId(4);
+  EXPECT_EQ(map.get(key), EntryId(4));
+  const KeyToId& constMap = map;
+  ASSERT_NE(constMap.find(key), nullptr);
+  EXPECT_EQ(*constMap.find(key), EntryId(4));
+}
+
+TEST(HashMap, KeyStoredWithTheDefaultValueIsPresent) {
+  KeyToId map(1);
+  const HashEntryKey key(9, 9, 9, HashEntryType::quadWide);
+  map.is(key, EntryId());
+  EXPECT_TRUE(map.has(key));
+  EXPECT_EQ(map.get(key), map.get(HashEntryKey(8, 8, 8, HashEntryType::quadWide)));
+}
+
+TEST(HashMap, DelReturnsTheRemovedValue) {
+  KeyToId map(1);
+  const HashEntryKey key(1, 2, 3, HashEntryType::singleWide);
+  map.is(key, EntryId(10));
+  EXPECT_EQ(map.del(key), EntryId(10));
+  EXPECT_FALSE(map.has(key));
+  EXPECT_TRUE(map.empty());
+}
+
+TEST(HashMap, DelOfAbsentKeyReturnsTheValueTypesDefault) {
+  KeyToId ids(1);
+  ids.is(HashEntryKey(1, 1, 1, HashEntryType::singleWide), EntryId(1));
+  EXPECT_EQ(ids.del(HashEntryKey(2, 2, 2, HashEntryType::singleWide)), EntryId(0xFFFFFFFF));
+  EXPECT_EQ(ids.size(), 1u);
+
+  Numbers numbers(2);
+  numbers.is(1, 100);
+  EXPECT_EQ(numbers.del(2), 0u);
+  EXPECT_EQ(numbers.del(1), 100u);
+  EXPECT_EQ(numbers.del(1), 0u);
+
+  IdToKey keys(3);
+  EXPECT_EQ(keys.del(EntryId(7)), HashEntryKey());
+  keys.is(EntryId(7), HashEntryKey(5, 5, 5, HashEntryType::quadWide));
+  EXPECT_EQ(keys.del(EntryId(7)), HashEntryKey(5, 5, 5, HashEntryType::quadWide));
+}
+
+TEST(HashMap, DelIntoHandsOverTheValueAndSaysWhetherTheKeyWasThere) {
+  Numbers map(1);
+  map.is(4, 40);
+  U32 removed = 123;
+  EXPECT_FALSE(map.delInto(5, removed));
+  EXPECT_EQ(removed, 123u);
+  EXPECT_TRUE(map.delInto(4, removed));
+  EXPECT_EQ(removed, 40u);
+  EXPECT_FALSE(map.has(4));
+}
+
+TEST(HashMap, DelAllRemovesEveryMember) {
+  Numbers map(1);
+  for (U32 i = 0; i < 100; ++i) map.is(i, i + 1);
+  map.delAll();
+  EXPECT_TRUE(map.empty());
+  EXPECT_EQ(map.begin(), map.end());
+  for (U32 i = 0; i < 100; ++i) EXPECT_FALSE(map.has(i));
+  map.is(7, 8);
+  EXPECT_EQ(map.get(7), 8u);
+  EXPECT_EQ(map.size(), 1u);
+}
+
+TEST(HashMap, FindOrInsertAddsTheDefaultOnceAndSaysWhetherItAdded) {
+  KeyToId map(1);
+  const HashEntryKey key(1, 2, 3, HashEntryType::singleWide);
+  auto [value, added] = map.findOrInsert(key);
+  EXPECT_TRUE(added);
+  EXPECT_EQ(*value, EntryId());
+  *value = EntryId(5);
+  auto [again, addedAgain] = map.findOrInsert(key);
+  EXPECT_FALSE(addedAgain);
+  EXPECT_EQ(*again, EntryId(5));
+  EXPECT_EQ(map.size(), 1u);
+}
+
+TEST(HashMap, GrowsOverThousandsOfKeys) {
+  KeyToId map(0x1234);
+  constexpr U32 n = 20000;
+  for (U32 i = 0; i < n; ++i) map.is(keyNumber(i), EntryId(i));
+  EXPECT_EQ(map.size(), n);
+  // A power of two no more than three quarters full.
+  EXPECT_EQ(map.capacity() & (map.capacity() - 1), 0u);
+  EXPECT_LE(map.size() * 4, map.capacity() * 3);
+  for (U32 i = 0; i < n; ++i) {
+    ASSERT_TRUE(map.has(keyNumber(i))) << i;
+    ASSERT_EQ(map.get(keyNumber(i)), EntryId(i)) << i;
+  }
+  EXPECT_FALSE(map.has(keyNumber(n)));
+  std::size_t walked = 0;
+  for (const auto& e : map) {
+    EXPECT_EQ(e.key, keyNumber(e.value.value()));
+    ++walked;
+  }
+  EXPECT_EQ(walked, n);
+}
+
+TEST(HashMap, ReserveMakesRoomWithoutLosingMembers) {
+  Numbers map(1);
+  map.is(1, 2);
+  map.reserve(1000);
+  EXPECT_GE(map.capacity() * 3, 1000u * 4);
+  const std::size_t capacity = map.capacity();
+  for (U32 i = 0; i < 1000; ++i) map.is(i + 10, i);
+  EXPECT_EQ(map.capacity(), capacity);
+  EXPECT_EQ(map.get(1), 2u);
+}
+
+TEST(HashMap, WalkDeletingEveryMemberItStandsOnVisitsEachOnceAndEmptiesTheMap) {
+  KeyToId map(77);
+  constexpr U32 n = 3000;
+  for (U32 i = 0; i < n; ++i) map.is(keyNumber(i), EntryId(i));
+
+  std::map<HashEntryKey, int> visits;
+  for (auto it = map.begin(); it != map.end(); ++it) {
+    const HashEntryKey key = it->key;
+    const EntryId value = it->value;
+    ++visits[key];
+    EXPECT_EQ(key, keyNumber(value.value()));
+    EXPECT_EQ(map.del(key), value);
+  }
+  EXPECT_TRUE(map.empty());
+  EXPECT_EQ(map.begin(), map.end());
+  ASSERT_EQ(visits.size(), n);
+  for (const auto& [key, count] : visits) EXPECT_EQ(count, 1);
+}
+
+TEST(HashMap, WalkThatStepsBeforeDeletingVisitsEachMemberOnce) {
+  Numbers map(5);
+  for (U32 i = 0; i < 500; ++i) map.is(i, i * 2);
+  std::set<U32> seen;
+  for (auto it = map.begin(); it != map.end();) {
+    const U32 key = (it++)->key;
+    EXPECT_TRUE(seen.insert(key).second);
+    EXPECT_EQ(map.del(key), key * 2);
+  }
+  EXPECT_EQ(seen.size(), 500u);
+  EXPECT_TRUE(map.empty());
+}
+
+TEST(HashMap, ReinsertionAfterDeletionsFindsEveryKey) {
+  KeyToId map(9);
+  constexpr U32 n = 2000;
+  for (U32 i = 0; i < n; ++i) map.is(keyNumber(i), EntryId(i));
+  for (U32 i = 0; i < n; i += 2) EXPECT_EQ(map.del(keyNumber(i)), EntryId(i));
+  EXPECT_EQ(map.size(), n / 2);
+  for (U32 i = 0; i < n; i += 2) EXPECT_FALSE(map.has(keyNumber(i)));
+  for (U32 i = 0; i < n; i += 2) map.is(keyNumber(i), EntryId(i + n));
+  EXPECT_EQ(map.size(), n);
+  for (U32 i = 0; i < n; ++i) {
+    ASSERT_EQ(map.get(keyNumber(i)), EntryId(i % 2 ? i : i + n)) << i;
+  }
+}
+
+TEST(HashMap, RepeatedDeleteAndReinsertOfTheSameKeysDoesNotGrowTheTable) {
+  Numbers map(3);
+  for (U32 i = 0; i < 48; ++i) map.is(i, i);
+  const std::size_t capacity = map.capacity();
+  for (int round = 0; round < 200; ++round) {
+    for (U32 i = 0; i < 48; ++i) map.del(i);
+    for (U32 i = 0; i < 48; ++i) map.is(i, i + 1);
+  }
+  EXPECT_LE(map.capacity(), capacity * 2);
+  EXPECT_EQ(map.size(), 48u);
+  for (U32 i = 0; i < 48; ++i) EXPECT_EQ(map.get(i), i + 1);
+}
+
+TEST(HashMap, SameKeysWithDifferentCollectionConstantsIterateInDifferentOrders) {
+  KeyToId a(0x11111111);
+  KeyToId b(0x22222222);
+  for (U32 i = 0; i < 200; ++i) {
+    a.is(keyNumber(i), EntryId(i));
+    b.is(keyNumber(i), EntryId(i));
+  }
+  EXPECT_NE(a.seed(), b.seed());
+  EXPECT_NE(keysInOrder(a), keysInOrder(b));
+}
+
+TEST(HashMap, SameKeysWithTheSameCollectionConstantIterateInTheSameOrder) {
+  // The same operations on two maps with the same constant, in two runs of a program or
+  // side by side, give the same walk.
+  KeyToId a(0x11111111);
+  KeyToId b(0x11111111);
+  for (KeyToId* map : {&a, &b}) {
+    for (U32 i = 0; i < 200; ++i) map->is(keyNumber(i), EntryId(i));
+    for (U32 i = 0; i < 200; i += 3) map->del(keyNumber(i));
+    for (U32 i = 200; i < 260; ++i) map->is(keyNumber(i), EntryId(i));
+  }
+  EXPECT_EQ(keysInOrder(a), keysInOrder(b));
+  EXPECT_EQ(a.capacity(), b.capacity());
+  EXPECT_EQ(a.size(), b.size());
+}
+
+TEST(HashMap, ProcessHashSeedHasItsFixedDefault) {
+  EXPECT_EQ(Fwk::defaultProcessHashSeed, 0x5EED1DEAu);
+  EXPECT_EQ(Fwk::processHashSeed(), Fwk::defaultProcessHashSeed);
+  const Numbers map(0x0000FFFF);
+  EXPECT_EQ(map.seed(), 0x5EED1DEAu ^ 0x0000FFFFu);
+  const Numbers plain;
+  EXPECT_EQ(plain.seed(), Fwk::processHashSeed());
+}
+
+TEST(HashMap, NumbersAndEnumerationsHashToTheirValueXorTheSeed) {
+  EXPECT_EQ(Fwk::KeyHash<U32>::hash(5, 0), 5u);
+  EXPECT_EQ(Fwk::KeyHash<U32>::hash(5, 3), 6u);
+  EXPECT_EQ(Fwk::KeyHash<HashEntryType>::hash(HashEntryType::quadWide, 1), 5u);
+}
+
+TEST(HashMap, EnumerationKeysWork) {
+  Fwk::HashMap<HashEntryType, U32> map(4);
+  map.is(HashEntryType::singleWide, 1);
+  map.is(HashEntryType::quadWide, 4);
+  EXPECT_EQ(map.get(HashEntryType::quadWide), 4u);
+  EXPECT_EQ(map.get(HashEntryType::doubleWide), 0u);
+}
+
+TEST(HashMap, IterationShowsEveryKeyWithItsValue) {
+  IdToKey map(8);
+  std::map<U32, HashEntryKey> expected;
+  for (U32 i = 0; i < 64; ++i) {
+    map.is(EntryId(i * 16), keyNumber(i));
+    expected[i * 16] = keyNumber(i);
+  }
+  std::map<U32, HashEntryKey> walked;
+  for (const auto& e : map) walked[e.key.value()] = e.value;
+  EXPECT_EQ(walked, expected);
+}
+
+TEST(HashMap, CountedPointerValuesAreDroppedByDelAndDelAll) {
+  int destroyed = 0;
+  Fwk::HashMap<U32, Fwk::Ptr<Counted>> map(6);
+  for (U32 i = 0; i < 10; ++i) map.is(i, Fwk::makeEntity<Counted>(&destroyed));
+  EXPECT_EQ(map.get(3)->references(), 2u);  // the map's and the temporary copy's
+
+  Fwk::Ptr<Counted> kept = map.del(3);
+  EXPECT_EQ(kept->references(), 1u);
+  EXPECT_EQ(destroyed, 0);
+  EXPECT_EQ(map.del(3), nullptr);
+
+  Fwk::Ptr<Counted> removed;
+  EXPECT_TRUE(map.delInto(4, removed));
+  removed = nullptr;
+  EXPECT_EQ(destroyed, 1);
+
+  map.delAll();
+  EXPECT_EQ(destroyed, 9);
+  kept = nullptr;
+  EXPECT_EQ(destroyed, 10);
+}
+
+TEST(HashMap, CountedPointerValuesAreDroppedWhenTheMapIsDestroyed) {
+  int destroyed = 0;
+  {
+    Fwk::HashMap<U32, Fwk::Ptr<Counted>> map(6);
+    for (U32 i = 0; i < 20; ++i) map.is(i, Fwk::makeEntity<Counted>(&destroyed));
+    for (auto it = map.begin(); it != map.end(); ++it) {
+      if (it->key % 2 == 0) map.del(it->key);
+    }
+    EXPECT_EQ(destroyed, 10);
+  }
+  EXPECT_EQ(destroyed, 20);
+}
+
+}  // namespace
