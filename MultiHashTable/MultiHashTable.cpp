@@ -368,17 +368,11 @@ U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep)
   if (const EntryId* current = status.statusFind(key); current != nullptr && !current->isValid()) return 0;
 
   EntryId chosen;
-  const auto place = [&] {
-    hashTableEntryIs(chosen, key);
-    numInsertionsInc(1);
-    MHT_TRACE(2, "insertEntry" << " Insert key: " << key << " at eId: " << chosen);
-    status.statusIs(key, chosen);
-    return 0u;
-  };
+  bool found = false;
 
   // First pass: a free slot, or the key itself, slot by slot. The free test comes first,
   // so a key already placed moves into a free slot that precedes its own.
-  for (U32 b = 0; b < numBanks(); ++b) {
+  for (U32 b = 0; b < numBanks() && !found; ++b) {
     const U32 bucket = bucketOf(key, b);
     for (U32 s = 0; s < numBucketEntries(); ++s) {
       const EntryId e = calcEntryId(b, bucket, SlotId(static_cast<U8>(s)));
@@ -386,14 +380,15 @@ U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep)
       MHT_TRACE(2, "insertEntry" << "hashTableEntry( " << e << " ) " << (stored ? *stored : HashEntryKey()));
       if (stored == nullptr || isEmptyMarker(*stored)) {
         chosen = e;
-        return place();
+        found = true;
+        break;
       }
       if (!sameHashes(*stored, key)) continue;
       if (key.crc16() == 0 && key.crc32() == 0) {
         if (e.value() == 1) {
           MHT_TRACE(2, "Special case of key being zero, hashing to key: " << e);
           chosen = e;
-          return place();
+          found = true;
         }
         break;
       }
@@ -405,21 +400,29 @@ U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep)
   }
 
   // Second pass: make room by moving an occupant, bank 0 to bank 1 and any other bank to 0.
-  if (numBanks() >= 2) {
-    for (U32 b = 0; b < numBanks(); ++b) {
+  if (!found && numBanks() >= 2) {
+    for (U32 b = 0; b < numBanks() && !found; ++b) {
       const U32 bucket = bucketOf(key, b);
       for (U32 s = 0; s < numBucketEntries(); ++s) {
         const EntryId eId = calcEntryId(b, bucket, SlotId(static_cast<U8>(s)));
         if (!rehashEntry(eId, b == 0 ? 1 : 0, recursionStep, key.entryType())) continue;
         MHT_ASSERT(! hashTableEntryHas( eId ));
         chosen = eId;
-        return place();
+        found = true;
+        break;
       }
     }
   }
 
-  MHT_TRACE(2, "insertEntry" << "Failed to find empty slot for key: " << key);
-  status.statusIs(key, EntryId());
+  if (!found) {
+    MHT_TRACE(2, "insertEntry" << "Failed to find empty slot for key: " << key);
+    status.statusIs(key, EntryId());
+    return 0;
+  }
+  hashTableEntryIs(chosen, key);
+  numInsertionsInc(1);
+  MHT_TRACE(2, "insertEntry" << " Insert key: " << key << " at eId: " << chosen);
+  status.statusIs(key, chosen);
   return 0;
 }
 
