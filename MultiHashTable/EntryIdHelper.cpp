@@ -1,1 +1,152 @@
+// Translation between the multi-width table's positions and the client's EntryIds, the
+// questions a client asks about an id, and the rule for a requested id.
+//
+// An EntryId is a flat slot number over all banks in logical-bank order:
+//   base(bank) + bucket * table.numBucketEntries + slot,
+// base(bank) being the slot count (numBuckets * bucketSize) of every lower logical bank.
+// Position to id is arithmetic; id to position goes through hashTableEntry and keyToPos,
+// so only an id that a key holds has a position.
+#include <utility>
+
 #include "MultiHashTable.h"
+#include "fwk/Assert.h"
+#include "fwk/Trace.h"
+
+namespace TesselCentral {
+
+EntryIdHelper::EntryIdHelper(Ptr<MultiEntryTypeHashTable> hashTable) : hashTable_(std::move(hashTable)) {}
+
+Ptr<EntryIdHelper> EntryIdHelper::EntryIdHelperIs(Ptr<MultiEntryTypeHashTable> hashTable) {
+  return Fwk::makeEntity<EntryIdHelper>(std::move(hashTable));
+}
+
+Ptr<EntryIdHelper> entryIdHelperFactory(Ptr<MultiEntryTypeHashTable> hashTable) {
+  return EntryIdHelper::EntryIdHelperIs(std::move(hashTable));
+}
+
+MultiEntryTypeBank& EntryIdHelper::bankAt(U32 bankId) const {
+  // The owner keeps every logical bank below numBanks present.
+  const Ptr<MultiEntryTypeBank>* b = hashTable_->bankCollection().find(bankId);
+  MHT_ASSERT(b);
+  return **b;
+}
+
+U32 EntryIdHelper::entryIdToPos(EntryId id) {
+  MHT_TRACE(2, "entryIdToPos" << ", entryId: " << id);
+  // An id that no key holds reads as the missing-entry key, whose position reads as 0:
+  // callers must know that the id is in use.
+  const HashEntryKey key = hashTable_->hashTableEntry(id);
+  return hashTable_->keyToPos(key);
+}
+
+HashEntryKey EntryIdHelper::getHashEntryKey(EntryId id) {
+  MHT_TRACE(2, "getHashEntryKey" << ", entryId: " << id);
+  return hashTable_->hashTableEntry(id);
+}
+
+U32 EntryIdHelper::getLogicalBankId(EntryId id) {
+  MHT_TRACE(2, "getLogicalBankId" << ", entryId: " << id);
+  return entryIdToPos(id) >> 24;
+}
+
+U32 EntryIdHelper::getPhysicalBankId(EntryId id) {
+  MHT_TRACE(2, "getPhysicalBankId" << ", entryId: " << id);
+  const U32 b = getLogicalBankId(id);
+  return bankAt(b).phyBankId();
+}
+
+U32 EntryIdHelper::getHwPosition(EntryId id) {
+  MHT_TRACE(2, "getHwPosition" << ", entryId: " << id);
+  const U32 pos = entryIdToPos(id);
+  const U32 phyBankId = getPhysicalBankId(id);
+  return (phyBankId << 24) | (pos & 0xFFFFFF);
+}
+
+U32 EntryIdHelper::getBucketId(EntryId id) {
+  MHT_TRACE(2, "getBucketId" << ", entryId: " << id);
+  return (entryIdToPos(id) >> 4) & 0xFFFFF;
+}
+
+U64 EntryIdHelper::getBucketState(EntryId id) {
+  MHT_TRACE(2, "getBucketState" << ", entryId: " << id);
+  const U32 bucket = getBucketId(id);
+  const U32 b = getLogicalBankId(id);
+  return bankAt(b).bucket(bucket);
+}
+
+EntryId EntryIdHelper::posToEntryId(U32 pos) {
+  const U32 slot = pos & 0xF;
+  const U32 bucket = (pos >> 4) & 0xFFFFF;
+  const U32 bank = (pos >> 24) & 0xFF;
+  U32 base = 0;
+  for (U32 j = 0; j < bank; ++j) {
+    const MultiEntryTypeBank& b = bankAt(j);
+    base += b.numBuckets() * b.bucketSize();
+  }
+  // The bucket term counts the table's slots per bucket, the base each bank's own.
+  const U32 value = base + slot + bucket * hashTable_->numBucketEntries();
+  MHT_TRACE(2, "posToEntryId" << " Bank " << bank << ", Bucket " << bucket << ", Slot " << slot << ", EntryId "
+                              << value);
+  return EntryId(value);
+}
+
+bool EntryIdHelper::findCandidateBucket(const HashEntryKey& key, EntryId eId, Match& match) {
+  const HashEntryType type = key.entryType();
+  U32 base = 0;
+  for (U32 i = 0; i < hashTable_->numBanks(); ++i) {
+    MultiEntryTypeBank& b = bankAt(i);
+    if (i > 0) {
+      const MultiEntryTypeBank& previous = bankAt(i - 1);
+      base += previous.numBuckets() * previous.bucketSize();
+    }
+    const U32 h = b.calcBucketId(key.crc16(), key.crc32(), type, false, 0);
+    const U32* count = b.numBucketsToCheckFind(type);
+    if (count == nullptr || *count == 0) continue;
+    for (U32 k = 0; k < *count; ++k) {
+      // No wrap at the bank's end: a bucket past it names ids of the next bank, and the
+      // lower bank, walked first, wins them.
+      const U32 bucket = h + k;
+      const U32 size = b.bucketSize();
+      const U32* width = b.entrySizeFind(type);
+      MHT_ASSERT_TEXT(width != nullptr && *width != 0, "width");
+      const U32 start = bucket * size + base;
+      const U32 end = start + size / *width;
+      // Both bounds are inclusive: the range reaches one id past the last full-width run.
+      if (start <= eId.value() && eId.value() <= end) {
+        match = Match{i, bucket};
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+bool EntryIdHelper::checkEntryIdValidity(const HashEntryKey& key, EntryId eId) {
+  Match match{};
+  return findCandidateBucket(key, eId, match);
+}
+
+U32 EntryIdHelper::candidatePosition(const HashEntryKey& key, EntryId eId) {
+  Match match{};
+  if (!findCandidateBucket(key, eId, match)) return INVALID_POSITION;
+  const U32 slot = eId.value() & (bankAt(match.bank).bucketSize() - 1);
+  return (match.bank << 24) | ((match.bucket << 4) & 0xFFFFF0) | (slot & 0xF);
+}
+
+U32 EntryIdHelper::setEntryState(const HashEntryKey& key, EntryId eId) {
+  Match match{};
+  if (!findCandidateBucket(key, eId, match)) return INVALID_POSITION;
+  MultiEntryTypeBank& b = bankAt(match.bank);
+  // The slot comes from the id's low bits, so the id one past a bucket's range names
+  // slot 0 of that same bucket (bucket sizes are powers of two).
+  const U32 slot = eId.value() & (b.bucketSize() - 1);
+  const U32 pos = (match.bank << 24) | ((match.bucket << 4) & 0xFFFFF0) | (slot & 0xF);
+  MHT_ASSERT_TEXT(!hashTable_->posToKeyHas(pos), "!hashTable()->posToKeyHas( pos )");
+  MHT_ASSERT_TEXT(!hashTable_->keyToPosHas(key), "!hashTable()->keyToPosHas( key )");
+  hashTable_->posToKeyIs(pos, key);
+  hashTable_->keyToPosIs(key, pos);
+  b.updateBucketState(key.entryType(), match.bucket, slot, true);
+  return pos;
+}
+
+}  // namespace TesselCentral

@@ -1,1 +1,228 @@
+// The multi-width bank: per-type geometry, bucket group alignment, the 64-bit bucket
+// state words, the free-space search and the bucket locks taken by moves.
+#include <cstdint>
+
 #include "MultiHashTable.h"
+#include "fwk/Assert.h"
+#include "fwk/Trace.h"
+
+namespace TesselCentral {
+
+namespace {
+
+// Each keyed collection of the bank mixes its own constant into the process seed.
+constexpr U32 bucketStateSeed = 0xB5C7E001u;
+constexpr U32 lockedBucketsSeed = 0x10C4ED02u;
+constexpr U32 bucketShiftSeed = 0x5B1F7003u;
+constexpr U32 entrySizeSeed = 0xE5123004u;
+constexpr U32 entryMaskSeed = 0xE3A5C005u;
+constexpr U32 numBucketsToCheckSeed = 0xC4EC6006u;
+
+// The occupancy bits of a bucket state live in its low 32 bits; the search looks at
+// nothing else.
+constexpr U32 occupancyOf(U64 state) noexcept { return static_cast<U32>(state); }
+
+// Bit position of the type nibble of a slot; the state word is built in 32 bits, so the
+// count wraps like a 32-bit shift.
+constexpr U32 nibbleShift(U32 slotId, U32 i) noexcept { return (16 + 4 * slotId + 4 * i) & 31; }
+
+}  // namespace
+
+MultiEntryTypeBank::MultiEntryTypeBank(HashEntryType baseEntryType, U32 bankId, U32 numBuckets, U32 bucketSize,
+                                       HashFunc hashFunc, U32 hashOffSet, U32 hashBits, U32 hashMask, U32 phyBankId,
+                                       bool doubleEntryTwoBucketMode)
+    : Bank(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits, hashMask),
+      phyBankId_(phyBankId),
+      doubleEntryTwoBucketMode_(doubleEntryTwoBucketMode),
+      bucket_(bucketStateSeed),
+      lockedBuckets_(lockedBucketsSeed),
+      bucketShift_(bucketShiftSeed),
+      entrySize_(entrySizeSeed),
+      entryMask_(entryMaskSeed),
+      numBucketsToCheck_(numBucketsToCheckSeed) {
+  initialized_ = false;
+  handleInitialized();
+}
+
+Ptr<MultiEntryTypeBank> MultiEntryTypeBank::MultiEntryTypeBankIs(HashEntryType baseEntryType, U32 bankId,
+                                                                 U32 numBuckets, U32 bucketSize, HashFunc hashFunc,
+                                                                 U32 hashOffSet, U32 hashBits, U32 hashMask,
+                                                                 U32 phyBankId, bool doubleEntryTwoBucketMode) {
+  return Fwk::makeEntity<MultiEntryTypeBank>(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet,
+                                             hashBits, hashMask, phyBankId, doubleEntryTwoBucketMode);
+}
+
+Ptr<MultiEntryTypeBank> multiEntryTypeBankFactory(HashEntryType baseEntryType, U32 bankId, U32 numBuckets,
+                                                  U32 bucketSize, HashFunc hashFunc, U32 hashOffSet, U32 hashBits,
+                                                  U32 hashMask, U32 phyBankId, bool doubleEntryTwoBucketMode) {
+  return MultiEntryTypeBank::MultiEntryTypeBankIs(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet,
+                                                  hashBits, hashMask, phyBankId, doubleEntryTwoBucketMode);
+}
+
+void MultiEntryTypeBank::handleInitialized() {
+  MHT_TRACE(1, "void TesselCentral::MultiEntryTypeBank::handleInitialized()");
+  initialized_ = true;
+  // In doubleEntryTwoBucketMode an entry wider than the base may use any bucket of an
+  // aligned group of 2 (one step wider) or 4 (two steps wider) buckets.
+  const U32 d = doubleEntryTwoBucketMode_ ? 1 : 0;
+  const auto row = [this](HashEntryType t, U32 shift, U32 toCheck, U32 size, U32 mask) {
+    bucketShiftIs(t, shift);
+    numBucketsToCheckIs(t, toCheck);
+    entrySizeIs(t, size);
+    entryMaskIs(t, mask);
+  };
+  switch (baseEntryType()) {
+    case HashEntryType::singleWide:
+      row(HashEntryType::singleWide, 0, 1, 1, 0x1);
+      row(HashEntryType::doubleWide, d, d + 1, 2, 0x3);
+      row(HashEntryType::quadWide, 2 * d, d ? 4 : 1, 4, 0xF);
+      break;
+    case HashEntryType::doubleWide:
+      row(HashEntryType::doubleWide, 0, 1, 1, 0x1);
+      row(HashEntryType::quadWide, d, d + 1, 2, 0x3);
+      break;
+    case HashEntryType::quadWide:
+      row(HashEntryType::quadWide, 0, 1, 1, 0x1);
+      break;
+    case HashEntryType::empty:
+    default:
+      MHT_ASSERT(0 && "BaseEntryType should be non empty");
+      break;
+  }
+}
+
+U32 MultiEntryTypeBank::calcBucketId(U16 crc16, U32 crc32, HashEntryType entryType, bool debugEnabled,
+                                     U32 debugCrcInc) {
+  const U32 raw = Bank::calcBucketId(crc16, crc32, entryType, debugEnabled, debugCrcInc);
+  MHT_ASSERT_TEXT(static_cast<U32>(entryType) >= static_cast<U32>(baseEntryType()),
+                  "( U32 )entryType >= ( U32 )baseEntryType()");
+  U32 bucketId;
+  if (const U32* shift = bucketShiftFind(entryType)) {
+    // Clearing the low bits makes the index the first bucket of the type's group, and
+    // masking first keeps the whole group inside the bank.
+    const U32 s = *shift & 31;
+    bucketId = ((hashMask() >> s) & raw) << s;
+  } else {
+    bucketId = hashMask() & raw;
+  }
+  MHT_TRACE(2, "MultiEntryTypeBank::" << "calcBucketId" << " bankId: " << bankId() << " bucketId: " << bucketId);
+  return bucketId;
+}
+
+void MultiEntryTypeBank::updateBucketState(HashEntryType eType, U32 bucketId, U32 slotId, bool add) {
+  MHT_TRACE(2, "MultiEntryTypeBank::" << "updateBucketState" << " bankId " << bankId() << " entryType: " << eType
+                                      << " bucketId: " << bucketId << " bucketState: 0x" << Fwk::hex
+                                      << bucket(bucketId) << Fwk::dec << " slot: " << slotId << " add: " << add);
+  MHT_ASSERT_TEXT(static_cast<int>(eType) >= static_cast<int>(baseEntryType()),
+                  "( int )entryType >= ( int )baseEntryType()");
+  U64 bktState = bucket(bucketId);
+  const U32* typeMask = entryMaskFind(eType);
+  const U32 mask = typeMask ? *typeMask << (slotId & 31) : 0;
+  const U32* size = entrySizeFind(eType);
+  const U32 typeValue = static_cast<U32>(eType);
+
+  if (add) {
+    MHT_ASSERT_MSG(!(bktState & mask), "!( bktState & mask )",
+                   "updateBucketState" << " bktState: 0x" << Fwk::hex << bktState << Fwk::dec << " mask 0x"
+                                       << Fwk::hex << mask << Fwk::dec);
+    bktState |= mask;
+    // Every slot that the entry covers carries its type.
+    for (U32 i = 0; size != nullptr && i < *size; ++i) {
+      bktState |= U64{typeValue << nibbleShift(slotId, i)};
+    }
+    MHT_ASSERT(bktState);
+    bucket_.is(bucketId, bktState);
+  } else {
+    // The 32-bit complement widens without sign, which also clears the unused upper half.
+    bktState &= U64{static_cast<U32>(~mask)};
+    for (U32 i = 0; size != nullptr && i < *size; ++i) {
+      // Here the 32-bit complement widens with its sign: the upper half is kept as is.
+      const U32 keep = ~(U32{0xF} << nibbleShift(slotId, i));
+      bktState &= static_cast<U64>(static_cast<std::int64_t>(static_cast<std::int32_t>(keep)));
+    }
+    // An empty bucket has no member, so the collection only holds buckets in use.
+    if (bktState == 0) {
+      bucket_.del(bucketId);
+    } else {
+      bucket_.is(bucketId, bktState);
+    }
+  }
+  MHT_TRACE(2, "MultiEntryTypeBank::" << "updateBucketState" << " entryType: " << eType << " bucketId: " << bucketId
+                                      << " bucketState: 0x" << Fwk::hex << bktState << Fwk::dec << " mask: 0x"
+                                      << Fwk::hex << mask << Fwk::dec << " slot: " << slotId << " add: " << add);
+}
+
+HashEntryType MultiEntryTypeBank::getEntryType(U32 bucketId, U32 slotId) const noexcept {
+  const U64* state = bucketFind(bucketId);
+  if (state == nullptr) return HashEntryType::empty;
+  return static_cast<HashEntryType>((*state >> ((4 * slotId + 16) & 63)) & 0xF);
+}
+
+U32 MultiEntryTypeBank::checkBucketSpace(HashEntryType eType, U32 bucketId, bool update) {
+  MHT_ASSERT_TEXT(static_cast<int>(eType) >= static_cast<int>(baseEntryType()),
+                  "( int )entryType >= ( int )baseEntryType()");
+  const U32 n = numBucketsToCheck(eType);
+  const U32 size = entrySize(eType);
+  const U32 typeMask = entryMask(eType);
+  MHT_TRACE(9, "MultiEntryTypeBank::" << "checkBucketSpace" << " bankId " << bankId() << " numBucketToCheck: " << n
+                                      << " size: " << size << " mask: " << typeMask);
+
+  U32 slot = 0;
+  U32 mask = typeMask;
+  // Position 0 is never handed out: the first run of bucket 0 of physical bank 0 is
+  // skipped.
+  if (bucketId == 0 && phyBankId_ == 0) {
+    slot = size;
+    mask = mask << (size & 31);
+  }
+
+  bool found = false;
+  U32 foundBucket = 0;
+  U64 bktState = 0;
+  for (U32 i = 0; i < n && !found; ++i) {
+    const U32 b = bucketId + i;
+    if (const U64* state = bucketFind(b)) {
+      bktState = *state;
+      // Runs are aligned to the entry's own size; only the occupancy bits decide.
+      while (slot < bucketSize()) {
+        if ((mask & occupancyOf(bktState)) == 0) {
+          found = true;
+          break;
+        }
+        slot += size;
+        mask = mask << (size & 31);
+      }
+    } else {
+      bktState = 0;
+      found = slot < bucketSize();
+    }
+    if (found) {
+      foundBucket = b;
+    } else {
+      slot = 0;
+      mask = typeMask;
+    }
+  }
+
+  U32 pos = INVALID_POSITION;
+  if (found) {
+    if (update) updateBucketState(eType, foundBucket, slot, true);
+    pos = (bankId() << 24) | ((foundBucket << 4) & 0xFFFFF0) | (slot & 0xF);
+  }
+  MHT_TRACE(2, "MultiEntryTypeBank::" << "checkBucketSpace" << " bankId " << bankId() << " entryType: " << eType
+                                      << " bucketId: " << foundBucket << " bucketState: 0x" << Fwk::hex << bktState
+                                      << " mask: 0x" << mask << Fwk::dec << " slot: " << slot << " update: " << update
+                                      << " found " << found);
+  return pos;
+}
+
+bool MultiEntryTypeBank::bucketsLocked(U32 bucketId, HashEntryType entryType) const noexcept {
+  // A type without a row has no buckets to check, so nothing of it can be locked.
+  const U32 n = numBucketsToCheck(entryType);
+  for (U32 i = 0; i < n; ++i) {
+    if (lockedBucketsHas(bucketId + i)) return true;
+  }
+  return false;
+}
+
+}  // namespace TesselCentral

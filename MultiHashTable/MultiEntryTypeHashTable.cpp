@@ -1,1 +1,214 @@
+// The multi-width table: its banks and position maps, the link to its EntryIdHelper,
+// the free-position search, removal and placement at a requested EntryId.
+#include <string>
+#include <string_view>
+#include <utility>
+
 #include "MultiHashTable.h"
+#include "fwk/Assert.h"
+#include "fwk/Error.h"
+#include "fwk/Registry.h"
+#include "fwk/Trace.h"
+
+namespace TesselCentral {
+
+namespace {
+
+// Each keyed collection of the table mixes its own constant into the process seed, so
+// that posToKey, keyToPos and the bank collection spread their keys differently from
+// each other and from config, status and hashTableEntry.
+constexpr U32 posToKeySeed = 0x905D7E01u;
+constexpr U32 keyToPosSeed = 0x6E1F0502u;
+constexpr U32 multiWidthBankSeed = 0xBA2C0003u;
+
+template <class T>
+void checkSameAttribute(std::string_view typeName, std::string_view attribute, const T& existing,
+                        const T& requested) {
+  if (existing == requested) return;
+  throw Fwk::ReinstantiationError(typeName, attribute, Fwk::toText(existing), Fwk::toText(requested));
+}
+
+}  // namespace
+
+MultiEntryTypeHashTable::MultiEntryTypeHashTable(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
+                                                 Ptr<const HashEntryConfig> hashEntryConfig,
+                                                 Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps)
+    : MultiHashTableBase(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig),
+                         std::move(hashEntryStatus), maxRecursiveSteps),
+      posToKey_(posToKeySeed),
+      keyToPos_(keyToPosSeed),
+      bank_(multiWidthBankSeed) {
+  debugEnabled_ = false;
+  entryIdHelper_ = nullptr;
+  initialized_ = false;
+  handleInitialized();
+}
+
+MultiEntryTypeHashTable::~MultiEntryTypeHashTable() {
+  // No request may reach a table that is being taken apart.
+  retireReactors();
+  bank_.delAll();
+  entryIdHelper_ = nullptr;
+  posToKey_.delAll();
+  keyToPos_.delAll();
+}
+
+Ptr<MultiEntryTypeHashTable> MultiEntryTypeHashTable::MultiEntryTypeHashTableIs(
+    U32 numBanks, U32 numBuckets, U32 numBucketEntries, Ptr<const HashEntryConfig> hashEntryConfig,
+    Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps) {
+  auto table = Ptr<MultiEntryTypeHashTable>::adopt(
+      new MultiEntryTypeHashTable(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig),
+                                  std::move(hashEntryStatus), maxRecursiveSteps));
+  table->hasNotificationActiveIs(true);
+  return table;
+}
+
+Ptr<MultiEntryTypeHashTable> multiEntryTypeHashTableFactory(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
+                                                            Ptr<const HashEntryConfig> hashEntryConfig,
+                                                            Ptr<HashEntryStatus> hashEntryStatus,
+                                                            U32 maxRecursiveSteps) {
+  return MultiEntryTypeHashTable::MultiEntryTypeHashTableIs(numBanks, numBuckets, numBucketEntries,
+                                                            std::move(hashEntryConfig), std::move(hashEntryStatus),
+                                                            maxRecursiveSteps);
+}
+
+void MultiEntryTypeHashTable::handleInitialized() {
+  MHT_TRACE(1, "void TesselCentral::MultiEntryTypeHashTable::handleInitialized()");
+}
+
+void MultiEntryTypeHashTable::hasNotificationActiveIs(bool active) {
+  if (active == notificationActive()) return;
+  MultiHashTableBase::hasNotificationActiveIs(active);
+}
+
+Ptr<MultiEntryTypeBank> MultiEntryTypeHashTable::bankIs(HashEntryType baseEntryType, U32 bankId, U32 numBuckets,
+                                                        U32 bucketSize, HashFunc hashFunc, U32 hashOffSet,
+                                                        U32 hashBits, U32 hashMask, U32 phyBankId,
+                                                        bool doubleEntryTwoBucketMode) {
+  if (const Ptr<MultiEntryTypeBank>* existing = bank_.find(bankId)) {
+    const MultiEntryTypeBank& b = **existing;
+    constexpr std::string_view type = "TesselCentral::MultiEntryTypeBank";
+    checkSameAttribute(type, "baseEntryType", b.baseEntryType(), baseEntryType);
+    checkSameAttribute(type, "numBuckets", b.numBuckets(), numBuckets);
+    checkSameAttribute(type, "bucketSize", b.bucketSize(), bucketSize);
+    checkSameAttribute(type, "hashFunc", b.hashFunc(), hashFunc);
+    checkSameAttribute(type, "hashOffSet", b.hashOffSet(), hashOffSet);
+    checkSameAttribute(type, "hashBits", b.hashBits(), hashBits);
+    checkSameAttribute(type, "hashMask", b.hashMask(), hashMask);
+    checkSameAttribute(type, "phyBankId", b.phyBankId(), phyBankId);
+    checkSameAttribute(type, "doubleEntryTwoBucketMode", b.doubleEntryTwoBucketMode(), doubleEntryTwoBucketMode);
+    return *existing;
+  }
+  Ptr<MultiEntryTypeBank> created = multiEntryTypeBankFactory(baseEntryType, bankId, numBuckets, bucketSize, hashFunc,
+                                                              hashOffSet, hashBits, hashMask, phyBankId,
+                                                              doubleEntryTwoBucketMode);
+  bank_.is(bankId, created);
+  return created;
+}
+
+Ptr<MultiEntryTypeBank> MultiEntryTypeHashTable::bankDel(U32 bankId) { return bank_.del(bankId); }
+
+void MultiEntryTypeHashTable::bankDelAll() { bank_.delAll(); }
+
+void MultiEntryTypeHashTable::entryIdHelperIs(Ptr<EntryIdHelper> helper) {
+  if (helper == entryIdHelper_) return;
+  // The old helper may hold the last reference but one to this table: drop it last.
+  Ptr<EntryIdHelper> old = std::exchange(entryIdHelper_, std::move(helper));
+}
+
+MultiEntryTypeBank* MultiEntryTypeHashTable::bankFind(U32 bankId) const noexcept {
+  const Ptr<MultiEntryTypeBank>* found = bank_.find(bankId);
+  return found ? found->ptr() : nullptr;
+}
+
+MultiEntryTypeBank& MultiEntryTypeHashTable::bankAt(U32 bankId) const {
+  // Every logical bank below numBanks must exist before keys are placed.
+  MultiEntryTypeBank* b = bankFind(bankId);
+  MHT_ASSERT(b);
+  return *b;
+}
+
+EntryIdHelper& MultiEntryTypeHashTable::helper() const {
+  // The owner hands the table its translator before the first placement.
+  MHT_ASSERT_TEXT(entryIdHelper_, "entryIdHelper()");
+  return *entryIdHelper_;
+}
+
+void MultiEntryTypeHashTable::checkSanity() {
+  for (U32 i = 0; i < numBanks(); ++i) {
+    MultiEntryTypeBank* b = bankFind(i);
+    MHT_ASSERT(b);
+    // A lock left behind by a move would keep buckets out of every later search.
+    MHT_ASSERT_TEXT(b->lockedBucketss() == 0, "b->lockedBucketss() == 0");
+  }
+}
+
+U32 MultiEntryTypeHashTable::findEmptyPosition(const HashEntryKey& key, U32 origBank, U32 step) {
+  MHT_TRACE(1, "MultiEntryTypeHashTable::" << "findEmptyPosition" << " Key: " << key << " origBank " << origBank);
+  for (U32 i = 0; i < numBanks(); ++i) {
+    if (i == origBank) continue;
+    // A missing bank has no room.
+    MultiEntryTypeBank* b = bankFind(i);
+    if (b == nullptr) continue;
+    const U32 bucketId = b->calcBucketId(key.crc16(), key.crc32(), key.entryType(), debugEnabled_, step);
+    // An outer level of an insertion is emptying these buckets.
+    if (b->bucketsLocked(bucketId, key.entryType())) continue;
+    const U32 pos = b->checkBucketSpace(key.entryType(), bucketId, true);
+    if (pos != INVALID_POSITION) return pos;
+  }
+  return INVALID_POSITION;
+}
+
+void MultiEntryTypeHashTable::removeEntry(const HashEntryKey& key) {
+  MHT_TRACE(1, "MultiEntryTypeHashTable::" << "removeEntry" << " Key: " << key);
+  HashEntryStatus& status = *hashEntryStatus();
+  const EntryId* current = status.statusFind(key);
+  if (current == nullptr) {
+    MHT_ASSERT_TEXT(!keyToPosHas(key), "!keyToPosHas( key )");
+    return;
+  }
+  const EntryId eId = *current;
+  if (eId.value() == EntryId::max) {
+    // The key never got a place: only its status is to be cleared.
+    MHT_TRACE(1, "removeEntry" << " Invalid entryId found in status. " << "Just clear status ");
+    status.statusDel(key);
+    return;
+  }
+
+  // Removal trusts keyToPos for the position and the status for the id. A key without a
+  // position reads as position 0.
+  const U32* stored = keyToPos_.find(key);
+  const U32 pos = stored ? *stored : 0;
+  if (stored != nullptr) MHT_ASSERT_TEXT(pos != INVALID_POSITION, "pos != INVALID_POSITION");
+  const U32 slot = positionSlot(pos);
+  const U32 bucket = positionBucket(pos);
+  const U32 bank = positionBank(pos);
+  bankAt(bank).updateBucketState(key.entryType(), bucket, slot, false);
+  MHT_TRACE(1, "removeEntry" << " entryId: " << eId);
+
+  keyToPosDel(key);
+  posToKeyDel(pos);
+  hashTableEntryDel(eId);
+  numDeletionsInc(1);
+  status.statusDel(key);
+}
+
+void MultiEntryTypeHashTable::insertEntryWithId(const HashEntryKey& key, EntryId eId) {
+  MHT_TRACE(2, "insertEntryWithId" << " Insert key: " << key << " eId: " << eId);
+  EntryIdHelper& translator = helper();
+  MHT_ASSERT_TEXT(translator.checkEntryIdValidity(key, eId), "entryIdHelper()->checkEntryIdValidity( key, eId )");
+  const U32 pos = translator.setEntryState(key, eId);
+  MHT_ASSERT_TEXT(pos != INVALID_POSITION, "entryIdHelper()->setEntryState( key, eId ) != INVALID_POSITION");
+
+  // An id still recorded for another key may only be taken over by a key with the same
+  // hashes; the missing-entry key records nothing.
+  if (const HashEntryKey* held = hashTableEntryFind(eId); held != nullptr && !(*held == HashEntryKey())) {
+    if (held->crc16() != key.crc16() || held->crc32() != key.crc32()) MHT_ASSERT(false);
+  }
+  hashTableEntryIs(eId, key);
+  numInsertionsInc(1);
+  // The client gets back the id it asked for, as given.
+  hashEntryStatus()->statusIs(key, eId);
+}
+
+}  // namespace TesselCentral

@@ -38,6 +38,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "MultiHashTableTypes.h"
 #include "fwk/Collection.h"
@@ -214,6 +216,10 @@ public:
   virtual void insertEntryWithId(const HashEntryKey& key, EntryId eId);
   virtual void removeEntry(const HashEntryKey& key);
   virtual void checkSanity();
+
+  // Checks every invariant that the table keeps between operations; one line of text per
+  // violation, none when the table is consistent. Reads only.
+  virtual std::vector<std::string> audit() const;
 
   const Fwk::TypeInfo* fwkType() const noexcept override;
 
@@ -450,6 +456,10 @@ public:
   // with up to stepsRemaining moves; true when eId is free afterwards.
   bool rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining, HashEntryType entryType);
 
+  // Every valid status names an id recorded for the key (or a key with the same hashes),
+  // every id is below the capacity, and the counters cover the recorded ids.
+  std::vector<std::string> audit() const override;
+
   void handleInitialized();
 
   const Fwk::TypeInfo* fwkType() const noexcept override;
@@ -547,6 +557,10 @@ public:
   void removeEntry(const HashEntryKey& key) override;
   // Asserts that no bucket of any bank is left locked.
   void checkSanity() override;
+  // keyToPos and posToKey inverse, bucket states equal to the placed keys' widths and
+  // types, status and hashTableEntry agreeing with the positions, no bucket locked,
+  // insertions less deletions equal to the placed keys.
+  std::vector<std::string> audit() const override;
 
   // Commits a placement (move false: a new key) or a move to every collection and the status.
   void doAddOrMoveEntry(const HashEntryKey& key, U32 newPos, bool move);
@@ -561,6 +575,12 @@ private:
   MultiEntryTypeHashTable(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
                           Ptr<const HashEntryConfig> hashEntryConfig, Ptr<HashEntryStatus> hashEntryStatus,
                           U32 maxRecursiveSteps);
+
+  // The bank with a logical id, or null; bankAt asserts that it exists.
+  MultiEntryTypeBank* bankFind(U32 bankId) const noexcept;
+  MultiEntryTypeBank& bankAt(U32 bankId) const;
+  // The translator, which must be set before anything is placed.
+  EntryIdHelper& helper() const;
 
   KeyByPosition posToKey_;
   PositionByKey keyToPos_;
@@ -607,6 +627,9 @@ public:
   // Occupies the position that eId stands for: maps and bucket state; returns the
   // position, or INVALID_POSITION when eId fits nowhere.
   U32 setEntryState(const HashEntryKey& key, EntryId eId);
+  // The position that setEntryState would occupy for eId, changing nothing;
+  // INVALID_POSITION when eId fits nowhere.
+  U32 candidatePosition(const HashEntryKey& key, EntryId eId);
 
   const Fwk::TypeInfo* fwkType() const noexcept override;
 

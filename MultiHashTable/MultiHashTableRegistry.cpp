@@ -117,7 +117,6 @@ Types registerTypes() {
       .factory<&multiHashTableFactory>(with(tableParameters, {"bucketSpanBanks"}));
   types.singleWideTable = &single.info();
 
-#ifdef MHT_REGISTER_MULTI_WIDTH  // until the multi-width table links
   EntityType<MultiEntryTypeBank> multiBank(module, "TesselCentral::MultiEntryTypeBank", types.bank);
   multiBank.attribute<&MultiEntryTypeBank::phyBankId>(added, "phyBankId", constructorSet)
       .attribute<&MultiEntryTypeBank::doubleEntryTwoBucketMode>(added + 1, "doubleEntryTwoBucketMode",
@@ -189,7 +188,6 @@ Types registerTypes() {
       .factory<&entryIdHelperFactory>({"hashTable"});
   types.entryIdHelper = &helper.info();
 
-#endif
   return types;
 }
 

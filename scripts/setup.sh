@@ -2,7 +2,8 @@
 # Installs what the build needs from Debian's packages, once; a no-op when all is there.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ make libgtest-dev libgmock-dev libbenchmark-dev)
+packages=(cmake ninja-build g++ make libgtest-dev libgmock-dev libbenchmark-dev
+          zlib1g-dev libboost-dev libcli11-dev nlohmann-json3-dev libedit-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

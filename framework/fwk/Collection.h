@@ -78,6 +78,23 @@ public:
       : seed_(processHashSeed() ^ collectionConstant) {}
   HashMap(const HashMap&) = delete;
   HashMap& operator=(const HashMap&) = delete;
+  // A moved-from map is empty and keeps its seed.
+  HashMap(HashMap&& other) noexcept : seed_(other.seed_) { swap(other); }
+  HashMap& operator=(HashMap&& other) noexcept {
+    HashMap taken(std::move(other));
+    swap(taken);
+    return *this;
+  }
+  void swap(HashMap& other) noexcept {
+    std::swap(control_, other.control_);
+    std::swap(slots_, other.slots_);
+    std::swap(capacity_, other.capacity_);
+    std::swap(mask_, other.mask_);
+    std::swap(shift_, other.shift_);
+    std::swap(size_, other.size_);
+    std::swap(deleted_, other.deleted_);
+    std::swap(seed_, other.seed_);
+  }
 
   std::size_t size() const noexcept { return size_; }
   bool empty() const noexcept { return size_ == 0; }

@@ -1,0 +1,148 @@
+#include "Replay.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+namespace mht {
+namespace {
+
+struct Outcome {
+  int exitCode;
+  std::string out;
+  std::string err;
+};
+
+Outcome replay(const std::string& script) {
+  std::istringstream in(script);
+  std::ostringstream out, err;
+  const int rc = runReplay(in, "requests.txt", ReplayOptions{}, out, err);
+  return Outcome{rc, out.str(), err.str()};
+}
+
+const std::string singleTable =
+    "table single 2 4 1 1 false\n"
+    "bank singleWide 0 4 1 hashCrc32Lower 0 0 3\n"
+    "bank singleWide 1 4 1 hashCrc16Lower 0 0 3\n";
+
+const std::string multiTable =
+    "table multi 2 4 4 1\n"
+    "bank singleWide 0 4 4 hashCrc32Lower 0 0 3 0 false\n"
+    "bank singleWide 1 4 4 hashCrc16Lower 0 0 3 1 false\n";
+
+TEST(ReplayErrors, AMalformedLineNamesTheMissingField) {
+  const Outcome o = replay(singleTable + "set 1 2 0\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err, "requests.txt:4: missing entryType\n");
+  EXPECT_EQ(o.out, "");
+}
+
+TEST(ReplayErrors, AnUnknownEnumeratorNameIsReportedWithTheField) {
+  const Outcome o = replay(singleTable + "set 1 2 0 tripleWide any\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err.rfind("requests.txt:4: entryType: 'tripleWide' is not a TesselCentral::HashEntryType name", 0), 0u)
+      << o.err;
+}
+
+TEST(ReplayErrors, AnUnknownHashFunctionIsReportedWithTheField) {
+  const Outcome o = replay("table single 1 4 1 0 false\nbank singleWide 0 4 1 hashCrc99 0 0 3\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err.rfind("requests.txt:2: hashFunc: 'hashCrc99' is not a TesselCentral::HashFunc name", 0), 0u)
+      << o.err;
+}
+
+TEST(ReplayErrors, ANumberOutOfRangeNamesTheField) {
+  const Outcome o = replay(singleTable + "set 70000 2 0 singleWide any\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err, "requests.txt:4: crc16: '70000' is above the maximum 65535\n");
+}
+
+TEST(ReplayErrors, ANonNumberNamesTheField) {
+  const Outcome o = replay(singleTable + "set 1 0xZZ 0 singleWide any\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err, "requests.txt:4: crc32: '0xZZ' is not an unsigned number (decimal or 0x-hex)\n");
+}
+
+TEST(ReplayErrors, AnUnknownVerbIsReported) {
+  const Outcome o = replay(singleTable + "put 1 2 0 singleWide any\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err, "requests.txt:4: unknown verb 'put' (table, bank, set, del, trace)\n");
+}
+
+TEST(ReplayErrors, ExtraFieldsAreReported) {
+  const Outcome o = replay(singleTable + "del 1 2 0 singleWide 5\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err, "requests.txt:4: unexpected '5' after entryType\n");
+}
+
+TEST(ReplayErrors, ADeleteBeforeTheTableIsReported) {
+  const Outcome o = replay("# nothing yet\ndel 1 2 0 singleWide\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err, "requests.txt:2: 'del' before the table line: the first line must be 'table'\n");
+}
+
+TEST(ReplayErrors, ARequestedIdThatIsNotACandidateOfASingleWideKeyIsReported) {
+  // The key hashes to bucket 2 of bank 0 (id 2) and bucket 1 of bank 1 (id 5).
+  const Outcome o = replay(singleTable + "set 1 2 0 singleWide 3\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err, "requests.txt:4: id: 3 is not one of the key's candidate slots\n");
+  EXPECT_EQ(o.out, "");
+}
+
+TEST(ReplayErrors, ARequestedIdHeldByAnotherKeyIsReported) {
+  const Outcome o = replay(singleTable + "set 1 2 0 singleWide any\nset 3 6 0 singleWide 2\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err, "requests.txt:5: id: 2 is held by key 1 2 0 singleWide\n");
+}
+
+TEST(ReplayErrors, ARequestedIdOutsideAMultiWidthKeysBucketsIsReported) {
+  const Outcome o = replay(multiTable + "set 2 2 0 singleWide 0\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err, "requests.txt:4: id: 0 is not in one of the key's candidate buckets\n");
+}
+
+TEST(ReplayErrors, MovingAPlacedMultiWidthKeyToAnotherIdIsReported) {
+  const Outcome o = replay(multiTable + "set 2 2 0 singleWide any\nset 2 2 0 singleWide 9\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err.rfind("requests.txt:5: id: the key already stands at id 8;", 0), 0u) << o.err;
+}
+
+TEST(ReplayErrors, AKeyNarrowerThanABanksBaseTypeIsReported) {
+  const Outcome o = replay(
+      "table multi 1 4 4 1\nbank doubleWide 0 4 2 hashCrc32Lower 0 0 3 0 false\nset 1 1 0 singleWide any\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err, "requests.txt:3: entryType: singleWide is narrower than bank 0's baseEntryType doubleWide\n");
+}
+
+TEST(ReplayErrors, ARequestBeforeEveryBankExistsIsReported) {
+  const Outcome o = replay("table single 2 4 1 1 false\nbank singleWide 0 4 1 hashCrc32Lower 0 0 3\n"
+                           "set 1 2 0 singleWide any\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err, "requests.txt:3: bank 1 is missing: every bank below numBanks needs a bank line\n");
+}
+
+TEST(ReplayErrors, ABankRedefinedWithOtherArgumentsIsReported) {
+  const Outcome o = replay(singleTable + "bank singleWide 1 4 1 hashCrc16Lower 0 0 1\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err.rfind("requests.txt:4: bank 1 exists with other arguments: ", 0), 0u) << o.err;
+  EXPECT_NE(o.err.find("hashMask"), std::string::npos) << o.err;
+}
+
+TEST(ReplayErrors, NothingIsPrintedWhenALaterLineFails) {
+  const Outcome o = replay(singleTable + "set 1 2 0 singleWide any\nbogus\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.out, "");
+}
+
+TEST(Replay, ATraceLineSetsTheLibrarysMask) {
+  const Outcome o = replay(singleTable + "trace 0\nset 1 2 0 singleWide any\n");
+  EXPECT_EQ(o.exitCode, 0) << o.err;
+  EXPECT_EQ(o.out,
+            "counters insertions=1 deletions=0 moves=0\n"
+            "status 1 2 0 singleWide 2\n"
+            "entry 2 1 2 0 singleWide\n");
+}
+
+}  // namespace
+}  // namespace mht

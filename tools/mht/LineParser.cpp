@@ -1,0 +1,90 @@
+#include "LineParser.h"
+
+#include <cctype>
+#include <cstdlib>
+#include <ostream>
+
+#include "fwk/Assert.h"
+
+namespace mht {
+
+std::vector<std::string> splitFields(std::string_view line) {
+  std::vector<std::string> fields;
+  std::string current;
+  int depth = 0;
+  for (char c : line) {
+    if (c == '#' && depth == 0) break;
+    if (c == '{') ++depth;
+    if (c == '}' && depth > 0) --depth;
+    if (depth == 0 && std::isspace(static_cast<unsigned char>(c)) != 0) {
+      if (!current.empty()) fields.push_back(std::move(current));
+      current.clear();
+      continue;
+    }
+    current += c;
+  }
+  if (!current.empty()) fields.push_back(std::move(current));
+  return fields;
+}
+
+const std::string& LineParser::word(std::string_view field) {
+  if (atEnd()) throw LineError("missing " + std::string(field));
+  return fields_[next_++];
+}
+
+std::uint64_t LineParser::number(std::string_view field, std::uint64_t max) {
+  const std::string& text = word(field);
+  try {
+    return Fwk::parseUnsigned(text, field, max);
+  } catch (const Fwk::RangeError&) {
+    throw LineError(std::string(field) + ": '" + text + "' is above the maximum " + std::to_string(max));
+  } catch (const Fwk::SyntaxError&) {
+    throw LineError(std::string(field) + ": '" + text + "' is not an unsigned number (decimal or 0x-hex)");
+  }
+}
+
+U32 LineParser::u32(std::string_view field) { return static_cast<U32>(number(field, 0xFFFFFFFFu)); }
+
+U16 LineParser::u16(std::string_view field) { return static_cast<U16>(number(field, 0xFFFFu)); }
+
+bool LineParser::boolean(std::string_view field) {
+  const std::string& text = word(field);
+  if (text == "true") return true;
+  if (text == "false") return false;
+  throw LineError(std::string(field) + ": '" + text + "' is neither true nor false");
+}
+
+void LineParser::end(std::string_view lastField) {
+  if (!atEnd()) throw LineError("unexpected '" + fields_[next_] + "' after " + std::string(lastField));
+}
+
+namespace {
+
+std::string activeFile;
+std::ostream* activeErr = nullptr;
+const std::size_t* activeLine = nullptr;
+
+[[noreturn]] void reportAssertion(const Fwk::AssertionReport& r) {
+  if (activeErr != nullptr) {
+    *activeErr << activeFile << ':' << *activeLine << ": the library rejected this request: assertion '"
+               << r.condition << "' failed in " << r.function << std::endl;
+  }
+  std::_Exit(1);
+}
+
+}  // namespace
+
+ScriptPosition::ScriptPosition(std::string file, std::ostream& err) : file_(std::move(file)), err_(err) {
+  activeFile = file_;
+  activeErr = &err_;
+  activeLine = &line_;
+  Fwk::assertionHandlerIs(&reportAssertion);
+}
+
+ScriptPosition::~ScriptPosition() {
+  Fwk::assertionHandlerIs(nullptr);
+  activeErr = nullptr;
+  activeLine = nullptr;
+}
+
+}  // namespace mht

@@ -1,0 +1,84 @@
+// Splits one line of a request script into fields and reads them, naming the field in
+// every error ("crc16: '70000' is above the maximum 65535").
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "MultiHashTableTypes.h"
+#include "fwk/Registry.h"
+
+namespace mht {
+
+using TesselCentral::U16;
+using TesselCentral::U32;
+
+// A bad line: what was wrong, without the file and line (the caller adds them).
+class LineError : public std::runtime_error {
+public:
+  using std::runtime_error::runtime_error;
+};
+
+// Splits at blanks; '#' starts a comment that runs to the end of the line. Text inside
+// braces stays one field, so a value's text form may contain blanks.
+std::vector<std::string> splitFields(std::string_view line);
+
+class LineParser {
+public:
+  explicit LineParser(std::vector<std::string> fields) : fields_(std::move(fields)) {}
+
+  bool atEnd() const noexcept { return next_ == fields_.size(); }
+  std::size_t remaining() const noexcept { return fields_.size() - next_; }
+  const std::string& word(std::string_view field);
+  U32 u32(std::string_view field);
+  U16 u16(std::string_view field);
+  bool boolean(std::string_view field);
+
+  template <Fwk::RegisteredEnum E>
+  E name(std::string_view field) {
+    const std::string& text = word(field);
+    try {
+      return Fwk::sequenceToValue<E>(text, field);
+    } catch (const Fwk::RangeError&) {
+      throw LineError(std::string(field) + ": '" + text + "' is not a " +
+                      std::string(Fwk::EnumTraits<E>::info().typeName) + " name (" + names<E>() + ")");
+    }
+  }
+
+  // Fails when fields are left after the last one read.
+  void end(std::string_view lastField);
+
+private:
+  template <Fwk::RegisteredEnum E>
+  static std::string names() {
+    std::string all;
+    for (const auto& [value, n] : Fwk::EnumTraits<E>::info().enumerators) all += (all.empty() ? "" : ", ") + std::string(n);
+    return all;
+  }
+  std::uint64_t number(std::string_view field, std::uint64_t max);
+
+  std::vector<std::string> fields_;
+  std::size_t next_ = 0;
+};
+
+// While a script runs, a fatal assertion of the library that the tool's own checks did
+// not foresee is reported as FILE:LINE: ... with exit code 1 instead of an abort.
+class ScriptPosition {
+public:
+  ScriptPosition(std::string file, std::ostream& err);
+  ~ScriptPosition();
+  ScriptPosition(const ScriptPosition&) = delete;
+  ScriptPosition& operator=(const ScriptPosition&) = delete;
+
+  void next() noexcept { ++line_; }
+  std::size_t line() const noexcept { return line_; }
+
+private:
+  std::string file_;
+  std::size_t line_ = 0;
+  std::ostream& err_;
+};
+
+}  // namespace mht

@@ -1,0 +1,234 @@
+#include "Replay.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <istream>
+#include <memory>
+#include <ostream>
+#include <sstream>
+#include <vector>
+
+#include "LineParser.h"
+#include "Tables.h"
+
+namespace mht {
+
+namespace {
+
+HashEntryKey readKey(LineParser& p) {
+  const U16 crc16 = p.u16("crc16");
+  const U32 crc32 = p.u32("crc32");
+  const U32 fapId = p.u32("fapId");
+  const auto entryType = p.name<HashEntryType>("entryType");
+  return HashEntryKey(crc16, crc32, fapId, entryType);
+}
+
+std::string idText(EntryId id) { return id.isValid() ? std::to_string(id.value()) : "invalid"; }
+
+class Replay {
+public:
+  Replay(const ReplayOptions& options, std::ostream& err) : options_(options), err_(err) {}
+
+  void line(LineParser& p) {
+    const std::string& verb = p.word("a verb (table, bank, set, del, trace)");
+    if (verb == "table") return table(p);
+    if (verb == "trace") return trace(p);
+    if (!session_) throw LineError("'" + verb + "' before the table line: the first line must be 'table'");
+    if (verb == "bank") return bank(p);
+    if (verb == "set") return set(p);
+    if (verb == "del") return del(p);
+    throw LineError("unknown verb '" + verb + "' (table, bank, set, del, trace)");
+  }
+
+  void finish(std::ostream& out) {
+    if (!session_) throw LineError("no table line");
+    session_->dump(out);
+    if (!options_.explain) return;
+    std::vector<HashEntryKey> unplaced;
+    for (const auto& [key, id] : session_->status().statusCollection()) {
+      if (!id.isValid()) unplaced.push_back(key);
+    }
+    std::sort(unplaced.begin(), unplaced.end());
+    for (const HashEntryKey& key : unplaced) session_->explain(key, out);
+  }
+
+private:
+  void table(LineParser& p) {
+    if (session_) throw LineError("a second table line: one replay drives one table");
+    TableSpec spec;
+    const std::string& kind = p.word("table kind (single or multi)");
+    if (kind == "single") spec.kind = TableKind::single;
+    else if (kind == "multi") spec.kind = TableKind::multi;
+    else throw LineError("table kind: '" + kind + "' is neither single nor multi");
+    spec.numBanks = p.u32("numBanks");
+    spec.numBuckets = p.u32("numBuckets");
+    spec.numBucketEntries = p.u32("numBucketEntries");
+    spec.maxRecursiveSteps = p.u32("maxRecursiveSteps");
+    if (spec.kind == TableKind::single) {
+      spec.bucketSpanBanks = p.boolean("bucketSpanBanks");
+      p.end("bucketSpanBanks");
+    } else {
+      p.end("maxRecursiveSteps");
+      if (spec.numBanks > 256) throw LineError("numBanks: " + std::to_string(spec.numBanks) + " is above 256, the most a position can address");
+    }
+    session_ = std::make_unique<TableSession>(spec);
+  }
+
+  void bank(LineParser& p) {
+    if (requestsStarted_) throw LineError("bank line after the first request: banks come right after the table line");
+    const bool multi = session_->spec().kind == TableKind::multi;
+    BankSpec b;
+    b.baseEntryType = p.name<HashEntryType>("baseEntryType");
+    b.bankId = p.u32("bankId");
+    b.numBuckets = p.u32("numBuckets");
+    b.bucketSize = p.u32("bucketSize");
+    b.hashFunc = p.name<HashFunc>("hashFunc");
+    b.hashOffSet = p.u32("hashOffSet");
+    b.hashBits = p.u32("hashBits");
+    b.hashMask = p.u32("hashMask");
+    if (multi) {
+      b.phyBankId = p.u32("phyBankId");
+      b.doubleEntryTwoBucketMode = p.boolean("doubleEntryTwoBucketMode");
+      p.end("doubleEntryTwoBucketMode");
+      if (b.baseEntryType == HashEntryType::empty) throw LineError("baseEntryType: a bank's base type cannot be empty");
+      if (b.bankId > 255) throw LineError("bankId: " + std::to_string(b.bankId) + " is above 255, the most a position can address");
+      if (b.bucketSize > 4) throw LineError("bucketSize: " + std::to_string(b.bucketSize) + " is above 4, the most a bucket state word serves");
+    } else {
+      p.end(multi ? "doubleEntryTwoBucketMode" : "hashMask");
+    }
+    if (b.hashFunc == HashFunc::hashLsb) throw LineError("hashFunc: hashLsb is not supported for bucket selection");
+    try {
+      session_->bankIs(b);
+    } catch (const Fwk::ReinstantiationError& e) {
+      throw LineError(std::string("bank ") + std::to_string(b.bankId) + " exists with other arguments: " + e.what());
+    }
+  }
+
+  void requireBanks() {
+    requestsStarted_ = true;
+    const U32 missing = session_->firstMissingBank();
+    if (missing != session_->spec().numBanks) {
+      throw LineError("bank " + std::to_string(missing) + " is missing: every bank below numBanks needs a bank line");
+    }
+  }
+
+  // A key whose width some bank cannot hold would stop the multi-width table's search.
+  void checkWidth(const HashEntryKey& key) {
+    MultiEntryTypeHashTable* t = session_->multi();
+    if (t == nullptr) return;
+    if (key.entryType() == HashEntryType::empty) throw LineError("entryType: a key cannot be empty");
+    for (U32 i = 0; i < t->numBanks(); ++i) {
+      Ptr<MultiEntryTypeBank> b = t->bank(i);
+      if (static_cast<U32>(key.entryType()) < static_cast<U32>(b->baseEntryType())) {
+        throw LineError("entryType: " + stringValue(key.entryType()) + " is narrower than bank " + std::to_string(i) +
+                        "'s baseEntryType " + stringValue(b->baseEntryType()));
+      }
+      const U32 width = b->entrySize(key.entryType());
+      if (width != 0 && b->bucketSize() % width != 0) {
+        throw LineError("entryType: " + stringValue(key.entryType()) + " takes " + std::to_string(width) +
+                        " slots, which do not divide bank " + std::to_string(i) + "'s bucketSize " +
+                        std::to_string(b->bucketSize()));
+      }
+    }
+  }
+
+  // The checks the table makes fatally when a key is placed at a requested id.
+  void checkRequestedId(const HashEntryKey& key, EntryId id) {
+    const auto heldBy = [&](EntryId e) -> const HashEntryKey* {
+      const HashEntryKey* held = session_->table().hashTableEntryFind(e);
+      if (held == nullptr || *held == HashEntryKey()) return nullptr;
+      if (held->crc16() == key.crc16() && held->crc32() == key.crc32()) return nullptr;
+      return held;
+    };
+    if (MultiHashTable* t = session_->single()) {
+      if (!t->checkEntryIdValidity(key, id)) throw LineError("id: " + idText(id) + " is not one of the key's candidate slots");
+      if (const HashEntryKey* other = heldBy(id)) throw LineError("id: " + idText(id) + " is held by key " + keyFields(*other));
+      return;
+    }
+    MultiEntryTypeHashTable* t = session_->multi();
+    EntryIdHelper& helper = *t->entryIdHelper();
+    if (!helper.checkEntryIdValidity(key, id)) {
+      throw LineError("id: " + idText(id) + " is not in one of the key's candidate buckets");
+    }
+    if (t->keyToPosHas(key)) {
+      throw LineError("id: the key already stands at id " + idText(session_->status().status(key)) +
+                      "; delete its request before asking for another id");
+    }
+    const U32 pos = helper.candidatePosition(key, id);
+    if (t->posToKeyHas(pos)) {
+      throw LineError("id: " + idText(id) + " is taken by key " + keyFields(t->posToKey(pos)));
+    }
+    MultiEntryTypeBank& bank = *t->bank(positionBank(pos));
+    const U64 mask = U64{bank.entryMask(key.entryType())} << (positionSlot(pos) & 31);
+    if ((bank.bucket(positionBucket(pos)) & mask & 0xFFFFFFFF) != 0) {
+      throw LineError("id: the slots of id " + idText(id) + " overlap another entry");
+    }
+    if (const HashEntryKey* other = heldBy(id)) throw LineError("id: " + idText(id) + " is held by key " + keyFields(*other));
+  }
+
+  void set(LineParser& p) {
+    requireBanks();
+    const HashEntryKey key = readKey(p);
+    const std::string& idField = p.word("id (a number or any)");
+    EntryId id;
+    if (idField != "any") {
+      LineParser idParser({idField});
+      id = EntryId(idParser.u32("id"));
+      if (!id.isValid()) throw LineError("id: 4294967295 is the invalid id; write 'any' to place the key anywhere");
+    }
+    p.end("id");
+    checkWidth(key);
+    if (id.isValid() && session_->status().status(key) != id) checkRequestedId(key, id);
+    session_->config().configIs(key, id);
+  }
+
+  void del(LineParser& p) {
+    requireBanks();
+    const HashEntryKey key = readKey(p);
+    p.end("entryType");
+    if (session_->config().configHas(key) && !session_->status().statusHas(key)) {
+      throw LineError("the table never handled this key, so it cannot remove it");
+    }
+    session_->config().configDel(key);
+  }
+
+  void trace(LineParser& p) {
+    const U32 mask = p.u32("levelMask");
+    p.end("levelMask");
+    multiHashTableTrace().levelMaskIs(mask);
+  }
+
+  const ReplayOptions& options_;
+  std::ostream& err_;
+  std::unique_ptr<TableSession> session_;
+  bool requestsStarted_ = false;
+};
+
+}  // namespace
+
+int runReplay(std::istream& in, const std::string& fileName, const ReplayOptions& options, std::ostream& out,
+              std::ostream& err) {
+  ScriptPosition position(fileName, err);
+  if (options.traceMask) multiHashTableTrace().levelMaskIs(*options.traceMask);
+  Replay replay(options, err);
+  std::string text;
+  try {
+    while (std::getline(in, text)) {
+      position.next();
+      LineParser p(splitFields(text));
+      if (p.atEnd()) continue;
+      replay.line(p);
+    }
+    position.next();
+    // The result goes out whole or not at all.
+    std::ostringstream result;
+    replay.finish(result);
+    out << result.str();
+  } catch (const LineError& e) {
+    err << fileName << ':' << position.line() << ": " << e.what() << '\n';
+    return 1;
+  }
+  return 0;
+}
+
+}  // namespace mht

@@ -1,0 +1,215 @@
+#include "Report.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iomanip>
+#include <nlohmann/json.hpp>
+#include <ostream>
+#include <sstream>
+
+namespace mht {
+
+namespace {
+
+const char* kindName(TableKind k) { return k == TableKind::single ? "single" : "multi"; }
+
+const char* sourceName(KeySourceKind k) {
+  switch (k) {
+    case KeySourceKind::random: return "random";
+    case KeySourceKind::mac: return "mac";
+    case KeySourceKind::ipv4: return "ipv4";
+  }
+  return "?";
+}
+
+double perSecond(const PhaseFigures& p) { return p.seconds > 0 ? static_cast<double>(p.requested) / p.seconds : 0; }
+
+std::string percent(double fraction) {
+  std::ostringstream os;
+  os << std::fixed << std::setprecision(2) << fraction * 100 << " %";
+  return os.str();
+}
+
+}  // namespace
+
+void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std::ostream& out) {
+  const TableSpec& t = o.table;
+  out << "table      " << kindName(t.kind) << ", " << t.numBanks << " banks x " << t.numBuckets << " buckets x "
+      << t.numBucketEntries << " slots = " << r.capacity << " slots, maxRecursiveSteps " << t.maxRecursiveSteps;
+  if (t.kind == TableKind::single) out << (t.bucketSpanBanks ? ", bucket-major ids" : ", bank-major ids");
+  if (t.kind == TableKind::multi && !o.banks.empty() && o.banks[0].doubleEntryTwoBucketMode) out << ", doubleEntryTwoBucketMode";
+  out << '\n';
+  out << "keys       " << sourceName(o.source) << ", seed " << o.seed;
+  if (t.kind == TableKind::multi) {
+    out << ", widths " << o.mix.singleWide << "/" << o.mix.doubleWide << "/" << o.mix.quadWide << " single/double/quad";
+  }
+  out << '\n';
+  out << "fill       " << r.fill.requested << " requested, " << r.fill.placed << " placed, " << r.fill.failed
+      << " failed\n";
+  out << "churn      " << r.churn.requested << " requested, " << r.churn.placed << " placed, " << r.churn.failed
+      << " failed\n";
+  out << "first fail ";
+  if (r.fillAtFirstFailure) {
+    out << "at request " << *r.firstFailureRequest << ", fill " << percent(*r.fillAtFirstFailure) << '\n';
+  } else {
+    out << "none\n";
+  }
+  out << "fill end   " << percent(r.fillAtEnd) << " (" << r.slotsUsed << " of " << r.capacity << " slots)\n";
+  out << "per bank  ";
+  for (std::size_t i = 0; i < r.bankFill.size(); ++i) out << ' ' << i << ": " << percent(r.bankFill[i]);
+  out << '\n';
+  out << "moves      mean " << std::fixed << std::setprecision(3) << r.movesMean << ", max " << r.movesMax
+      << " per placement\n";
+  U64 most = 0;
+  for (const auto& [m, n] : r.movesHistogram) most = std::max(most, n);
+  for (const auto& [m, n] : r.movesHistogram) {
+    const int bar = most ? static_cast<int>(std::ceil(40.0 * static_cast<double>(n) / static_cast<double>(most))) : 0;
+    out << "  " << std::setw(3) << m << " moves " << std::setw(9) << n << ' ' << std::string(static_cast<std::size_t>(bar), '#') << '\n';
+  }
+  out << "speed      " << std::setprecision(0) << perSecond(r.fill) << " requests/s filling, " << perSecond(r.churn)
+      << " requests/s churning\n";
+  out << "counters   insertions=" << r.insertions << " deletions=" << r.deletions << " moves=" << r.movesCounted
+      << '\n';
+}
+
+void writeJsonReport(const SimulationOptions& o, const SimulationResult& r, std::ostream& out) {
+  using nlohmann::json;
+  const TableSpec& t = o.table;
+  json banks = json::array();
+  for (const BankSpec& b : o.banks) {
+    banks.push_back({{"bankId", b.bankId},
+                     {"numBuckets", b.numBuckets},
+                     {"bucketSize", b.bucketSize},
+                     {"hashFunc", stringValue(b.hashFunc)},
+                     {"hashOffSet", b.hashOffSet},
+                     {"hashBits", b.hashBits},
+                     {"hashMask", b.hashMask},
+                     {"phyBankId", b.phyBankId},
+                     {"doubleEntryTwoBucketMode", b.doubleEntryTwoBucketMode}});
+  }
+  const auto phase = [](const PhaseFigures& p) {
+    return json{{"requested", p.requested}, {"placed", p.placed},     {"failed", p.failed},
+                {"moves", p.moves},         {"seconds", p.seconds}, {"requestsPerSecond", perSecond(p)}};
+  };
+  json histogram = json::object();
+  for (const auto& [m, n] : r.movesHistogram) histogram[std::to_string(m)] = n;
+  json doc{{"table",
+            {{"kind", kindName(t.kind)},
+             {"numBanks", t.numBanks},
+             {"numBuckets", t.numBuckets},
+             {"numBucketEntries", t.numBucketEntries},
+             {"maxRecursiveSteps", t.maxRecursiveSteps},
+             {"bucketSpanBanks", t.bucketSpanBanks},
+             {"capacity", r.capacity},
+             {"banks", banks}}},
+           {"keys",
+            {{"source", sourceName(o.source)},
+             {"seed", o.seed},
+             {"widthMix", {{"singleWide", o.mix.singleWide}, {"doubleWide", o.mix.doubleWide}, {"quadWide", o.mix.quadWide}}}}},
+           {"fill", phase(r.fill)},
+           {"churn", phase(r.churn)},
+           {"firstFailure",
+            r.fillAtFirstFailure ? json{{"request", *r.firstFailureRequest}, {"fillRatio", *r.fillAtFirstFailure}}
+                                 : json(nullptr)},
+           {"fillRatioAtEnd", r.fillAtEnd},
+           {"slotsUsed", r.slotsUsed},
+           {"bankFillRatio", r.bankFill},
+           {"movesPerPlacement", {{"mean", r.movesMean}, {"max", r.movesMax}, {"histogram", histogram}}},
+           {"counters", {{"insertions", r.insertions}, {"deletions", r.deletions}, {"moves", r.movesCounted}}}};
+  out << doc.dump(2) << '\n';
+}
+
+namespace {
+
+// Free: white; otherwise the hue of the widest entry in the bucket, darker the fuller it is.
+std::string cellColour(const BucketCell& c, U32 slots) {
+  if (c.slotsUsed == 0) return "#ffffff";
+  int hue = 210;                          // single-wide: blue
+  if (c.widthMask & (1u << 2)) hue = 130; // double-wide: green
+  if (c.widthMask & (1u << 4)) hue = 25;  // quad-wide: orange
+  const double full = slots ? std::min(1.0, static_cast<double>(c.slotsUsed) / slots) : 1.0;
+  const int light = static_cast<int>(85 - 50 * full);
+  return "hsl(" + std::to_string(hue) + ",70%," + std::to_string(light) + "%)";
+}
+
+}  // namespace
+
+void writeSvgReport(const SimulationOptions& o, const SimulationResult& r, std::ostream& out) {
+  const double cell = 4;
+  const double gap = 24;
+  std::vector<std::pair<U32, U32>> grids;  // columns, rows per bank
+  double mapWidth = 0, mapHeight = 0;
+  for (const auto& bank : r.occupancy) {
+    const U32 n = static_cast<U32>(bank.size());
+    const U32 cols = std::max<U32>(1, static_cast<U32>(std::ceil(std::sqrt(static_cast<double>(n)))));
+    const U32 rows = (n + cols - 1) / cols;
+    grids.emplace_back(cols, rows);
+    mapWidth += cols * cell + gap;
+    mapHeight = std::max(mapHeight, rows * cell);
+  }
+  const double chartWidth = std::max(600.0, mapWidth);
+  const double chartHeight = 220;
+  const double width = std::max(mapWidth, chartWidth) + 2 * gap;
+  const double height = 60 + mapHeight + 60 + chartHeight + 60;
+
+  out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+  out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << width << "\" height=\"" << height
+      << "\" font-family=\"sans-serif\" font-size=\"12\">\n";
+  out << "<rect width=\"100%\" height=\"100%\" fill=\"#fafafa\"/>\n";
+  out << "<text x=\"" << gap << "\" y=\"24\" font-size=\"16\">Bucket occupancy per bank (" << o.table.numBanks
+      << " x " << o.table.numBuckets << " x " << o.table.numBucketEntries
+      << "): blue single, green double, orange quad; darker is fuller</text>\n";
+  double x = gap;
+  const U32 slots = o.table.numBucketEntries;
+  for (std::size_t b = 0; b < r.occupancy.size(); ++b) {
+    const auto [cols, rows] = grids[b];
+    out << "<text x=\"" << x << "\" y=\"48\">bank " << b << " (" << std::fixed << std::setprecision(1)
+        << (b < r.bankFill.size() ? r.bankFill[b] * 100 : 0) << " %)</text>\n";
+    out << "<g transform=\"translate(" << x << ",56)\">\n";
+    out << "<rect width=\"" << cols * cell << "\" height=\"" << rows * cell << "\" fill=\"#ffffff\" stroke=\"#cccccc\"/>\n";
+    for (std::size_t k = 0; k < r.occupancy[b].size(); ++k) {
+      const BucketCell& c = r.occupancy[b][k];
+      if (c.slotsUsed == 0) continue;
+      out << "<rect x=\"" << (k % cols) * cell << "\" y=\"" << (k / cols) * cell << "\" width=\"" << cell
+          << "\" height=\"" << cell << "\" fill=\"" << cellColour(c, slots) << "\"/>\n";
+    }
+    out << "</g>\n";
+    x += cols * cell + gap;
+  }
+
+  // Fill ratio over requests, with a tick under each request that moved entries.
+  const double top = 56 + mapHeight + 50;
+  const U64 last = r.timeline.empty() ? 1 : std::max<U64>(1, r.timeline.back().request);
+  out << "<text x=\"" << gap << "\" y=\"" << top - 12
+      << "\" font-size=\"16\">Fill ratio over requests; red ticks: requests that moved entries</text>\n";
+  out << "<g transform=\"translate(" << gap << "," << top << ")\">\n";
+  out << "<rect width=\"" << chartWidth << "\" height=\"" << chartHeight << "\" fill=\"#ffffff\" stroke=\"#999999\"/>\n";
+  for (int p = 0; p <= 100; p += 25) {
+    const double y = chartHeight * (1 - p / 100.0);
+    out << "<line x1=\"0\" x2=\"" << chartWidth << "\" y1=\"" << y << "\" y2=\"" << y << "\" stroke=\"#eeeeee\"/>\n";
+    out << "<text x=\"-4\" y=\"" << y + 4 << "\" text-anchor=\"end\" font-size=\"10\">" << p << "%</text>\n";
+  }
+  out << "<polyline fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\" points=\"";
+  for (const Sample& s : r.timeline) {
+    out << chartWidth * static_cast<double>(s.request) / static_cast<double>(last) << ','
+        << chartHeight * (1 - std::min(1.0, s.fill)) << ' ';
+  }
+  out << "\"/>\n";
+  for (const Sample& s : r.timeline) {
+    if (s.moves == 0) continue;
+    const double px = chartWidth * static_cast<double>(s.request) / static_cast<double>(last);
+    out << "<line x1=\"" << px << "\" x2=\"" << px << "\" y1=\"" << chartHeight << "\" y2=\"" << chartHeight - 4 - 2 * std::min<U32>(s.moves, 8)
+        << "\" stroke=\"#d62728\" stroke-opacity=\"0.5\"/>\n";
+  }
+  if (r.firstFailureRequest) {
+    const double px = chartWidth * static_cast<double>(*r.firstFailureRequest) / static_cast<double>(last);
+    out << "<line x1=\"" << px << "\" x2=\"" << px << "\" y1=\"0\" y2=\"" << chartHeight
+        << "\" stroke=\"#000000\" stroke-dasharray=\"4 3\"/>\n";
+    out << "<text x=\"" << px + 4 << "\" y=\"14\" font-size=\"10\">first failure</text>\n";
+  }
+  out << "<text x=\"" << chartWidth / 2 << "\" y=\"" << chartHeight + 20 << "\" text-anchor=\"middle\">requests (" << last
+      << ")</text>\n";
+  out << "</g>\n</svg>\n";
+}
+
+}  // namespace mht

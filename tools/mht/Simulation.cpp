@@ -1,0 +1,207 @@
+#include "Simulation.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <bit>
+#include <chrono>
+#include <cstdio>
+
+namespace mht {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+class Progress {
+public:
+  Progress(bool enabled, U64 total) : enabled_(enabled && isatty(STDERR_FILENO) != 0), total_(total) {}
+  ~Progress() {
+    if (shown_) std::fprintf(stderr, "\r%60s\r", "");
+  }
+  void update(U64 done) {
+    if (!enabled_ || (done & 1023) != 0) return;
+    const double elapsed = std::chrono::duration<double>(Clock::now() - start_).count();
+    if (elapsed < 1.0) return;
+    shown_ = true;
+    const double fraction = total_ ? std::min(1.0, static_cast<double>(done) / static_cast<double>(total_)) : 0;
+    const int filled = static_cast<int>(fraction * 40);
+    std::fprintf(stderr, "\r[%.*s%*s] %3d%% %llu requests", filled, "########################################",
+                 40 - filled, "", static_cast<int>(fraction * 100), static_cast<unsigned long long>(done));
+    std::fflush(stderr);
+  }
+
+private:
+  bool enabled_;
+  U64 total_;
+  bool shown_ = false;
+  Clock::time_point start_ = Clock::now();
+};
+
+double seconds(Clock::time_point since) { return std::chrono::duration<double>(Clock::now() - since).count(); }
+
+}  // namespace
+
+std::vector<BankSpec> defaultBanks(const TableSpec& table, bool doubleEntryTwoBucketMode) {
+  std::vector<BankSpec> banks;
+  const U32 bits = table.numBuckets > 1 ? static_cast<U32>(std::bit_width(table.numBuckets - 1)) : 0;
+  for (U32 i = 0; i < table.numBanks; ++i) {
+    BankSpec b;
+    b.baseEntryType = HashEntryType::singleWide;
+    b.bankId = i;
+    b.numBuckets = table.numBuckets;
+    b.bucketSize = table.numBucketEntries;
+    b.hashFunc = HashFunc::hashCrc32And16;
+    b.hashOffSet = (i * bits) % 48;
+    b.hashBits = bits;
+    b.hashMask = table.numBuckets > 0 ? (std::bit_ceil(table.numBuckets) - 1) : 0;
+    b.phyBankId = i;
+    b.doubleEntryTwoBucketMode = doubleEntryTwoBucketMode;
+    banks.push_back(b);
+  }
+  return banks;
+}
+
+namespace {
+
+class Simulator {
+public:
+  explicit Simulator(const SimulationOptions& o)
+      : options_(o),
+        session_(o.table),
+        keys_(o.source, o.seed, o.table.kind == TableKind::single ? WidthMix{100, 0, 0} : o.mix, o.prefixes),
+        pick_(o.seed ^ 0x9E3779B97F4A7C15ull) {
+    for (const BankSpec& b : o.banks) session_.bankIs(b);
+  }
+
+  SimulationResult run() {
+    const U64 capacity = session_.capacity();
+    const U64 fillLimit = options_.requests.value_or(~U64{0});
+    Progress progress(options_.progress, (options_.requests ? *options_.requests : capacity) + options_.churn);
+    sampleEvery_ = std::max<U64>(1, (options_.requests ? *options_.requests : capacity) / 500);
+
+    Clock::time_point start = Clock::now();
+    while (result_.fill.requested < fillLimit) {
+      if (options_.fillTarget && fill() >= *options_.fillTarget) break;
+      const bool placed = request(result_.fill);
+      progress.update(requests_);
+      if (!placed && !result_.fillAtFirstFailure) {
+        result_.fillAtFirstFailure = fill();
+        result_.firstFailureRequest = requests_;
+        if (!options_.requests && !options_.fillTarget) break;
+      }
+    }
+    result_.fill.seconds = seconds(start);
+
+    start = Clock::now();
+    for (U64 i = 0; i < options_.churn && !placedKeys_.empty(); ++i) {
+      const std::size_t victim = pick_() % placedKeys_.size();
+      session_.config().configDel(placedKeys_[victim]);
+      used_ -= session_.widthOf(placedKeys_[victim]);
+      placedKeys_[victim] = placedKeys_.back();
+      placedKeys_.pop_back();
+      request(result_.churn);
+      progress.update(requests_);
+    }
+    result_.churn.seconds = seconds(start);
+
+    finish(capacity);
+    return std::move(result_);
+  }
+
+private:
+  double fill() const { return session_.capacity() ? static_cast<double>(used_) / static_cast<double>(session_.capacity()) : 0; }
+
+  // One request for a new key; failed requests are withdrawn, as an agent would.
+  bool request(PhaseFigures& phase) {
+    const HashEntryKey key = keys_.next();
+    const U32 movesBefore = session_.table().numMoves();
+    session_.config().configIs(key, EntryId());
+    const U32 moves = session_.table().numMoves() - movesBefore;
+    ++requests_;
+    ++phase.requested;
+    phase.moves += moves;
+    const bool placed = session_.status().status(key).isValid();
+    if (placed) {
+      ++phase.placed;
+      placedKeys_.push_back(key);
+      used_ += session_.widthOf(key);
+      ++result_.movesHistogram[moves];
+      result_.movesMax = std::max<U64>(result_.movesMax, moves);
+    } else {
+      ++phase.failed;
+      session_.config().configDel(key);
+    }
+    if (requests_ % sampleEvery_ == 0 || moves > 0) result_.timeline.push_back(Sample{requests_, fill(), moves});
+    return placed;
+  }
+
+  void finish(U64 capacity) {
+    result_.capacity = capacity;
+    result_.slotsUsed = session_.slotsUsed();
+    result_.fillAtEnd = capacity ? static_cast<double>(result_.slotsUsed) / static_cast<double>(capacity) : 0;
+    U64 placements = 0, moves = 0;
+    for (const auto& [m, n] : result_.movesHistogram) {
+      placements += n;
+      moves += m * n;
+    }
+    result_.movesMean = placements ? static_cast<double>(moves) / static_cast<double>(placements) : 0;
+    const std::vector<U64> perBank = session_.slotsUsedPerBank();
+    for (std::size_t i = 0; i < perBank.size(); ++i) {
+      const BankSpec& b = options_.banks.at(i);
+      const double slots = static_cast<double>(b.numBuckets) * (session_.multi() ? b.bucketSize : options_.table.numBucketEntries);
+      result_.bankFill.push_back(slots > 0 ? static_cast<double>(perBank[i]) / slots : 0);
+    }
+    result_.occupancy = occupancy();
+    result_.insertions = session_.table().numInsertions();
+    result_.deletions = session_.table().numDeletions();
+    result_.movesCounted = session_.table().numMoves();
+  }
+
+  std::vector<std::vector<BucketCell>> occupancy() const {
+    std::vector<std::vector<BucketCell>> cells(options_.table.numBanks);
+    for (U32 i = 0; i < options_.table.numBanks; ++i) cells[i].resize(options_.banks.at(i).numBuckets);
+    if (MultiEntryTypeHashTable* t = session_.multi()) {
+      for (const auto& [bankId, bank] : t->bankCollection()) {
+        if (bankId >= cells.size()) continue;
+        for (const auto& [bucket, state] : bank->bucketCollection()) {
+          if (bucket >= cells[bankId].size()) continue;
+          BucketCell& c = cells[bankId][bucket];
+          c.slotsUsed = static_cast<U32>(std::popcount(state & 0xFFFF));
+          for (U32 s = 0; s < 4; ++s) {
+            const U32 width = static_cast<U32>((state >> (16 + 4 * s)) & 0xF);
+            if (width) c.widthMask |= 1u << width;
+          }
+        }
+      }
+      return cells;
+    }
+    const TableSpec& t = options_.table;
+    for (const auto& [id, key] : session_.single()->hashTableEntryCollection()) {
+      const U64 slot = id.value() / t.numBucketEntries;
+      const U64 bank = t.bucketSpanBanks ? slot % t.numBanks : slot / t.numBuckets;
+      const U64 bucket = t.bucketSpanBanks ? slot / t.numBanks : slot % t.numBuckets;
+      if (bank < cells.size() && bucket < cells[bank].size()) {
+        ++cells[bank][bucket].slotsUsed;
+        cells[bank][bucket].widthMask |= 1u << 1;
+      }
+    }
+    return cells;
+  }
+
+  const SimulationOptions& options_;
+  TableSession session_;
+  KeySource keys_;
+  std::mt19937_64 pick_;
+  std::vector<HashEntryKey> placedKeys_;
+  U64 used_ = 0;
+  U64 requests_ = 0;
+  U64 sampleEvery_ = 1;
+  SimulationResult result_;
+};
+
+}  // namespace
+
+SimulationResult simulate(const SimulationOptions& options) { return Simulator(options).run(); }
+
+}  // namespace mht

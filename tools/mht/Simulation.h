@@ -1,0 +1,76 @@
+// mht simulate: drives a table through its HashEntryConfig exactly as an agent would,
+// reading every result back from the status, and measures how full it gets.
+//
+// Fill phase: new keys, one request each, until the first key finds no room (or until a
+// request count or fill target is reached). Churn phase: at that load, delete a random
+// placed key and request a new one, repeatedly.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "KeySource.h"
+#include "Tables.h"
+
+namespace mht {
+
+struct SimulationOptions {
+  TableSpec table;
+  std::vector<BankSpec> banks;
+  KeySourceKind source = KeySourceKind::random;
+  std::vector<Ipv4Prefix> prefixes;
+  WidthMix mix;
+  U64 seed = 1;
+  std::optional<U64> requests;     // fill-phase requests; unset: until the first failure
+  std::optional<double> fillTarget;  // stop filling at this fraction of the capacity
+  U64 churn = 20000;               // delete-and-add pairs after the fill phase
+  bool progress = false;           // a progress bar on standard error
+};
+
+struct BucketCell {
+  U32 slotsUsed = 0;
+  U32 widthMask = 0;  // bit w set when an entry of width w covers a slot of the bucket
+};
+
+struct Sample {
+  U64 request;
+  double fill;
+  U32 moves;
+};
+
+struct PhaseFigures {
+  U64 requested = 0;
+  U64 placed = 0;
+  U64 failed = 0;
+  U64 moves = 0;
+  double seconds = 0;
+};
+
+struct SimulationResult {
+  PhaseFigures fill;
+  PhaseFigures churn;
+  std::optional<double> fillAtFirstFailure;
+  std::optional<U64> firstFailureRequest;
+  double fillAtEnd = 0;
+  U64 slotsUsed = 0;
+  U64 capacity = 0;
+  std::map<U64, U64> movesHistogram;  // moves in one placement -> placements
+  U64 movesMax = 0;
+  double movesMean = 0;
+  std::vector<double> bankFill;
+  std::vector<std::vector<BucketCell>> occupancy;  // [bank][bucket]
+  std::vector<Sample> timeline;
+  U64 insertions = 0;
+  U64 deletions = 0;
+  U64 movesCounted = 0;
+};
+
+// The banks a simulation uses unless told otherwise: bank i hashes the i-th run of
+// log2(numBuckets) bits of the 48-bit word crc16:crc32, so that banks are independent.
+std::vector<BankSpec> defaultBanks(const TableSpec& table, bool doubleEntryTwoBucketMode);
+
+SimulationResult simulate(const SimulationOptions& options);
+
+}  // namespace mht

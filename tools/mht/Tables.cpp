@@ -1,0 +1,154 @@
+#include "Tables.h"
+
+#include <algorithm>
+#include <bit>
+#include <ostream>
+#include <sstream>
+
+namespace mht {
+
+std::string keyFields(const HashEntryKey& key) {
+  std::ostringstream os;
+  os << key.crc16() << ' ' << key.crc32() << ' ' << key.fapId() << ' ' << stringValue(key.entryType());
+  return os.str();
+}
+
+TableSession::TableSession(const TableSpec& spec)
+    : spec_(spec), config_(hashEntryConfigFactory()), status_(hashEntryStatusFactory()) {
+  if (spec.kind == TableKind::single) {
+    single_ = multiHashTableFactory(spec.numBanks, spec.numBuckets, spec.numBucketEntries, config_, status_,
+                                    spec.maxRecursiveSteps, spec.bucketSpanBanks);
+    base_ = single_.ptr();
+  } else {
+    multi_ = multiEntryTypeHashTableFactory(spec.numBanks, spec.numBuckets, spec.numBucketEntries, config_, status_,
+                                            spec.maxRecursiveSteps);
+    multi_->entryIdHelperIs(entryIdHelperFactory(multi_));
+    base_ = multi_.ptr();
+  }
+}
+
+TableSession::~TableSession() {
+  if (multi_) multi_->entryIdHelperIs(nullptr);
+}
+
+void TableSession::bankIs(const BankSpec& b) {
+  if (single_) {
+    single_->bankIs(b.baseEntryType, b.bankId, b.numBuckets, b.bucketSize, b.hashFunc, b.hashOffSet, b.hashBits,
+                    b.hashMask);
+  } else {
+    multi_->bankIs(b.baseEntryType, b.bankId, b.numBuckets, b.bucketSize, b.hashFunc, b.hashOffSet, b.hashBits,
+                   b.hashMask, b.phyBankId, b.doubleEntryTwoBucketMode);
+  }
+}
+
+U32 TableSession::firstMissingBank() const {
+  for (U32 i = 0; i < spec_.numBanks; ++i) {
+    const bool has = single_ ? single_->bankCollection().has(i) : multi_->bankCollection().has(i);
+    if (!has) return i;
+  }
+  return spec_.numBanks;
+}
+
+bool TableSession::complete() const { return firstMissingBank() == spec_.numBanks; }
+
+U32 TableSession::widthOf(const HashEntryKey& key) const noexcept {
+  return multi_ ? static_cast<U32>(key.entryType()) : 1;
+}
+
+U64 TableSession::slotsUsed() const {
+  U64 used = 0;
+  if (multi_) {
+    for (const auto& [key, pos] : multi_->keyToPosCollection()) used += widthOf(key);
+  } else {
+    used = single_->hashTableEntryCollection().size();
+  }
+  return used;
+}
+
+std::vector<U64> TableSession::slotsUsedPerBank() const {
+  std::vector<U64> used(spec_.numBanks, 0);
+  if (multi_) {
+    for (const auto& [bankId, bank] : multi_->bankCollection()) {
+      if (bankId >= used.size()) continue;
+      for (const auto& [bucket, state] : bank->bucketCollection()) used[bankId] += std::popcount(state & 0xFFFF);
+    }
+    return used;
+  }
+  // Single-width ids decode by the table's layout.
+  const U64 perBucket = spec_.numBucketEntries;
+  for (const auto& [id, key] : single_->hashTableEntryCollection()) {
+    const U64 v = id.value();
+    const U64 bank = spec_.bucketSpanBanks ? (v / perBucket) % spec_.numBanks
+                                           : v / (perBucket * std::max<U64>(spec_.numBuckets, 1));
+    if (bank < used.size()) ++used[bank];
+  }
+  return used;
+}
+
+void TableSession::dump(std::ostream& out) const {
+  out << "counters insertions=" << base_->numInsertions() << " deletions=" << base_->numDeletions()
+      << " moves=" << base_->numMoves() << '\n';
+
+  std::vector<std::pair<HashEntryKey, EntryId>> status;
+  for (const auto& [key, id] : status_->statusCollection()) status.emplace_back(key, id);
+  std::sort(status.begin(), status.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+  for (const auto& [key, id] : status) {
+    out << "status " << keyFields(key) << ' ' << (id.isValid() ? std::to_string(id.value()) : "invalid") << '\n';
+  }
+
+  std::vector<std::pair<EntryId, HashEntryKey>> entries;
+  for (const auto& [id, key] : base_->hashTableEntryCollection()) entries.emplace_back(id, key);
+  std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+  for (const auto& [id, key] : entries) {
+    out << "entry " << (id.isValid() ? std::to_string(id.value()) : "invalid") << ' ' << keyFields(key) << '\n';
+  }
+
+  if (multi_) {
+    std::vector<std::tuple<U32, U32, U64>> buckets;
+    for (const auto& [bankId, bank] : multi_->bankCollection()) {
+      for (const auto& [bucket, state] : bank->bucketCollection()) buckets.emplace_back(bankId, bucket, state);
+    }
+    std::sort(buckets.begin(), buckets.end());
+    for (const auto& [bankId, bucket, state] : buckets) {
+      out << "bucket " << bankId << ' ' << bucket << " 0x" << std::hex << state << std::dec << '\n';
+    }
+  }
+}
+
+void TableSession::explain(const HashEntryKey& key, std::ostream& out) const {
+  out << "explain " << keyFields(key) << '\n';
+  for (U32 b = 0; b < spec_.numBanks; ++b) {
+    if (single_) {
+      Ptr<Bank> bank = single_->bank(b);
+      if (!bank) continue;
+      const U32 bucket = bank->calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
+      out << "  bank " << b << " bucket " << bucket << ':';
+      for (U32 s = 0; s < spec_.numBucketEntries; ++s) {
+        const EntryId id = single_->calcEntryId(b, bucket, SlotId(static_cast<U8>(s)));
+        const HashEntryKey* held = single_->hashTableEntryFind(id);
+        out << " [" << id << ' ' << (held ? keyFields(*held) : std::string("free")) << ']';
+      }
+      out << '\n';
+      continue;
+    }
+    Ptr<MultiEntryTypeBank> bank = multi_->bank(b);
+    if (!bank) continue;
+    if (static_cast<U32>(key.entryType()) < static_cast<U32>(bank->baseEntryType())) {
+      out << "  bank " << b << ": entryType narrower than the bank's " << stringValue(bank->baseEntryType()) << '\n';
+      continue;
+    }
+    const U32 first = bank->calcBucketId(key.crc16(), key.crc32(), key.entryType(), multi_->debugEnabled(), 0);
+    const U32 count = bank->numBucketsToCheck(key.entryType());
+    for (U32 k = first; k < first + count; ++k) {
+      out << "  bank " << b << " bucket " << k << " state 0x" << std::hex << bank->bucket(k) << std::dec << ':';
+      if (bank->lockedBucketsHas(k)) out << " locked";
+      for (U32 s = 0; s < bank->bucketSize() && s < 16; ++s) {
+        const U32 pos = packPosition(b, k, s);
+        if (multi_->posToKeyHas(pos)) out << " [slot " << s << ' ' << keyFields(multi_->posToKey(pos)) << ']';
+      }
+      out << '\n';
+    }
+  }
+}
+
+}  // namespace mht

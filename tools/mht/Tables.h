@@ -1,0 +1,85 @@
+// A table of either kind with its request and result collections, as the tool drives it:
+// every request goes through the config, exactly as an agent's write would.
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "MultiHashTable.h"
+
+namespace mht {
+
+using namespace TesselCentral;
+
+enum class TableKind { single, multi };
+
+struct BankSpec {
+  HashEntryType baseEntryType = HashEntryType::singleWide;
+  U32 bankId = 0;
+  U32 numBuckets = 0;
+  U32 bucketSize = 0;
+  HashFunc hashFunc = HashFunc::hashCrc32Lower;
+  U32 hashOffSet = 0;
+  U32 hashBits = 0;
+  U32 hashMask = 0;
+  U32 phyBankId = 0;
+  bool doubleEntryTwoBucketMode = false;
+};
+
+struct TableSpec {
+  TableKind kind = TableKind::multi;
+  U32 numBanks = 0;
+  U32 numBuckets = 0;
+  U32 numBucketEntries = 0;
+  U32 maxRecursiveSteps = 0;
+  bool bucketSpanBanks = false;  // single-width tables only
+};
+
+// One table and its collections. The multi-width table gets its EntryIdHelper at once;
+// the destructor breaks the table <-> helper cycle.
+class TableSession {
+public:
+  explicit TableSession(const TableSpec& spec);
+  ~TableSession();
+  TableSession(const TableSession&) = delete;
+  TableSession& operator=(const TableSession&) = delete;
+
+  const TableSpec& spec() const noexcept { return spec_; }
+  void bankIs(const BankSpec& bank);
+  // Whether every bank index below numBanks holds a bank.
+  bool complete() const;
+  // The index of the first missing bank, or numBanks.
+  U32 firstMissingBank() const;
+
+  HashEntryConfig& config() const noexcept { return *config_; }
+  HashEntryStatus& status() const noexcept { return *status_; }
+  MultiHashTableBase& table() const noexcept { return *base_; }
+  MultiHashTable* single() const noexcept { return single_.ptr(); }
+  MultiEntryTypeHashTable* multi() const noexcept { return multi_.ptr(); }
+
+  // Slots that placed keys cover (a key's width in a multi-width table, 1 otherwise).
+  U64 slotsUsed() const;
+  U64 capacity() const noexcept { return base_->tableCapacity(); }
+  // Slots used per logical bank.
+  std::vector<U64> slotsUsedPerBank() const;
+  U32 widthOf(const HashEntryKey& key) const noexcept;
+
+  // The canonical text of the table's state: counters, status, entries, bucket states.
+  void dump(std::ostream& out) const;
+  // For a key without a place: its candidate buckets in every bank and their occupants.
+  void explain(const HashEntryKey& key, std::ostream& out) const;
+
+private:
+  TableSpec spec_;
+  Ptr<HashEntryConfig> config_;
+  Ptr<HashEntryStatus> status_;
+  Ptr<MultiHashTable> single_;
+  Ptr<MultiEntryTypeHashTable> multi_;
+  MultiHashTableBase* base_ = nullptr;
+};
+
+// "<crc16> <crc32> <fapId> <entryType>", the key as the tool's text lines write it.
+std::string keyFields(const HashEntryKey& key);
+
+}  // namespace mht
