@@ -1,4 +1,5 @@
-# Thin wrapper over the CMake presets. `make run` builds and runs the main job,
+# Thin wrapper over the CMake presets. `make run` builds and runs the main job (the
+# default simulation; `make run ARGS="--table single"` passes options),
 # `make test` builds and runs every test; both install what they need first.
 .PHONY: all setup run test test-debug clean
 
@@ -9,8 +10,8 @@ setup:
 
 run: setup
 	@cmake --preset release >/dev/null
-	@cmake --build --preset release --target quickstart
-	@./build/release/examples/quickstart
+	@cmake --build --preset release --target mht
+	@./build/release/tools/mht simulate $(ARGS)
 
 test: setup
 	@cmake --workflow --preset release

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iomanip>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <ostream>
 #include <sstream>
@@ -60,11 +61,16 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
   out << '\n';
   out << "moves      mean " << std::fixed << std::setprecision(3) << r.movesMean << ", max " << r.movesMax
       << " per placement\n";
+  // Placements by moves, the long tail folded into one line.
+  constexpr U64 tail = 10;
+  std::map<U64, U64> rows;
+  for (const auto& [m, n] : r.movesHistogram) rows[std::min(m, tail)] += n;
   U64 most = 0;
-  for (const auto& [m, n] : r.movesHistogram) most = std::max(most, n);
-  for (const auto& [m, n] : r.movesHistogram) {
+  for (const auto& [m, n] : rows) most = std::max(most, n);
+  for (const auto& [m, n] : rows) {
     const int bar = most ? static_cast<int>(std::ceil(40.0 * static_cast<double>(n) / static_cast<double>(most))) : 0;
-    out << "  " << std::setw(3) << m << " moves " << std::setw(9) << n << ' ' << std::string(static_cast<std::size_t>(bar), '#') << '\n';
+    out << "  " << std::setw(3) << m << (m == tail ? "+" : " ") << "moves " << std::setw(9) << n << ' '
+        << std::string(static_cast<std::size_t>(bar), '#') << '\n';
   }
   out << "speed      " << std::setprecision(0) << perSecond(r.fill) << " requests/s filling, " << perSecond(r.churn)
       << " requests/s churning\n";

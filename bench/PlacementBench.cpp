@@ -1,0 +1,317 @@
+// The cost of a placement as the agent pays it: one configIs (or configDel) with the
+// table's reaction and the status publication inside it, against a plain hash map of the
+// same keys measured in the same run.
+//
+// Every scenario takes its keys from a fixed seed. Each benchmark iteration builds a fresh
+// table with the clock paused, brings it to the starting fill, then times a phase of many
+// operations; the counter ns_per_op is the time of one operation.
+#include <benchmark/benchmark.h>
+
+#include <optional>
+#include <random>
+#include <unordered_map>
+#include <vector>
+
+#include "CountingAllocator.h"
+#include "KeySource.h"
+#include "Simulation.h"
+#include "Tables.h"
+
+namespace {
+
+using namespace mht;
+
+constexpr U64 seed = 20261122;
+
+struct KeyHasher {
+  std::size_t operator()(const HashEntryKey& k) const noexcept { return k.hash(0); }
+};
+using Baseline = std::unordered_map<HashEntryKey, EntryId, KeyHasher>;
+
+TableSpec geometry(TableKind kind, U32 numBuckets) { return TableSpec{kind, 4, numBuckets, 4, 3, false}; }
+
+std::unique_ptr<TableSession> newTable(const TableSpec& spec) {
+  auto session = std::make_unique<TableSession>(spec);
+  for (const BankSpec& b : defaultBanks(spec, false)) session->bankIs(b);
+  return session;
+}
+
+std::vector<HashEntryKey> keysFor(TableKind kind, std::size_t n, U64 keySeed = seed) {
+  KeySource source(KeySourceKind::random, keySeed, kind == TableKind::single ? WidthMix{100, 0, 0} : WidthMix{},
+                   {});
+  std::vector<HashEntryKey> keys;
+  keys.reserve(n);
+  for (std::size_t i = 0; i < n; ++i) keys.push_back(source.next());
+  return keys;
+}
+
+// Places keys from `next` on until `target` slots are used or a key finds no room.
+// Returns the keys placed.
+std::vector<HashEntryKey> fillTo(TableSession& t, const std::vector<HashEntryKey>& keys, std::size_t& next,
+                                 U64 targetSlots) {
+  std::vector<HashEntryKey> placed;
+  U64 used = t.slotsUsed();
+  while (used < targetSlots && next < keys.size()) {
+    const HashEntryKey& k = keys[next++];
+    t.config().configIs(k, EntryId());
+    if (!t.status().status(k).isValid()) break;
+    used += t.widthOf(k);
+    placed.push_back(k);
+  }
+  return placed;
+}
+
+void perOperation(benchmark::State& state, U64 operations) {
+  state.counters["ns_per_op"] =
+      benchmark::Counter(static_cast<double>(operations) * 1e-9, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+  state.SetItemsProcessed(static_cast<int64_t>(operations));
+}
+
+// Placement (configIs with the invalid id) while filling from `from` to `to` of capacity.
+void BM_Place(benchmark::State& state, TableKind kind, double from, double to) {
+  const U32 buckets = static_cast<U32>(state.range(0));
+  const TableSpec spec = geometry(kind, buckets);
+  const U64 capacity = U64{spec.numBanks} * buckets * spec.numBucketEntries;
+  const auto keys = keysFor(kind, capacity);
+  U64 operations = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto t = newTable(spec);
+    std::size_t next = 0;
+    fillTo(*t, keys, next, static_cast<U64>(from * static_cast<double>(capacity)));
+    const std::size_t first = next;
+    state.ResumeTiming();
+    fillTo(*t, keys, next, static_cast<U64>(to * static_cast<double>(capacity)));
+    state.PauseTiming();
+    operations += next - first;
+    t.reset();
+    state.ResumeTiming();
+  }
+  perOperation(state, operations);
+  state.SetLabel("fill " + std::to_string(static_cast<int>(from * 100)) + "-" + std::to_string(static_cast<int>(to * 100)) + "%");
+}
+
+// Removal (configDel) of every key of a table at 50 % fill.
+void BM_Remove(benchmark::State& state, TableKind kind) {
+  const U32 buckets = static_cast<U32>(state.range(0));
+  const TableSpec spec = geometry(kind, buckets);
+  const U64 capacity = U64{spec.numBanks} * buckets * spec.numBucketEntries;
+  const auto keys = keysFor(kind, capacity);
+  U64 operations = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto t = newTable(spec);
+    std::size_t next = 0;
+    const auto placed = fillTo(*t, keys, next, capacity / 2);
+    state.ResumeTiming();
+    for (const HashEntryKey& k : placed) t->config().configDel(k);
+    state.PauseTiming();
+    operations += placed.size();
+    t.reset();
+    state.ResumeTiming();
+  }
+  perOperation(state, operations);
+}
+
+// A status lookup of a placed key at 50 % fill.
+void BM_Lookup(benchmark::State& state, TableKind kind) {
+  const U32 buckets = static_cast<U32>(state.range(0));
+  const TableSpec spec = geometry(kind, buckets);
+  const U64 capacity = U64{spec.numBanks} * buckets * spec.numBucketEntries;
+  const auto keys = keysFor(kind, capacity);
+  auto t = newTable(spec);
+  std::size_t next = 0;
+  const auto placed = fillTo(*t, keys, next, capacity / 2);
+  U64 operations = 0;
+  for (auto _ : state) {
+    U32 sum = 0;
+    for (const HashEntryKey& k : placed) sum += t->status().status(k).value();
+    benchmark::DoNotOptimize(sum);
+    operations += placed.size();
+  }
+  perOperation(state, operations);
+}
+
+// Placement at a requested id: the ids that placement anywhere chose for the same keys.
+void BM_PlaceAtId(benchmark::State& state) {
+  const U32 buckets = static_cast<U32>(state.range(0));
+  const TableSpec spec = geometry(TableKind::multi, buckets);
+  const U64 capacity = U64{spec.numBanks} * buckets * spec.numBucketEntries;
+  const auto keys = keysFor(TableKind::multi, capacity);
+  std::vector<std::pair<HashEntryKey, EntryId>> requests;
+  {
+    auto scratch = newTable(spec);
+    std::size_t next = 0;
+    for (const HashEntryKey& k : fillTo(*scratch, keys, next, capacity / 2)) {
+      requests.emplace_back(k, scratch->status().status(k));
+    }
+  }
+  U64 operations = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto t = newTable(spec);
+    state.ResumeTiming();
+    for (const auto& [k, id] : requests) t->config().configIs(k, id);
+    state.PauseTiming();
+    operations += requests.size();
+    t.reset();
+    state.ResumeTiming();
+  }
+  perOperation(state, operations);
+  state.SetLabel("fill 0-50%");
+}
+
+// At 85 % fill: delete a random placed key, request a new one.
+void BM_Churn(benchmark::State& state, TableKind kind) {
+  const U32 buckets = static_cast<U32>(state.range(0));
+  const TableSpec spec = geometry(kind, buckets);
+  const U64 capacity = U64{spec.numBanks} * buckets * spec.numBucketEntries;
+  const auto keys = keysFor(kind, capacity * 3);
+  constexpr U64 pairs = 20000;
+  U64 operations = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto t = newTable(spec);
+    std::size_t next = 0;
+    auto placed = fillTo(*t, keys, next, capacity * 85 / 100);
+    std::mt19937_64 pick(seed);
+    state.ResumeTiming();
+    for (U64 i = 0; i < pairs && next < keys.size(); ++i) {
+      const std::size_t victim = pick() % placed.size();
+      t->config().configDel(placed[victim]);
+      const HashEntryKey& k = keys[next++];
+      t->config().configIs(k, EntryId());
+      if (t->status().status(k).isValid()) {
+        placed[victim] = k;
+      } else {
+        t->config().configDel(k);
+        placed[victim] = placed.back();
+        placed.pop_back();
+      }
+    }
+    state.PauseTiming();
+    operations += pairs;
+    t.reset();
+    state.ResumeTiming();
+  }
+  perOperation(state, operations);
+  state.SetLabel("fill 85%, delete+add pairs");
+}
+
+// The baseline: a plain hash map of the same keys, insert_or_assign and find.
+void BM_BaselineInsert(benchmark::State& state) {
+  const U32 buckets = static_cast<U32>(state.range(0));
+  const U64 capacity = U64{4} * buckets * 4;
+  const auto keys = keysFor(TableKind::single, capacity / 2);
+  U64 operations = 0;
+  for (auto _ : state) {
+    Baseline map;
+    U32 id = 0;
+    for (const HashEntryKey& k : keys) map.insert_or_assign(k, EntryId(id++));
+    benchmark::DoNotOptimize(map);
+    state.PauseTiming();
+    operations += keys.size();
+    map = Baseline();
+    state.ResumeTiming();
+  }
+  perOperation(state, operations);
+}
+
+void BM_BaselineErase(benchmark::State& state) {
+  const U32 buckets = static_cast<U32>(state.range(0));
+  const auto keys = keysFor(TableKind::single, U64{4} * buckets * 4 / 2);
+  U64 operations = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    Baseline map;
+    U32 id = 0;
+    for (const HashEntryKey& k : keys) map.insert_or_assign(k, EntryId(id++));
+    state.ResumeTiming();
+    for (const HashEntryKey& k : keys) map.erase(k);
+    operations += keys.size();
+  }
+  perOperation(state, operations);
+}
+
+void BM_BaselineFind(benchmark::State& state) {
+  const U32 buckets = static_cast<U32>(state.range(0));
+  const auto keys = keysFor(TableKind::single, U64{4} * buckets * 4 / 2);
+  Baseline map;
+  U32 id = 0;
+  for (const HashEntryKey& k : keys) map.insert_or_assign(k, EntryId(id++));
+  U64 operations = 0;
+  for (auto _ : state) {
+    U32 sum = 0;
+    for (const HashEntryKey& k : keys) sum += map.find(k)->second.value();
+    benchmark::DoNotOptimize(sum);
+    operations += keys.size();
+  }
+  perOperation(state, operations);
+}
+
+// Bytes per placed entry at 90 % fill (or the first failure), every collection included.
+void BM_Memory(benchmark::State& state, TableKind kind) {
+  const U32 buckets = static_cast<U32>(state.range(0));
+  const TableSpec spec = geometry(kind, buckets);
+  const U64 capacity = U64{spec.numBanks} * buckets * spec.numBucketEntries;
+  const auto keys = keysFor(kind, capacity);
+  double perEntry = 0;
+  double fill = 0;
+  for (auto _ : state) {
+    const std::size_t before = bench::liveBytes();
+    auto t = newTable(spec);
+    std::size_t next = 0;
+    const auto placed = fillTo(*t, keys, next, capacity * 90 / 100);
+    const std::size_t after = bench::liveBytes();
+    perEntry = static_cast<double>(after - before) / static_cast<double>(placed.size());
+    fill = static_cast<double>(t->slotsUsed()) / static_cast<double>(capacity);
+    t.reset();
+  }
+  state.counters["bytes_per_entry"] = perEntry;
+  state.counters["fill"] = fill;
+}
+
+void BM_BaselineMemory(benchmark::State& state) {
+  const U32 buckets = static_cast<U32>(state.range(0));
+  const auto keys = keysFor(TableKind::single, U64{4} * buckets * 4 * 90 / 100);
+  double perEntry = 0;
+  for (auto _ : state) {
+    const std::size_t before = bench::liveBytes();
+    Baseline map;
+    U32 id = 0;
+    for (const HashEntryKey& k : keys) map.insert_or_assign(k, EntryId(id++));
+    perEntry = static_cast<double>(bench::liveBytes() - before) / static_cast<double>(keys.size());
+  }
+  state.counters["bytes_per_entry"] = perEntry;
+}
+
+constexpr int64_t defaultBuckets = 16384;  // 4 banks x 16384 buckets x 4 slots
+
+void scaling(benchmark::internal::Benchmark* b) {
+  // Capacities 2^12 .. 2^22 slots: 4 banks x 4 slots x 2^(k-4) buckets.
+  for (int k = 12; k <= 22; k += 2) b->Arg(int64_t{1} << (k - 4));
+}
+
+}  // namespace
+
+BENCHMARK_CAPTURE(BM_Place, single_0_50, TableKind::single, 0.0, 0.5)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Place, single_50_90, TableKind::single, 0.5, 0.9)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Remove, single, TableKind::single)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Lookup, single, TableKind::single)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Place, multi_0_50, TableKind::multi, 0.0, 0.5)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Place, multi_50_90, TableKind::multi, 0.5, 0.9)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Remove, multi, TableKind::multi)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Lookup, multi, TableKind::multi)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PlaceAtId)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Churn, single, TableKind::single)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Churn, multi, TableKind::multi)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_BaselineInsert)->Apply(scaling)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_BaselineErase)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_BaselineFind)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Place, single_scaling_0_50, TableKind::single, 0.0, 0.5)->Apply(scaling)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Place, multi_scaling_0_50, TableKind::multi, 0.0, 0.5)->Apply(scaling)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Memory, single, TableKind::single)->Arg(defaultBuckets)->Iterations(1);
+BENCHMARK_CAPTURE(BM_Memory, multi, TableKind::multi)->Arg(defaultBuckets)->Iterations(1);
+BENCHMARK(BM_BaselineMemory)->Arg(defaultBuckets)->Iterations(1);
+
+BENCHMARK_MAIN();
