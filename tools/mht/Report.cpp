@@ -69,7 +69,7 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
   for (const auto& [m, n] : rows) most = std::max(most, n);
   for (const auto& [m, n] : rows) {
     const int bar = most ? static_cast<int>(std::ceil(40.0 * static_cast<double>(n) / static_cast<double>(most))) : 0;
-    out << "  " << std::setw(3) << m << (m == tail ? "+" : " ") << "moves " << std::setw(9) << n << ' '
+    out << "  " << std::setw(3) << m << (m == tail ? "+" : " ") << " moves " << std::setw(9) << n << ' '
         << std::string(static_cast<std::size_t>(bar), '#') << '\n';
   }
   out << "speed      " << std::setprecision(0) << perSecond(r.fill) << " requests/s filling, " << perSecond(r.churn)
@@ -155,7 +155,7 @@ void writeSvgReport(const SimulationOptions& o, const SimulationResult& r, std::
   }
   const double chartWidth = std::max(600.0, mapWidth);
   const double chartHeight = 220;
-  const double width = std::max(mapWidth, chartWidth) + 2 * gap;
+  const double width = std::max(mapWidth, chartWidth + 36) + 2 * gap;
   const double height = 60 + mapHeight + 60 + chartHeight + 60;
 
   out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
@@ -188,7 +188,8 @@ void writeSvgReport(const SimulationOptions& o, const SimulationResult& r, std::
   const U64 last = r.timeline.empty() ? 1 : std::max<U64>(1, r.timeline.back().request);
   out << "<text x=\"" << gap << "\" y=\"" << top - 12
       << "\" font-size=\"16\">Fill ratio over requests; red ticks: requests that moved entries</text>\n";
-  out << "<g transform=\"translate(" << gap << "," << top << ")\">\n";
+  const double axis = 36;  // room for the percentage labels
+  out << "<g transform=\"translate(" << gap + axis << "," << top << ")\">\n";
   out << "<rect width=\"" << chartWidth << "\" height=\"" << chartHeight << "\" fill=\"#ffffff\" stroke=\"#999999\"/>\n";
   for (int p = 0; p <= 100; p += 25) {
     const double y = chartHeight * (1 - p / 100.0);

@@ -52,7 +52,10 @@ std::vector<BankSpec> defaultBanks(const TableSpec& table, bool doubleEntryTwoBu
     b.numBuckets = table.numBuckets;
     b.bucketSize = table.numBucketEntries;
     b.hashFunc = HashFunc::hashCrc32And16;
-    b.hashOffSet = (i * bits) % 48;
+    // Windows of `bits` bits spread evenly over the 48 bits of crc16:crc32: disjoint when
+    // they fit, overlapping as little as they can when they do not.
+    b.hashOffSet = table.numBanks > 1 && bits * table.numBanks > 48 ? i * (48 - bits) / (table.numBanks - 1)
+                                                                    : (i * bits) % 48;
     b.hashBits = bits;
     b.hashMask = table.numBuckets > 0 ? (std::bit_ceil(table.numBuckets) - 1) : 0;
     b.phyBankId = i;

@@ -67,8 +67,9 @@ struct SimulationResult {
   U64 movesCounted = 0;
 };
 
-// The banks a simulation uses unless told otherwise: bank i hashes the i-th run of
-// log2(numBuckets) bits of the 48-bit word crc16:crc32, so that banks are independent.
+// The banks a simulation uses unless told otherwise: bank i hashes its own window of
+// log2(numBuckets) bits of the 48-bit word crc16:crc32 (hashCrc32And16), so that banks
+// are independent.
 std::vector<BankSpec> defaultBanks(const TableSpec& table, bool doubleEntryTwoBucketMode);
 
 SimulationResult simulate(const SimulationOptions& options);
