@@ -35,9 +35,10 @@ public:
     if (verb == "trace") return trace(p);
     if (!session_) throw LineError("'" + verb + "' before the table line: the first line must be 'table'");
     if (verb == "bank") return bank(p);
-    if (verb == "set") return set(p);
-    if (verb == "del") return del(p);
-    throw LineError("unknown verb '" + verb + "' (table, bank, set, del, trace)");
+    if (verb == "set") set(p);
+    else if (verb == "del") del(p);
+    else throw LineError("unknown verb '" + verb + "' (table, bank, set, del, trace)");
+    if (options_.audit) audit();
   }
 
   void finish(std::ostream& out) {
@@ -190,6 +191,15 @@ private:
       throw LineError("the table never handled this key, so it cannot remove it");
     }
     session_->config().configDel(key);
+  }
+
+  // The tables' consistency audit; a violation stops the replay like a bad line.
+  void audit() {
+    const std::vector<std::string> violations = session_->table().audit();
+    if (violations.empty()) return;
+    std::string text = "audit found " + std::to_string(violations.size()) + " violation(s):";
+    for (const std::string& v : violations) text += "\n  " + v;
+    throw LineError(text);
   }
 
   void trace(LineParser& p) {

@@ -24,7 +24,7 @@ namespace mht {
 
 struct ReplayOptions {
   bool explain = false;  // list the candidates of every key left without a place
-  bool audit = false;    // check the tables' consistency after every line
+  bool audit = false;    // check the table's consistency after every request
   std::optional<TesselCentral::U32> traceMask;
 };
 

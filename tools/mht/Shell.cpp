@@ -48,6 +48,7 @@ public:
     if (verb == "types") return types(p), true;
     if (verb == "help") return help(p), true;
     if (verb == "objects") return objects(p), true;
+    if (verb == "audit") return audit(p), true;
     if (verb == "trace") {
       const U32 mask = p.u32("levelMask");
       p.end("levelMask");
@@ -104,6 +105,16 @@ private:
     }
   }
 
+  void audit(LineParser& p) {
+    const std::string name = p.word("table name");
+    p.end("table name");
+    auto* table = dynamic_cast<TesselCentral::MultiHashTableBase*>(object(name).ptr());
+    if (table == nullptr) throw LineError("'" + name + "' is not a table");
+    const std::vector<std::string> violations = table->audit();
+    if (violations.empty()) out_ << "audit clean\n";
+    for (const std::string& v : violations) out_ << "audit: " << v << '\n';
+  }
+
   void types(LineParser& p) {
     p.end("types");
     for (const Fwk::TypeInfo* t : Fwk::Registry::instance().allTypes()) {
@@ -119,7 +130,7 @@ private:
   void help(LineParser& p) {
     if (p.atEnd()) {
       out_ << "new <name> <Type> [args...] | call <name> <operation> [args...] | get <name> <attribute> | "
-              "show <name> | types | objects | help [Type] | trace <levelMask> | quit\n";
+              "show <name> | audit <table> | types | objects | help [Type] | trace <levelMask> | quit\n";
       return;
     }
     const Fwk::TypeInfo& t = typeNamed(p.word("type"));

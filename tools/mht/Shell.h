@@ -4,6 +4,7 @@
 //   call <name> <operation> [args...]  call a registered operation; prints its result
 //   get <name> <attribute>             an attribute or a whole collection, in text form
 //   show <name>                        every attribute of an object
+//   audit <table>                      the table's consistency audit
 //   types                              the registered types
 //   help [Type]                        commands, or a type's attributes and operations
 //   objects                            the named objects

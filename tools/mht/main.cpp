@@ -129,6 +129,7 @@ int main(int argc, char** argv) {
   U32 traceMask = 0;
   rep->add_option("file", replayPath, "request file ('-' for standard input)")->required();
   rep->add_flag("--explain", replayOptions.explain, "show the candidates of every key left without a place");
+  rep->add_flag("--audit", replayOptions.audit, "check the table's consistency after every request");
   auto* traceOption = rep->add_option("--trace", traceMask, "trace level mask (lines go to standard error)");
 
   // shell
