@@ -26,9 +26,9 @@ Ptr<EntryIdHelper> entryIdHelperFactory(Ptr<MultiEntryTypeHashTable> hashTable) 
 
 MultiEntryTypeBank& EntryIdHelper::bankAt(U32 bankId) const {
   // The owner keeps every logical bank below numBanks present.
-  const Ptr<MultiEntryTypeBank>* b = hashTable_->bankCollection().find(bankId);
+  MultiEntryTypeBank* b = hashTable_->bankFind(bankId);
   MHT_ASSERT(b);
-  return **b;
+  return *b;
 }
 
 U32 EntryIdHelper::entryIdToPos(EntryId id) {

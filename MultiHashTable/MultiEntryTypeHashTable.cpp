@@ -47,7 +47,7 @@ MultiEntryTypeHashTable::MultiEntryTypeHashTable(U32 numBanks, U32 numBuckets, U
 MultiEntryTypeHashTable::~MultiEntryTypeHashTable() {
   // No request may reach a table that is being taken apart.
   retireReactors();
-  bank_.delAll();
+  bankDelAll();
   entryIdHelper_ = nullptr;
   posToKey_.delAll();
   keyToPos_.delAll();
@@ -103,22 +103,24 @@ Ptr<MultiEntryTypeBank> MultiEntryTypeHashTable::bankIs(HashEntryType baseEntryT
                                                               hashOffSet, hashBits, hashMask, phyBankId,
                                                               doubleEntryTwoBucketMode);
   bank_.is(bankId, created);
+  if (bankId < bankIndex_.size()) bankIndex_[bankId] = created.ptr();
   return created;
 }
 
-Ptr<MultiEntryTypeBank> MultiEntryTypeHashTable::bankDel(U32 bankId) { return bank_.del(bankId); }
+Ptr<MultiEntryTypeBank> MultiEntryTypeHashTable::bankDel(U32 bankId) {
+  if (bankId < bankIndex_.size()) bankIndex_[bankId] = nullptr;
+  return bank_.del(bankId);
+}
 
-void MultiEntryTypeHashTable::bankDelAll() { bank_.delAll(); }
+void MultiEntryTypeHashTable::bankDelAll() {
+  bankIndex_.fill(nullptr);
+  bank_.delAll();
+}
 
 void MultiEntryTypeHashTable::entryIdHelperIs(Ptr<EntryIdHelper> helper) {
   if (helper == entryIdHelper_) return;
   // The old helper may hold the last reference but one to this table: drop it last.
   Ptr<EntryIdHelper> old = std::exchange(entryIdHelper_, std::move(helper));
-}
-
-MultiEntryTypeBank* MultiEntryTypeHashTable::bankFind(U32 bankId) const noexcept {
-  const Ptr<MultiEntryTypeBank>* found = bank_.find(bankId);
-  return found ? found->ptr() : nullptr;
 }
 
 MultiEntryTypeBank& MultiEntryTypeHashTable::bankAt(U32 bankId) const {

@@ -277,7 +277,7 @@ MultiHashTable::MultiHashTable(U32 numBanks, U32 numBuckets, U32 numBucketEntrie
 
 MultiHashTable::~MultiHashTable() {
   retireReactors();
-  bank_.delAll();
+  bankDelAll();
 }
 
 Ptr<MultiHashTable> MultiHashTable::MultiHashTableIs(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
@@ -336,12 +336,19 @@ Ptr<Bank> MultiHashTable::bankIs(HashEntryType baseEntryType, U32 bankId, U32 nu
   Ptr<Bank> created = bankFactory(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits,
                                   hashMask);
   bank_.is(bankId, created);
+  if (bankId < bankIndex_.size()) bankIndex_[bankId] = created.ptr();
   return created;
 }
 
-Ptr<Bank> MultiHashTable::bankDel(U32 bankId) { return bank_.del(bankId); }
+Ptr<Bank> MultiHashTable::bankDel(U32 bankId) {
+  if (bankId < bankIndex_.size()) bankIndex_[bankId] = nullptr;
+  return bank_.del(bankId);
+}
 
-void MultiHashTable::bankDelAll() { bank_.delAll(); }
+void MultiHashTable::bankDelAll() {
+  bankIndex_.fill(nullptr);
+  bank_.delAll();
+}
 
 EntryId MultiHashTable::calcEntryId(U32 bankId, U32 bucketId, SlotId slot) const {
   const U32 id = bucketSpanBanks_ ? (bucketId * numBanks() + bankId) * numBucketEntries() + slot.value()
@@ -354,7 +361,7 @@ EntryId MultiHashTable::calcEntryId(U32 bankId, U32 bucketId, SlotId slot) const
 
 Bank& MultiHashTable::bankAt(U32 bankId) const noexcept {
   // Every index below numBanks must hold a bank before keys are placed.
-  return **bank_.find(bankId);
+  return *bankFind(bankId);
 }
 
 U32 MultiHashTable::bucketOf(const HashEntryKey& key, U32 bankId) const {

@@ -37,6 +37,7 @@
 // the key's candidates, a removal of a key the table never saw) are fatal assertions.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -433,6 +434,12 @@ public:
   Ptr<Bank> bankDel(U32 bankId);
   void bankDelAll();
   Ptr<Bank> bank(U32 bankId) const noexcept { return bank_.get(bankId); }
+  // The bank with an id, or null, without taking a reference.
+  Bank* bankFind(U32 bankId) const noexcept {
+    if (bankId < bankIndex_.size()) return bankIndex_[bankId];
+    const Ptr<Bank>* found = bank_.find(bankId);
+    return found ? found->ptr() : nullptr;
+  }
   const BankById& bankCollection() const noexcept { return bank_; }
 
   // The EntryId of a slot, in the layout that bucketSpanBanks chooses.
@@ -475,6 +482,8 @@ private:
 
   const bool bucketSpanBanks_;
   BankById bank_;
+  // The first banks by id, the placement loops' fast path; the collection holds the references.
+  std::array<Bank*, 256> bankIndex_{};
   bool initialized_ = false;
 };
 
@@ -531,6 +540,12 @@ public:
   Ptr<MultiEntryTypeBank> bankDel(U32 bankId);
   void bankDelAll();
   Ptr<MultiEntryTypeBank> bank(U32 bankId) const noexcept { return bank_.get(bankId); }
+  // The bank with a logical id, or null, without taking a reference.
+  MultiEntryTypeBank* bankFind(U32 bankId) const noexcept {
+    if (bankId < bankIndex_.size()) return bankIndex_[bankId];
+    const Ptr<MultiEntryTypeBank>* found = bank_.find(bankId);
+    return found ? found->ptr() : nullptr;
+  }
   const BankById& bankCollection() const noexcept { return bank_; }
 
   bool debugEnabled() const noexcept { return debugEnabled_; }
@@ -576,8 +591,6 @@ private:
                           Ptr<const HashEntryConfig> hashEntryConfig, Ptr<HashEntryStatus> hashEntryStatus,
                           U32 maxRecursiveSteps);
 
-  // The bank with a logical id, or null; bankAt asserts that it exists.
-  MultiEntryTypeBank* bankFind(U32 bankId) const noexcept;
   MultiEntryTypeBank& bankAt(U32 bankId) const;
   // The translator, which must be set before anything is placed.
   EntryIdHelper& helper() const;
@@ -585,6 +598,9 @@ private:
   KeyByPosition posToKey_;
   PositionByKey keyToPos_;
   BankById bank_;
+  // The banks whose ids fit a position's 8 bank bits, by id: the searches' fast path. The
+  // bank collection holds the references.
+  std::array<MultiEntryTypeBank*, 256> bankIndex_{};
   bool debugEnabled_ = false;
   Ptr<EntryIdHelper> entryIdHelper_;
   bool initialized_ = false;

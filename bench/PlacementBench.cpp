@@ -285,6 +285,23 @@ void BM_BaselineMemory(benchmark::State& state) {
   state.counters["bytes_per_entry"] = perEntry;
 }
 
+// The fill ratio at which the first key finds no room: the placement rules decide it, so
+// it is recorded here, where a change would show.
+void BM_FirstFailure(benchmark::State& state, TableKind kind) {
+  const U32 buckets = static_cast<U32>(state.range(0));
+  const TableSpec spec = geometry(kind, buckets);
+  const U64 capacity = U64{spec.numBanks} * buckets * spec.numBucketEntries;
+  const auto keys = keysFor(kind, capacity);
+  double fill = 0;
+  for (auto _ : state) {
+    auto t = newTable(spec);
+    std::size_t next = 0;
+    fillTo(*t, keys, next, capacity);
+    fill = static_cast<double>(t->slotsUsed()) / static_cast<double>(capacity);
+  }
+  state.counters["fill"] = fill;
+}
+
 constexpr int64_t defaultBuckets = 16384;  // 4 banks x 16384 buckets x 4 slots
 
 void scaling(benchmark::internal::Benchmark* b) {
@@ -313,5 +330,7 @@ BENCHMARK_CAPTURE(BM_Place, multi_scaling_0_50, TableKind::multi, 0.0, 0.5)->App
 BENCHMARK_CAPTURE(BM_Memory, single, TableKind::single)->Arg(defaultBuckets)->Iterations(1);
 BENCHMARK_CAPTURE(BM_Memory, multi, TableKind::multi)->Arg(defaultBuckets)->Iterations(1);
 BENCHMARK(BM_BaselineMemory)->Arg(defaultBuckets)->Iterations(1);
+BENCHMARK_CAPTURE(BM_FirstFailure, single, TableKind::single)->Arg(defaultBuckets)->Iterations(1);
+BENCHMARK_CAPTURE(BM_FirstFailure, multi, TableKind::multi)->Arg(defaultBuckets)->Iterations(1);
 
 BENCHMARK_MAIN();

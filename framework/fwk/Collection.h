@@ -5,7 +5,8 @@
 //     control byte   0x00 empty   0x01 deleted   0x80 | 7 hash bits   occupied
 //
 // Probing is triangular over a power-of-two capacity, so it visits every slot. The load
-// (occupied + deleted) stays at or below 3/4. A deletion only marks its slot deleted:
+// (occupied + deleted) stays at or below 7/8: the 7 hash bits in the control byte keep
+// probes short at that load. A deletion only marks its slot deleted:
 // nothing moves, so an iterator survives the deletion of the member it stands on and a
 // walk may delete as it goes. An insertion may grow the table and invalidates iterators.
 //
@@ -136,7 +137,7 @@ public:
         return {occupy(firstDeleted, h.fragment, key), true};
       }
     }
-    if ((size_ + deleted_ + 1) * 4 > capacity_ * 3) {
+    if ((size_ + deleted_ + 1) * 8 > capacity_ * 7) {
       rehash(size_ + 1);
       h = hashOf(key);
     }
@@ -174,7 +175,7 @@ public:
   }
 
   void reserve(std::size_t n) {
-    if (n * 4 > capacity_ * 3) rehash(n);
+    if (n * 8 > capacity_ * 7) rehash(n);
   }
 
   Iterator begin() const noexcept { return Iterator(this, nextOccupied(0)); }
@@ -233,7 +234,7 @@ private:
 
   void rehash(std::size_t wanted) {
     std::size_t newCapacity = 8;
-    while (wanted * 4 > newCapacity * 3) newCapacity *= 2;
+    while (wanted * 8 > newCapacity * 7) newCapacity *= 2;
     auto oldControl = std::move(control_);
     auto oldSlots = std::move(slots_);
     const std::size_t oldCapacity = capacity_;

@@ -9,13 +9,10 @@ void HashState::mixBytes(const void* data, std::size_t size) noexcept {
   const auto* bytes = static_cast<const unsigned char*>(data);
   b_ += static_cast<std::uint32_t>(size);
   while (size > 0) {
-    std::uint32_t words[3] = {0, 0, 0};
-    const std::size_t chunk = size < 12 ? size : 12;
-    std::memcpy(words, bytes, chunk);
-    a_ += words[0];
-    b_ += words[1];
-    c_ += words[2];
-    scramble();
+    std::uint32_t word = 0;
+    const std::size_t chunk = size < 4 ? size : 4;
+    std::memcpy(&word, bytes, chunk);
+    stir(word);
     bytes += chunk;
     size -= chunk;
   }

@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Builds the release preset, runs the benchmark suite (medians of 5 repetitions) and prints
+# each figure with its ratio to the plain hash map measured in the same run.
+#   bench/run.sh [extra benchmark options, e.g. --benchmark_filter=Place]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/setup.sh
+cmake --preset release >/dev/null
+cmake --build --preset release --target mht_bench >/dev/null
+out=build/release/bench/results.json
+build/release/bench/mht_bench --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
+  --benchmark_out="$out" --benchmark_out_format=json "$@" >/dev/null
+python3 bench/report.py "$out"
