@@ -2,6 +2,8 @@
 // state words, the free-space search and the bucket locks taken by moves.
 #include <cstdint>
 
+#include <algorithm>
+
 #include "MultiHashTable.h"
 #include "fwk/Assert.h"
 #include "fwk/Trace.h"
@@ -17,6 +19,13 @@ constexpr U32 bucketShiftSeed = 0x5B1F7003u;
 constexpr U32 entrySizeSeed = 0xE5123004u;
 constexpr U32 entryMaskSeed = 0xE3A5C005u;
 constexpr U32 numBucketsToCheckSeed = 0xC4EC6006u;
+
+// Bucket states of the bank's own buckets and the geometry of every entry type sit in
+// arrays indexed by bucket id and type: the searches read them on every placement. A
+// bucket id past the bank's end, or a bank too large to hold its states in an array,
+// falls back to the hash map beside the array.
+constexpr U32 maxDenseBuckets = U32{1} << 22;
+constexpr std::size_t denseEntryTypes = 16;
 
 // The occupancy bits of a bucket state live in its low 32 bits; the search looks at
 // nothing else.
@@ -34,12 +43,12 @@ MultiEntryTypeBank::MultiEntryTypeBank(HashEntryType baseEntryType, U32 bankId, 
     : Bank(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits, hashMask),
       phyBankId_(phyBankId),
       doubleEntryTwoBucketMode_(doubleEntryTwoBucketMode),
-      bucket_(bucketStateSeed),
+      bucket_(std::min<U32>(numBuckets, maxDenseBuckets), bucketStateSeed),
       lockedBuckets_(lockedBucketsSeed),
-      bucketShift_(bucketShiftSeed),
-      entrySize_(entrySizeSeed),
-      entryMask_(entryMaskSeed),
-      numBucketsToCheck_(numBucketsToCheckSeed) {
+      bucketShift_(denseEntryTypes, bucketShiftSeed),
+      entrySize_(denseEntryTypes, entrySizeSeed),
+      entryMask_(denseEntryTypes, entryMaskSeed),
+      numBucketsToCheck_(denseEntryTypes, numBucketsToCheckSeed) {
   initialized_ = false;
   handleInitialized();
 }

@@ -44,6 +44,7 @@
 
 #include "MultiHashTableTypes.h"
 #include "fwk/Collection.h"
+#include "fwk/IndexedMap.h"
 #include "fwk/Entity.h"
 #include "fwk/Notification.h"
 
@@ -313,8 +314,8 @@ Ptr<Bank> bankFactory(HashEntryType baseEntryType, U32 bankId, U32 numBuckets, U
 // of an aligned group of 2 or 4 buckets.
 class MultiEntryTypeBank : public Bank {
 public:
-  using U32ByType = Fwk::HashMap<HashEntryType, U32>;
-  using StateByBucket = Fwk::HashMap<U32, U64>;
+  using U32ByType = Fwk::IndexedMap<HashEntryType, U32>;
+  using StateByBucket = Fwk::IndexedMap<U32, U64>;
   struct Locked {
     bool operator==(const Locked&) const = default;
   };

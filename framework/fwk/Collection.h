@@ -4,9 +4,10 @@
 //
 //     control byte   0x00 empty   0x01 deleted   0x80 | 7 hash bits   occupied
 //
-// Probing is triangular over a power-of-two capacity, so it visits every slot. The load
-// (occupied + deleted) stays at or below 7/8: the 7 hash bits in the control byte keep
-// probes short at that load. A deletion only marks its slot deleted:
+// Probing is linear, 16 control bytes at a time (one SSE2 compare where available), and
+// a key is compared only when its 7 hash bits match. The load (occupied + deleted) stays at or below 7/8.
+// Capacities step through 8, 12, 16, 24, 32, 48, ... (powers of two and one and a half
+// times them), so that a large map wastes at most a third of its slots rather than half. A deletion only marks its slot deleted:
 // nothing moves, so an iterator survives the deletion of the member it stands on and a
 // walk may delete as it goes. An insertion may grow the table and invalidates iterators.
 //
@@ -15,7 +16,9 @@
 // enumerations hash to their own value; class keys provide hash(seed).
 #pragma once
 
+#include <algorithm>
 #include <bit>
+#include <cstring>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -23,6 +26,10 @@
 #include <utility>
 
 #include "fwk/Hash.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace Fwk {
 
@@ -90,8 +97,6 @@ public:
     std::swap(control_, other.control_);
     std::swap(slots_, other.slots_);
     std::swap(capacity_, other.capacity_);
-    std::swap(mask_, other.mask_);
-    std::swap(shift_, other.shift_);
     std::swap(size_, other.size_);
     std::swap(deleted_, other.deleted_);
     std::swap(seed_, other.seed_);
@@ -124,20 +129,28 @@ public:
     Hashed h = hashOf(key);
     if (capacity_ != 0) {
       std::size_t firstDeleted = npos;
-      std::size_t i = h.index & mask_;
-      for (std::size_t step = 1;; ++step) {
-        const std::uint8_t c = control_[i];
-        if (c == h.fragment && slots_[i].key == key) return {&slots_[i].value, false};
-        if (c == emptyControl) break;
-        if (c == deletedControl && firstDeleted == npos) firstDeleted = i;
-        i = (i + step) & mask_;
+      for (std::size_t i = h.index;; i = advance(i)) {
+        const Group g(&control_[i]);
+        const unsigned empty = g.match(emptyControl);
+        // Keys stand before the first empty slot of their probe sequence.
+        const unsigned before = empty ? (empty & (0u - empty)) - 1 : 0xFFFFu;
+        for (unsigned m = g.match(h.fragment) & before; m != 0; m &= m - 1) {
+          const std::size_t j = wrap(i + static_cast<unsigned>(std::countr_zero(m)));
+          if (slots_[j].key == key) return {&slots_[j].value, false};
+        }
+        if (firstDeleted == npos) {
+          if (const unsigned d = g.match(deletedControl) & before) {
+            firstDeleted = wrap(i + static_cast<unsigned>(std::countr_zero(d)));
+          }
+        }
+        if (empty) break;
       }
       if (firstDeleted != npos) {
         --deleted_;
         return {occupy(firstDeleted, h.fragment, key), true};
       }
     }
-    if ((size_ + deleted_ + 1) * 8 > capacity_ * 7) {
+    if (overloaded(size_ + deleted_ + 1, capacity_)) {
       rehash(size_ + 1);
       h = hashOf(key);
     }
@@ -159,23 +172,35 @@ public:
     const std::size_t i = findIndex(key);
     if (i == npos) return false;
     removed = std::exchange(slots_[i].value, V{});
-    control_[i] = deletedControl;
     --size_;
-    ++deleted_;
+    if (control_[wrap(i + 1)] != emptyControl) {
+      setControl(i, deletedControl);
+      ++deleted_;
+      return true;
+    }
+    // No probe passes this slot to reach a later one: it becomes empty again, and so do
+    // the deleted slots right before it, which keeps runs of deleted slots short.
+    setControl(i, emptyControl);
+    for (std::size_t p = i == 0 ? capacity_ - 1 : i - 1; control_[p] == deletedControl;
+         p = p == 0 ? capacity_ - 1 : p - 1) {
+      setControl(p, emptyControl);
+      --deleted_;
+    }
     return true;
   }
 
   void delAll() {
+    if (capacity_ == 0) return;
     for (std::size_t i = 0; i < capacity_; ++i) {
       if (control_[i] & occupiedBit) slots_[i] = Entry{};
-      control_[i] = emptyControl;
     }
+    std::fill_n(control_.get(), capacity_ + groupWidth, emptyControl);
     size_ = 0;
     deleted_ = 0;
   }
 
   void reserve(std::size_t n) {
-    if (n * 8 > capacity_ * 7) rehash(n);
+    if (overloaded(n, capacity_)) rehash(n);
   }
 
   Iterator begin() const noexcept { return Iterator(this, nextOccupied(0)); }
@@ -194,34 +219,90 @@ private:
     std::uint8_t fragment;
   };
 
+  static constexpr bool overloaded(std::size_t used, std::size_t capacity) noexcept { return used * 8 > capacity * 7; }
+
+  // Control bytes are read 16 at a time from any slot on; the 16 bytes past the end
+  // mirror the first 16, so a group that runs over the end reads the start again.
+  static constexpr std::size_t groupWidth = 16;
+
+  struct Group {
+    explicit Group(const std::uint8_t* p) noexcept {
+#if defined(__SSE2__)
+      bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+#else
+      std::memcpy(bytes, p, groupWidth);
+#endif
+    }
+    // A bit per byte equal to c, lowest byte first.
+    unsigned match(std::uint8_t c) const noexcept {
+#if defined(__SSE2__)
+      return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(static_cast<char>(c)))));
+#else
+      unsigned m = 0;
+      for (std::size_t i = 0; i < groupWidth; ++i) m |= unsigned{bytes[i] == c} << i;
+      return m;
+#endif
+    }
+    // A bit per empty or deleted byte.
+    unsigned matchFree() const noexcept {
+#if defined(__SSE2__)
+      return static_cast<unsigned>(~_mm_movemask_epi8(bytes)) & 0xFFFFu;
+#else
+      unsigned m = 0;
+      for (std::size_t i = 0; i < groupWidth; ++i) m |= unsigned{(bytes[i] & occupiedBit) == 0} << i;
+      return m;
+#endif
+    }
+#if defined(__SSE2__)
+    __m128i bytes;
+#else
+    std::uint8_t bytes[groupWidth];
+#endif
+  };
+
+  std::size_t wrap(std::size_t i) const noexcept { return i < capacity_ ? i : i % capacity_; }
+  // The start of the next group; a capacity below the group width still probes whole.
+  std::size_t advance(std::size_t i) const noexcept { return wrap(i + std::min(groupWidth, capacity_)); }
+
+  void setControl(std::size_t i, std::uint8_t c) noexcept {
+    control_[i] = c;
+    if (i < groupWidth) {
+      // Mirror into the bytes past the end; small tables repeat their bytes to fill them.
+      for (std::size_t j = capacity_ + i; j < capacity_ + groupWidth; j += capacity_) control_[j] = c;
+    }
+  }
+
   Hashed hashOf(const K& key) const noexcept {
-    // Fibonacci spreading: the high bits of the product choose the slot, so keys that
-    // differ only in high bits (packed positions) still land apart.
+    // Fibonacci spreading, so that keys differing only in high bits (packed positions)
+    // still land apart; the product's high half scaled to the capacity chooses the slot.
     const std::uint64_t m = std::uint64_t{KeyHash<K>::hash(key, seed_)} * 0x9E3779B97F4A7C15ull;
-    return {static_cast<std::size_t>(m >> shift_),
-            static_cast<std::uint8_t>(occupiedBit | ((m >> 32) & 0x7F))};
+    return {static_cast<std::size_t>(((m >> 32) * capacity_) >> 32),
+            static_cast<std::uint8_t>(occupiedBit | ((m >> 25) & 0x7F))};
   }
 
   std::size_t findIndex(const K& key) const noexcept {
     if (size_ == 0) return npos;
     const Hashed h = hashOf(key);
-    std::size_t i = h.index & mask_;
-    for (std::size_t step = 1;; ++step) {
-      const std::uint8_t c = control_[i];
-      if (c == h.fragment && slots_[i].key == key) return i;
-      if (c == emptyControl) return npos;
-      i = (i + step) & mask_;
+    for (std::size_t i = h.index;; i = advance(i)) {
+      const Group g(&control_[i]);
+      const unsigned empty = g.match(emptyControl);
+      const unsigned before = empty ? (empty & (0u - empty)) - 1 : 0xFFFFu;
+      for (unsigned m = g.match(h.fragment) & before; m != 0; m &= m - 1) {
+        const std::size_t j = wrap(i + static_cast<unsigned>(std::countr_zero(m)));
+        if (slots_[j].key == key) return j;
+      }
+      if (empty) return npos;
     }
   }
 
   std::size_t emptySlotFor(const Hashed& h) const noexcept {
-    std::size_t i = h.index & mask_;
-    for (std::size_t step = 1; control_[i] & occupiedBit; ++step) i = (i + step) & mask_;
-    return i;
+    for (std::size_t i = h.index;; i = advance(i)) {
+      if (const unsigned free = Group(&control_[i]).matchFree()) return wrap(i + static_cast<unsigned>(std::countr_zero(free)));
+    }
   }
 
   V* occupy(std::size_t i, std::uint8_t fragment, const K& key) {
-    control_[i] = fragment;
+    setControl(i, fragment);
     slots_[i].key = key;
     ++size_;
     return &slots_[i].value;
@@ -234,21 +315,21 @@ private:
 
   void rehash(std::size_t wanted) {
     std::size_t newCapacity = 8;
-    while (wanted * 8 > newCapacity * 7) newCapacity *= 2;
+    while (overloaded(wanted, newCapacity)) {
+      newCapacity = std::has_single_bit(newCapacity) ? newCapacity / 2 * 3 : newCapacity / 3 * 4;
+    }
     auto oldControl = std::move(control_);
     auto oldSlots = std::move(slots_);
     const std::size_t oldCapacity = capacity_;
-    control_ = std::make_unique<std::uint8_t[]>(newCapacity);
+    control_ = std::make_unique<std::uint8_t[]>(newCapacity + groupWidth);
     slots_ = std::make_unique<Entry[]>(newCapacity);
     capacity_ = newCapacity;
-    mask_ = newCapacity - 1;
-    shift_ = 64 - static_cast<unsigned>(std::countr_zero(newCapacity));
     deleted_ = 0;
     for (std::size_t i = 0; i < oldCapacity; ++i) {
       if (!(oldControl[i] & occupiedBit)) continue;
       const Hashed h = hashOf(oldSlots[i].key);
       const std::size_t j = emptySlotFor(h);
-      control_[j] = h.fragment;
+      setControl(j, h.fragment);
       slots_[j] = std::move(oldSlots[i]);
     }
   }
@@ -256,8 +337,6 @@ private:
   std::unique_ptr<std::uint8_t[]> control_;
   std::unique_ptr<Entry[]> slots_;
   std::size_t capacity_ = 0;
-  std::size_t mask_ = 0;
-  unsigned shift_ = 63;  // any valid count until the first allocation
   std::size_t size_ = 0;
   std::size_t deleted_ = 0;
   std::uint32_t seed_;

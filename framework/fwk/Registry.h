@@ -287,9 +287,13 @@ std::string resultText(Invoke&& invoke) {
   }
 }
 
-template <class K, class V>
-std::string collectionText(const HashMap<K, V>& map) {
-  std::vector<const typename HashMap<K, V>::Entry*> members;
+// Any keyed collection whose entries have key and value members.
+template <class Map>
+std::string collectionText(const Map& map) {
+  using Entry = std::remove_cvref_t<decltype(*map.begin())>;
+  using K = decltype(Entry::key);
+  using V = decltype(Entry::value);
+  std::vector<const Entry*> members;
   members.reserve(map.size());
   for (const auto& e : map) members.push_back(&e);
   if constexpr (requires(const K& a, const K& b) { a < b; }) {
@@ -339,7 +343,7 @@ public:
     return *this;
   }
 
-  // A collection attribute whose getter returns a const HashMap&.
+  // A collection attribute whose getter returns a const keyed collection.
   template <auto Getter>
   EntityType& collection(AttrId id, std::string name, std::string typeName, unsigned flags = 0) {
     AttributeInfo a{id, std::move(name), std::move(typeName), flags | collectionAttr, {}, {}, {}};

@@ -165,9 +165,10 @@ TEST(HashMap, GrowsOverThousandsOfKeys) {
   constexpr U32 n = 20000;
   for (U32 i = 0; i < n; ++i) map.is(keyNumber(i), EntryId(i));
   EXPECT_EQ(map.size(), n);
-  // A power of two no more than three quarters full.
-  EXPECT_EQ(map.capacity() & (map.capacity() - 1), 0u);
-  EXPECT_LE(map.size() * 4, map.capacity() * 3);
+  // A power of two, or one and a half times one, no more than seven eighths full.
+  const std::size_t c = map.capacity();
+  EXPECT_TRUE((c & (c - 1)) == 0 || ((c / 3) & (c / 3 - 1)) == 0) << c;
+  EXPECT_LE(map.size() * 8, map.capacity() * 7);
   for (U32 i = 0; i < n; ++i) {
     ASSERT_TRUE(map.has(keyNumber(i))) << i;
     ASSERT_EQ(map.get(keyNumber(i)), EntryId(i)) << i;
