@@ -21,13 +21,6 @@ constexpr U32 posToKeySeed = 0x905D7E01u;
 constexpr U32 keyToPosSeed = 0x6E1F0502u;
 constexpr U32 multiWidthBankSeed = 0xBA2C0003u;
 
-template <class T>
-void checkSameAttribute(std::string_view typeName, std::string_view attribute, const T& existing,
-                        const T& requested) {
-  if (existing == requested) return;
-  throw Fwk::ReinstantiationError(typeName, attribute, Fwk::toText(existing), Fwk::toText(requested));
-}
-
 }  // namespace
 
 MultiEntryTypeHashTable::MultiEntryTypeHashTable(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
@@ -88,15 +81,9 @@ Ptr<MultiEntryTypeBank> MultiEntryTypeHashTable::bankIs(HashEntryType baseEntryT
   if (const Ptr<MultiEntryTypeBank>* existing = bank_.find(bankId)) {
     const MultiEntryTypeBank& b = **existing;
     constexpr std::string_view type = "TesselCentral::MultiEntryTypeBank";
-    checkSameAttribute(type, "baseEntryType", b.baseEntryType(), baseEntryType);
-    checkSameAttribute(type, "numBuckets", b.numBuckets(), numBuckets);
-    checkSameAttribute(type, "bucketSize", b.bucketSize(), bucketSize);
-    checkSameAttribute(type, "hashFunc", b.hashFunc(), hashFunc);
-    checkSameAttribute(type, "hashOffSet", b.hashOffSet(), hashOffSet);
-    checkSameAttribute(type, "hashBits", b.hashBits(), hashBits);
-    checkSameAttribute(type, "hashMask", b.hashMask(), hashMask);
-    checkSameAttribute(type, "phyBankId", b.phyBankId(), phyBankId);
-    checkSameAttribute(type, "doubleEntryTwoBucketMode", b.doubleEntryTwoBucketMode(), doubleEntryTwoBucketMode);
+    b.requireSameArguments(type, baseEntryType, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits, hashMask);
+    Fwk::requireSameAttribute(type, "phyBankId", b.phyBankId(), phyBankId);
+    Fwk::requireSameAttribute(type, "doubleEntryTwoBucketMode", b.doubleEntryTwoBucketMode(), doubleEntryTwoBucketMode);
     return *existing;
   }
   Ptr<MultiEntryTypeBank> created = multiEntryTypeBankFactory(baseEntryType, bankId, numBuckets, bucketSize, hashFunc,

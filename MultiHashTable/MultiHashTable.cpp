@@ -219,6 +219,17 @@ Ptr<Bank> bankFactory(HashEntryType baseEntryType, U32 bankId, U32 numBuckets, U
   return Bank::BankIs(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits, hashMask);
 }
 
+void Bank::requireSameArguments(std::string_view typeName, HashEntryType baseEntryType, U32 numBuckets,
+                                U32 bucketSize, HashFunc hashFunc, U32 hashOffSet, U32 hashBits, U32 hashMask) const {
+  Fwk::requireSameAttribute(typeName, "baseEntryType", baseEntryType_, baseEntryType);
+  Fwk::requireSameAttribute(typeName, "numBuckets", numBuckets_, numBuckets);
+  Fwk::requireSameAttribute(typeName, "bucketSize", bucketSize_, bucketSize);
+  Fwk::requireSameAttribute(typeName, "hashFunc", hashFunc_, hashFunc);
+  Fwk::requireSameAttribute(typeName, "hashOffSet", hashOffSet_, hashOffSet);
+  Fwk::requireSameAttribute(typeName, "hashBits", hashBits_, hashBits);
+  Fwk::requireSameAttribute(typeName, "hashMask", hashMask_, hashMask);
+}
+
 U32 Bank::debugBucketId(U32 debugCrcInc) const noexcept {
   // The index bit on which the 64-bit hash word's top bit lands after the shift.
   const auto topBit = static_cast<U32>((U64{1} << 63) >> (hashOffSet_ & 63));
@@ -308,29 +319,11 @@ void MultiHashTable::hasNotificationActiveIs(bool active) {
   MultiHashTableBase::hasNotificationActiveIs(active);
 }
 
-namespace {
-
-template <class T>
-void checkSameAttribute(std::string_view typeName, std::string_view attribute, const T& existing,
-                        const T& requested) {
-  if (existing == requested) return;
-  throw Fwk::ReinstantiationError(typeName, attribute, Fwk::toText(existing), Fwk::toText(requested));
-}
-
-}  // namespace
-
 Ptr<Bank> MultiHashTable::bankIs(HashEntryType baseEntryType, U32 bankId, U32 numBuckets, U32 bucketSize,
                                  HashFunc hashFunc, U32 hashOffSet, U32 hashBits, U32 hashMask) {
   if (const Ptr<Bank>* existing = bank_.find(bankId)) {
-    const Bank& b = **existing;
-    constexpr std::string_view type = "TesselCentral::Bank";
-    checkSameAttribute(type, "baseEntryType", b.baseEntryType(), baseEntryType);
-    checkSameAttribute(type, "numBuckets", b.numBuckets(), numBuckets);
-    checkSameAttribute(type, "bucketSize", b.bucketSize(), bucketSize);
-    checkSameAttribute(type, "hashFunc", b.hashFunc(), hashFunc);
-    checkSameAttribute(type, "hashOffSet", b.hashOffSet(), hashOffSet);
-    checkSameAttribute(type, "hashBits", b.hashBits(), hashBits);
-    checkSameAttribute(type, "hashMask", b.hashMask(), hashMask);
+    (*existing)->requireSameArguments("TesselCentral::Bank", baseEntryType, numBuckets, bucketSize, hashFunc,
+                                      hashOffSet, hashBits, hashMask);
     return *existing;
   }
   Ptr<Bank> created = bankFactory(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits,

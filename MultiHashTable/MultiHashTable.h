@@ -40,6 +40,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "MultiHashTableTypes.h"
@@ -278,6 +279,12 @@ public:
   // bucket is not hashed but taken from debugCrcInc (plus the bit that the 64-bit hash
   // word's top bit lands on after the hashOffSet shift), masked.
   virtual U32 calcBucketId(U16 crc16, U32 crc32, HashEntryType entryType, bool debugEnabled, U32 debugCrcInc);
+
+  // For a table's create-or-get: throws Fwk::ReinstantiationError naming the first of
+  // baseEntryType, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits, hashMask that
+  // differs from the bank's own (bankId is the lookup key and is not compared).
+  void requireSameArguments(std::string_view typeName, HashEntryType baseEntryType, U32 numBuckets, U32 bucketSize,
+                            HashFunc hashFunc, U32 hashOffSet, U32 hashBits, U32 hashMask) const;
 
   const Fwk::TypeInfo* fwkType() const noexcept override;
 

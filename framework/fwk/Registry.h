@@ -385,6 +385,15 @@ private:
   TypeInfo& info_;
 };
 
+// Create-or-get of a collection member: each constructor attribute of the existing
+// member must equal the requested one; the first that differs raises ReinstantiationError.
+template <class T>
+void requireSameAttribute(std::string_view typeName, std::string_view attribute, const T& existing,
+                          const T& requested) {
+  if (existing == requested) return;
+  throw ReinstantiationError(typeName, attribute, toText(existing), toText(requested));
+}
+
 // Takes over a freshly constructed entity's first reference and records the allocation
 // under the entity's registered type.
 template <class T>
