@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "MultiHashTable.h"
+#include "SingleWidthSupport.h"
 #include "TestSupport.h"
 
 namespace TesselCentral {
@@ -20,16 +21,10 @@ namespace {
 using test::assertionFailure;
 using test::levelBit;
 using test::TraceCapture;
-
-HashEntryKey key(U16 crc16, U32 crc32, U32 fapId = 1) {
-  return HashEntryKey(crc16, crc32, fapId, HashEntryType::singleWide);
-}
-
-std::string textOf(const HashEntryKey& k) {
-  std::ostringstream os;
-  os << k;
-  return os.str();
-}
+using test::key;
+using test::textOf;
+using test::makeTable;
+using test::Tables;
 
 // One call of a placement operation, with its arguments (unused ones are 0).
 struct Call {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "MultiHashTable.h"
+#include "SingleWidthSupport.h"
 #include "TestSupport.h"
 
 namespace TesselCentral {
@@ -19,36 +20,10 @@ using test::assertionFailure;
 using test::ChangeRecorder;
 using test::levelBit;
 using test::TraceCapture;
-
-HashEntryKey key(U16 crc16, U32 crc32, U32 fapId = 1) {
-  return HashEntryKey(crc16, crc32, fapId, HashEntryType::singleWide);
-}
-
-std::string textOf(const HashEntryKey& k) {
-  std::ostringstream os;
-  os << k;
-  return os.str();
-}
-
-struct Tables {
-  Ptr<HashEntryConfig> config = hashEntryConfigFactory();
-  Ptr<HashEntryStatus> status = hashEntryStatusFactory();
-  Ptr<MultiHashTable> table;
-
-  void request(const HashEntryKey& k) { config->configIs(k, EntryId()); }
-  void requestAt(const HashEntryKey& k, U32 id) { config->configIs(k, EntryId(id)); }
-  EntryId at(const HashEntryKey& k) const { return status->status(k); }
-};
-
-Tables makeTable(U32 banks, U32 buckets, U32 slots, U32 steps, bool bucketSpanBanks = false) {
-  Tables s;
-  s.table = multiHashTableFactory(banks, buckets, slots, s.config, s.status, steps, bucketSpanBanks);
-  for (U32 b = 0; b < banks; ++b) {
-    s.table->bankIs(HashEntryType::singleWide, b, buckets, slots,
-                    b % 2 == 0 ? HashFunc::hashCrc32Lower : HashFunc::hashCrc16Lower, 0, 0, buckets - 1);
-  }
-  return s;
-}
+using test::key;
+using test::textOf;
+using test::makeTable;
+using test::Tables;
 
 // ---------------------------------------------------------------------------------------
 // checkEntryIdValidity
