@@ -21,3 +21,23 @@ test-debug: setup
 
 clean:
 	rm -rf build
+
+# Reliability work. `make fuzz` builds the libFuzzer harnesses (clang, ASan/UBSan) and runs
+# each for FUZZ_SECONDS; `make test-tsan` runs the thread-safe mode's tests under
+# ThreadSanitizer; `make soak` runs mht_soak (`make soak SOAK_ARGS="--requests 200000"`).
+.PHONY: fuzz test-tsan soak
+FUZZ_SECONDS ?= 60
+SOAK_ARGS ?=
+
+fuzz: setup
+	@cmake --preset fuzz >/dev/null
+	@cmake --build --preset fuzz
+	@fuzz/run-fuzzers.sh build/fuzz $(FUZZ_SECONDS)
+
+test-tsan: setup
+	@cmake --workflow --preset tsan
+
+soak: setup
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release --target mht_soak
+	@./build/release/bench/mht_soak $(SOAK_ARGS)

@@ -3,7 +3,8 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++ make libgtest-dev libgmock-dev libbenchmark-dev
-          zlib1g-dev libboost-dev libcli11-dev nlohmann-json3-dev libedit-dev)
+          zlib1g-dev libboost-dev libcli11-dev nlohmann-json3-dev libedit-dev
+          clang libclang-rt-14-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

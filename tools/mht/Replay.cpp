@@ -160,6 +160,18 @@ private:
       throw LineError("id: " + idText(id) + " is taken by key " + keyFields(t->posToKey(pos)));
     }
     MultiEntryTypeBank& bank = *t->bank(positionBank(pos));
+    // The table walks a bucket from slot 0 in steps of the widths it finds there: an entry
+    // that does not start at a multiple of its width, or a wide one on the first slot of
+    // physical bank 0 (where the walk starts one slot in), would stop a later placement.
+    const U32 width = bank.entrySize(key.entryType());
+    if (width != 0 && positionSlot(pos) % width != 0) {
+      throw LineError("id: " + idText(id) + " names slot " + std::to_string(positionSlot(pos)) + ", where no entry " +
+                      std::to_string(width) + " slots wide may start");
+    }
+    if (width > 1 && bank.phyBankId() == 0 && positionBucket(pos) == 0 && positionSlot(pos) == 0) {
+      throw LineError("id: " + idText(id) + " names the first slot of physical bank 0, where only an entry 1 slot " +
+                      "wide may stand");
+    }
     const U64 mask = U64{bank.entryMask(key.entryType())} << (positionSlot(pos) & 31);
     if ((bank.bucket(positionBucket(pos)) & mask & 0xFFFFFFFF) != 0) {
       throw LineError("id: the slots of id " + idText(id) + " overlap another entry");
@@ -209,7 +221,7 @@ private:
   }
 
   const ReplayOptions& options_;
-  std::ostream& err_;
+  [[maybe_unused]] std::ostream& err_;
   std::unique_ptr<TableSession> session_;
   bool requestsStarted_ = false;
 };
