@@ -26,7 +26,7 @@ bool parseDigits(std::string_view text, std::uint64_t max, std::uint64_t& value,
     else if (base == 16 && c >= 'a' && c <= 'f') digit = static_cast<unsigned>(c - 'a' + 10);
     else if (base == 16 && c >= 'A' && c <= 'F') digit = static_cast<unsigned>(c - 'A' + 10);
     else return false;
-    if (value > (max - digit) / base) overflow = true;
+    if (digit > max || value > (max - digit) / base) overflow = true;
     if (!overflow) value = value * base + digit;
   }
   return true;

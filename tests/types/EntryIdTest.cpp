@@ -126,3 +126,17 @@ TEST(SlotId, ConvertsToItsEightBitValue) {
 
 }  // namespace
 }  // namespace TesselCentral
+
+namespace TesselCentral {
+namespace {
+
+// Found by the text fuzzer: a single digit above a small maximum passed as in range.
+TEST(ParseUnsignedRegression, ADigitAboveASmallMaximumIsARangeError) {
+  EXPECT_THROW(Fwk::parseUnsigned("5", "slot", 3), Fwk::RangeError);
+  EXPECT_THROW(Fwk::parseUnsigned("19", "slot", 5), Fwk::RangeError);
+  EXPECT_EQ(Fwk::parseUnsigned("3", "slot", 3), 3u);
+  EXPECT_EQ(Fwk::parseUnsigned("0x3", "slot", 3), 3u);
+}
+
+}  // namespace
+}  // namespace TesselCentral
