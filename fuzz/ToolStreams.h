@@ -3,10 +3,12 @@
 // The runners report bad lines on their error stream, which a fuzzer would drown in. A
 // library assertion that the tool's checks did not foresee is different: the runner's
 // handler writes "FILE:LINE: the library rejected this request: assertion ..." and ends
-// the process at once. FindingStream throws ordinary errors away and copies that one report
-// to standard error, so that it is seen when the process ends.
+// the process at once. FindingStream throws ordinary errors away, copies that one report to
+// standard error and aborts there and then, so that the fuzzer keeps the input as a crash
+// (an exit would end the process before libFuzzer could save it).
 #pragma once
 
+#include <cstdlib>
 #include <ostream>
 #include <streambuf>
 #include <string>
@@ -31,6 +33,7 @@ protected:
       // The process is about to end without unwinding: write straight to the descriptor.
       const std::string report = "finding: " + text_;
       [[maybe_unused]] const ssize_t written = ::write(2, report.data(), report.size());
+      std::abort();
     }
     text_.clear();
     return 0;
