@@ -96,6 +96,13 @@ private:
       if (b.bucketSize > 4) throw LineError("bucketSize: " + std::to_string(b.bucketSize) + " is above 4, the most a bucket state word serves");
     } else {
       p.end(multi ? "doubleEntryTwoBucketMode" : "hashMask");
+      // Single-width ids count each bank's buckets by the table's numBuckets: a bucket past
+      // it would share its ids with the next bank's, and a move there would stop on an
+      // assertion.
+      if (b.hashMask >= session_->spec().numBuckets) {
+        throw LineError("hashMask: " + std::to_string(b.hashMask) + " selects buckets beyond the table's numBuckets " +
+                        std::to_string(session_->spec().numBuckets));
+      }
     }
     if (b.hashFunc == HashFunc::hashLsb) throw LineError("hashFunc: hashLsb is not supported for bucket selection");
     try {
