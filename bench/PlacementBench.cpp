@@ -30,9 +30,9 @@ using Baseline = std::unordered_map<HashEntryKey, EntryId, KeyHasher>;
 
 TableSpec geometry(TableKind kind, U32 numBuckets) { return TableSpec{kind, 4, numBuckets, 4, 3, false}; }
 
-std::unique_ptr<TableSession> newTable(const TableSpec& spec) {
-  auto session = std::make_unique<TableSession>(spec);
-  for (const BankSpec& b : defaultBanks(spec, false)) session->bankIs(b);
+std::unique_ptr<TableSession> newTable(const TableSpec& shape) {
+  auto session = std::make_unique<TableSession>(shape);
+  for (const BankSpec& b : defaultBanks(shape, false)) session->bankIs(b);
   return session;
 }
 
@@ -70,13 +70,13 @@ void perOperation(benchmark::State& state, U64 operations) {
 // Placement (configIs with the invalid id) while filling from `from` to `to` of capacity.
 void BM_Place(benchmark::State& state, TableKind kind, double from, double to) {
   const U32 buckets = static_cast<U32>(state.range(0));
-  const TableSpec spec = geometry(kind, buckets);
-  const U64 capacity = U64{spec.numBanks} * buckets * spec.numBucketEntries;
+  const TableSpec shape = geometry(kind, buckets);
+  const U64 capacity = U64{shape.numBanks} * buckets * shape.numBucketEntries;
   const auto keys = keysFor(kind, capacity);
   U64 operations = 0;
   for (auto _ : state) {
     state.PauseTiming();
-    auto t = newTable(spec);
+    auto t = newTable(shape);
     std::size_t next = 0;
     fillTo(*t, keys, next, static_cast<U64>(from * static_cast<double>(capacity)));
     const std::size_t first = next;
@@ -94,13 +94,13 @@ void BM_Place(benchmark::State& state, TableKind kind, double from, double to) {
 // Removal (configDel) of every key of a table at 50 % fill.
 void BM_Remove(benchmark::State& state, TableKind kind) {
   const U32 buckets = static_cast<U32>(state.range(0));
-  const TableSpec spec = geometry(kind, buckets);
-  const U64 capacity = U64{spec.numBanks} * buckets * spec.numBucketEntries;
+  const TableSpec shape = geometry(kind, buckets);
+  const U64 capacity = U64{shape.numBanks} * buckets * shape.numBucketEntries;
   const auto keys = keysFor(kind, capacity);
   U64 operations = 0;
   for (auto _ : state) {
     state.PauseTiming();
-    auto t = newTable(spec);
+    auto t = newTable(shape);
     std::size_t next = 0;
     const auto placed = fillTo(*t, keys, next, capacity / 2);
     state.ResumeTiming();
@@ -116,10 +116,10 @@ void BM_Remove(benchmark::State& state, TableKind kind) {
 // A status lookup of a placed key at 50 % fill.
 void BM_Lookup(benchmark::State& state, TableKind kind) {
   const U32 buckets = static_cast<U32>(state.range(0));
-  const TableSpec spec = geometry(kind, buckets);
-  const U64 capacity = U64{spec.numBanks} * buckets * spec.numBucketEntries;
+  const TableSpec shape = geometry(kind, buckets);
+  const U64 capacity = U64{shape.numBanks} * buckets * shape.numBucketEntries;
   const auto keys = keysFor(kind, capacity);
-  auto t = newTable(spec);
+  auto t = newTable(shape);
   std::size_t next = 0;
   const auto placed = fillTo(*t, keys, next, capacity / 2);
   U64 operations = 0;
@@ -135,12 +135,12 @@ void BM_Lookup(benchmark::State& state, TableKind kind) {
 // Placement at a requested id: the ids that placement anywhere chose for the same keys.
 void BM_PlaceAtId(benchmark::State& state) {
   const U32 buckets = static_cast<U32>(state.range(0));
-  const TableSpec spec = geometry(TableKind::multi, buckets);
-  const U64 capacity = U64{spec.numBanks} * buckets * spec.numBucketEntries;
+  const TableSpec shape = geometry(TableKind::multi, buckets);
+  const U64 capacity = U64{shape.numBanks} * buckets * shape.numBucketEntries;
   const auto keys = keysFor(TableKind::multi, capacity);
   std::vector<std::pair<HashEntryKey, EntryId>> requests;
   {
-    auto scratch = newTable(spec);
+    auto scratch = newTable(shape);
     std::size_t next = 0;
     for (const HashEntryKey& k : fillTo(*scratch, keys, next, capacity / 2)) {
       requests.emplace_back(k, scratch->status().status(k));
@@ -149,7 +149,7 @@ void BM_PlaceAtId(benchmark::State& state) {
   U64 operations = 0;
   for (auto _ : state) {
     state.PauseTiming();
-    auto t = newTable(spec);
+    auto t = newTable(shape);
     state.ResumeTiming();
     for (const auto& [k, id] : requests) t->config().configIs(k, id);
     state.PauseTiming();
@@ -164,14 +164,14 @@ void BM_PlaceAtId(benchmark::State& state) {
 // At 85 % fill: delete a random placed key, request a new one.
 void BM_Churn(benchmark::State& state, TableKind kind) {
   const U32 buckets = static_cast<U32>(state.range(0));
-  const TableSpec spec = geometry(kind, buckets);
-  const U64 capacity = U64{spec.numBanks} * buckets * spec.numBucketEntries;
+  const TableSpec shape = geometry(kind, buckets);
+  const U64 capacity = U64{shape.numBanks} * buckets * shape.numBucketEntries;
   const auto keys = keysFor(kind, capacity * 3);
   constexpr U64 pairs = 20000;
   U64 operations = 0;
   for (auto _ : state) {
     state.PauseTiming();
-    auto t = newTable(spec);
+    auto t = newTable(shape);
     std::size_t next = 0;
     auto placed = fillTo(*t, keys, next, capacity * 85 / 100);
     std::mt19937_64 pick(seed);
@@ -252,14 +252,14 @@ void BM_BaselineFind(benchmark::State& state) {
 // Bytes per placed entry at 90 % fill (or the first failure), every collection included.
 void BM_Memory(benchmark::State& state, TableKind kind) {
   const U32 buckets = static_cast<U32>(state.range(0));
-  const TableSpec spec = geometry(kind, buckets);
-  const U64 capacity = U64{spec.numBanks} * buckets * spec.numBucketEntries;
+  const TableSpec shape = geometry(kind, buckets);
+  const U64 capacity = U64{shape.numBanks} * buckets * shape.numBucketEntries;
   const auto keys = keysFor(kind, capacity);
   double perEntry = 0;
   double fill = 0;
   for (auto _ : state) {
     const std::size_t before = bench::liveBytes();
-    auto t = newTable(spec);
+    auto t = newTable(shape);
     std::size_t next = 0;
     const auto placed = fillTo(*t, keys, next, capacity * 90 / 100);
     // The benchmark's own list of placed keys is not the library's.
@@ -290,12 +290,12 @@ void BM_BaselineMemory(benchmark::State& state) {
 // it is recorded here, where a change would show.
 void BM_FirstFailure(benchmark::State& state, TableKind kind) {
   const U32 buckets = static_cast<U32>(state.range(0));
-  const TableSpec spec = geometry(kind, buckets);
-  const U64 capacity = U64{spec.numBanks} * buckets * spec.numBucketEntries;
+  const TableSpec shape = geometry(kind, buckets);
+  const U64 capacity = U64{shape.numBanks} * buckets * shape.numBucketEntries;
   const auto keys = keysFor(kind, capacity);
   double fill = 0;
   for (auto _ : state) {
-    auto t = newTable(spec);
+    auto t = newTable(shape);
     std::size_t next = 0;
     fillTo(*t, keys, next, capacity);
     fill = static_cast<double>(t->slotsUsed()) / static_cast<double>(capacity);

@@ -115,7 +115,7 @@ class Soak {
 public:
   Soak(TableKind kind, const Options& o)
       : options_(o), session_(TableSpec{kind, 4, 4096, 4, 3, false}), rng_(o.seed ^ (kind == TableKind::multi ? 0x5A : 0)) {
-    for (const BankSpec& b : defaultBanks(session_.spec(), false)) session_.bankIs(b);
+    for (const BankSpec& b : defaultBanks(session_.shape(), false)) session_.bankIs(b);
   }
 
   Figures run() {
@@ -148,7 +148,7 @@ private:
   double fill() const { return static_cast<double>(slotsUsed_) / static_cast<double>(session_.capacity()); }
 
   HashEntryType width() {
-    if (session_.spec().kind == TableKind::single) return HashEntryType::singleWide;
+    if (session_.shape().kind == TableKind::single) return HashEntryType::singleWide;
     const U32 r = rng_() % 10;
     return r < 7 ? HashEntryType::singleWide : r < 9 ? HashEntryType::doubleWide : HashEntryType::quadWide;
   }

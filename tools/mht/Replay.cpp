@@ -56,28 +56,28 @@ public:
 private:
   void table(LineParser& p) {
     if (session_) throw LineError("a second table line: one replay drives one table");
-    TableSpec spec;
+    TableSpec shape;
     const std::string& kind = p.word("table kind (single or multi)");
-    if (kind == "single") spec.kind = TableKind::single;
-    else if (kind == "multi") spec.kind = TableKind::multi;
+    if (kind == "single") shape.kind = TableKind::single;
+    else if (kind == "multi") shape.kind = TableKind::multi;
     else throw LineError("table kind: '" + kind + "' is neither single nor multi");
-    spec.numBanks = p.u32("numBanks");
-    spec.numBuckets = p.u32("numBuckets");
-    spec.numBucketEntries = p.u32("numBucketEntries");
-    spec.maxRecursiveSteps = p.u32("maxRecursiveSteps");
-    if (spec.kind == TableKind::single) {
-      spec.bucketSpanBanks = p.boolean("bucketSpanBanks");
+    shape.numBanks = p.u32("numBanks");
+    shape.numBuckets = p.u32("numBuckets");
+    shape.numBucketEntries = p.u32("numBucketEntries");
+    shape.maxRecursiveSteps = p.u32("maxRecursiveSteps");
+    if (shape.kind == TableKind::single) {
+      shape.bucketSpanBanks = p.boolean("bucketSpanBanks");
       p.end("bucketSpanBanks");
     } else {
       p.end("maxRecursiveSteps");
-      if (spec.numBanks > 256) throw LineError("numBanks: " + std::to_string(spec.numBanks) + " is above 256, the most a position can address");
+      if (shape.numBanks > 256) throw LineError("numBanks: " + std::to_string(shape.numBanks) + " is above 256, the most a position can address");
     }
-    session_ = std::make_unique<TableSession>(spec);
+    session_ = std::make_unique<TableSession>(shape);
   }
 
   void bank(LineParser& p) {
     if (requestsStarted_) throw LineError("bank line after the first request: banks come right after the table line");
-    const bool multi = session_->spec().kind == TableKind::multi;
+    const bool multi = session_->shape().kind == TableKind::multi;
     BankSpec b;
     b.baseEntryType = p.name<HashEntryType>("baseEntryType");
     b.bankId = p.u32("bankId");
@@ -99,9 +99,9 @@ private:
       // Single-width ids count each bank's buckets by the table's numBuckets: a bucket past
       // it would share its ids with the next bank's, and a move there would stop on an
       // assertion.
-      if (b.hashMask >= session_->spec().numBuckets) {
+      if (b.hashMask >= session_->shape().numBuckets) {
         throw LineError("hashMask: " + std::to_string(b.hashMask) + " selects buckets beyond the table's numBuckets " +
-                        std::to_string(session_->spec().numBuckets));
+                        std::to_string(session_->shape().numBuckets));
       }
     }
     if (b.hashFunc == HashFunc::hashLsb) throw LineError("hashFunc: hashLsb is not supported for bucket selection");
@@ -115,7 +115,7 @@ private:
   void requireBanks() {
     requestsStarted_ = true;
     const U32 missing = session_->firstMissingBank();
-    if (missing != session_->spec().numBanks) {
+    if (missing != session_->shape().numBanks) {
       throw LineError("bank " + std::to_string(missing) + " is missing: every bank below numBanks needs a bank line");
     }
   }

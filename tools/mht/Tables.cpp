@@ -13,15 +13,15 @@ std::string keyFields(const HashEntryKey& key) {
   return os.str();
 }
 
-TableSession::TableSession(const TableSpec& spec)
-    : spec_(spec), config_(hashEntryConfigFactory()), status_(hashEntryStatusFactory()) {
-  if (spec.kind == TableKind::single) {
-    single_ = multiHashTableFactory(spec.numBanks, spec.numBuckets, spec.numBucketEntries, config_, status_,
-                                    spec.maxRecursiveSteps, spec.bucketSpanBanks);
+TableSession::TableSession(const TableSpec& shape)
+    : spec_(shape), config_(hashEntryConfigFactory()), status_(hashEntryStatusFactory()) {
+  if (shape.kind == TableKind::single) {
+    single_ = multiHashTableFactory(shape.numBanks, shape.numBuckets, shape.numBucketEntries, config_, status_,
+                                    shape.maxRecursiveSteps, shape.bucketSpanBanks);
     base_ = single_.ptr();
   } else {
-    multi_ = multiEntryTypeHashTableFactory(spec.numBanks, spec.numBuckets, spec.numBucketEntries, config_, status_,
-                                            spec.maxRecursiveSteps);
+    multi_ = multiEntryTypeHashTableFactory(shape.numBanks, shape.numBuckets, shape.numBucketEntries, config_, status_,
+                                            shape.maxRecursiveSteps);
     multi_->entryIdHelperIs(entryIdHelperFactory(multi_));
     base_ = multi_.ptr();
   }

@@ -40,12 +40,12 @@ struct TableSpec {
 // the destructor breaks the table <-> helper cycle.
 class TableSession {
 public:
-  explicit TableSession(const TableSpec& spec);
+  explicit TableSession(const TableSpec& shape);
   ~TableSession();
   TableSession(const TableSession&) = delete;
   TableSession& operator=(const TableSession&) = delete;
 
-  const TableSpec& spec() const noexcept { return spec_; }
+  const TableSpec& shape() const noexcept { return spec_; }
   void bankIs(const BankSpec& bank);
   // Whether every bank index below numBanks holds a bank.
   bool complete() const;
