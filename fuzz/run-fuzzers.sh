@@ -39,21 +39,26 @@ for h in "${harnesses[@]}"; do
            -artifact_prefix="$artifacts/")
   [ -f "fuzz/$h.dict" ] && options+=(-dict="fuzz/$h.dict")
   echo "fuzz: $h for ${seconds}s"
+  touch "$artifacts/.started"
   "$binary" "${options[@]}" "$corpus" "fuzz/corpus/$h" >"$artifacts/log.txt" 2>&1
   status=$?
   runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$artifacts/log.txt" | tail -1)
   added=$(sed -n 's/^stat::new_units_added: *//p' "$artifacts/log.txt" | tail -1)
   cov=$(grep -o 'cov: [0-9]*' "$artifacts/log.txt" | tail -1)
   echo "fuzz: $h: ${runs:-?} executions, ${added:-?} new inputs, ${cov:-cov: ?}, exit $status"
-  if [ $status -ne 0 ]; then
+  if [ $status -eq 72 ]; then
+    # libFuzzer's exit code when it is interrupted (SIGINT, SIGTERM) rather than finding anything.
+    echo "fuzz: $h was interrupted before its time was up" >&2
+    failed+=("$h")
+  elif [ $status -ne 0 ]; then
     failed+=("$h")
     grep -E -A30 'ERROR: libFuzzer|ERROR: AddressSanitizer|ERROR: LeakSanitizer|runtime error|Assertion|finding:|audit after' \
       "$artifacts/log.txt" | head -60 >&2
-    ls "$artifacts" | grep -v '^log.txt$' | sed "s|^|fuzz: kept $artifacts/|" >&2
+    find "$artifacts" -type f -newer "$artifacts/.started" ! -name log.txt | sed "s|^|fuzz: kept |" >&2
   fi
 done
 
 if [ ${#failed[@]} -ne 0 ]; then
-  echo "fuzz: findings in: ${failed[*]} (inputs kept under $build/fuzz-artifacts/)" >&2
+  echo "fuzz: failed: ${failed[*]} (inputs kept under $build/fuzz-artifacts/)" >&2
   exit 1
 fi
