@@ -1,5 +1,7 @@
 // The multi-width table: its banks and position maps, the link to its EntryIdHelper,
 // the free-position search, removal and placement at a requested EntryId.
+#include <algorithm>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -28,7 +30,8 @@ MultiEntryTypeHashTable::MultiEntryTypeHashTable(U32 numBanks, U32 numBuckets, U
                                                  Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps)
     : MultiHashTableBase(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig),
                          std::move(hashEntryStatus), maxRecursiveSteps),
-      posToKey_(posToKeySeed),
+      posToKey_(std::min(std::uint64_t{numBanks} * numBuckets * numBucketEntries, std::uint64_t{maxDenseTableSlots}),
+                posToKeySeed, PositionIndex{numBanks, numBuckets, numBucketEntries}),
       keyToPos_(keyToPosSeed),
       bank_(multiWidthBankSeed) {
   debugEnabled_ = false;
@@ -150,36 +153,33 @@ U32 MultiEntryTypeHashTable::findEmptyPosition(const HashEntryKey& key, U32 orig
 
 void MultiEntryTypeHashTable::removeEntry(const HashEntryKey& key) {
   MHT_TRACE(1, "MultiEntryTypeHashTable::" << "removeEntry" << " Key: " << key);
-  HashEntryStatus& status = *hashEntryStatus();
-  const EntryId* current = status.statusFind(key);
-  if (current == nullptr) {
+  const EntryId* status = hashEntryStatus()->statusFind(key);
+  if (status == nullptr) {
     MHT_ASSERT_TEXT(!keyToPosHas(key), "!keyToPosHas( key )");
     return;
   }
-  const EntryId eId = *current;
+  const EntryId eId = *status;
   if (eId.value() == EntryId::max) {
     // The key never got a place: only its status is to be cleared.
     MHT_TRACE(1, "removeEntry" << " Invalid entryId found in status. " << "Just clear status ");
-    status.statusDel(key);
+    hashEntryStatus()->statusDelFound(key, status);
     return;
   }
 
   // Removal trusts keyToPos for the position and the status for the id. A key without a
   // position reads as position 0.
-  const U32* stored = keyToPos_.find(key);
-  const U32 pos = stored ? *stored : 0;
-  if (stored != nullptr) MHT_ASSERT_TEXT(pos != INVALID_POSITION, "pos != INVALID_POSITION");
+  U32 pos = 0;
+  if (keyToPos_.delInto(key, pos)) MHT_ASSERT_TEXT(pos != INVALID_POSITION, "pos != INVALID_POSITION");
   const U32 slot = positionSlot(pos);
   const U32 bucket = positionBucket(pos);
   const U32 bank = positionBank(pos);
   bankAt(bank).updateBucketState(key.entryType(), bucket, slot, false);
   MHT_TRACE(1, "removeEntry" << " entryId: " << eId);
 
-  keyToPosDel(key);
-  posToKeyDel(pos);
+  posToKey_.erase(pos);
   hashTableEntryDel(eId);
   numDeletionsInc(1);
-  status.statusDel(key);
+  hashEntryStatus()->statusDelFound(key, status);
 }
 
 void MultiEntryTypeHashTable::insertEntryWithId(const HashEntryKey& key, EntryId eId) {

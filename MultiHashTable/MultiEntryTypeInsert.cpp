@@ -2,6 +2,8 @@
 // that, room is made cuckoo-fashion: in each other bank the key's candidate buckets are
 // locked and the entries standing in the way are inserted again elsewhere, recursively,
 // within the step budget. doAddOrMoveEntry commits every placement and every move.
+#include <tuple>
+
 #include "MultiHashTable.h"
 #include "fwk/Assert.h"
 #include "fwk/Trace.h"
@@ -171,24 +173,27 @@ void MultiEntryTypeHashTable::doAddOrMoveEntry(const HashEntryKey& key, U32 newP
   MHT_TRACE(2, "MultiEntryTypeHashTable::" << "doAddOrMoveEntry" << " key " << key << " newPos " << newPos << " move "
                                            << move);
   EntryIdHelper& translator = helper();
+  // The key's keyToPos value, looked up once and written last.
+  U32* keyPos = nullptr;
   if (move) {
-    const U32* stored = keyToPos_.find(key);
-    const U32 curPos = stored ? *stored : 0;
-    if (stored != nullptr) MHT_ASSERT_TEXT(curPos != INVALID_POSITION, "curPos != INVALID_POSITION");
+    keyPos = keyToPos_.find(key);
+    const U32 curPos = keyPos ? *keyPos : 0;
+    if (keyPos != nullptr) MHT_ASSERT_TEXT(curPos != INVALID_POSITION, "curPos != INVALID_POSITION");
     MHT_ASSERT_TEXT(curPos != newPos, "curPos != newPos");
     MHT_ASSERT_TEXT(posToKey(curPos) == key, "posToKey( curPos ) == key");
 
     bankAt(positionBank(curPos))
         .updateBucketState(key.entryType(), positionBucket(curPos), positionSlot(curPos), false);
-    keyToPosDel(key);
-    posToKeyDel(curPos);
+    posToKey_.erase(curPos);
     const EntryId oldEntryId = translator.posToEntryId(curPos);
     MHT_TRACE(2, "MultiEntryTypeHashTable::" << "doAddOrMoveEntry" << " oldPosition 0x" << Fwk::hex << curPos
                                              << Fwk::dec << " oldEntryId " << oldEntryId);
     hashTableEntryDel(oldEntryId);
     numMovesInc(1);
   } else {
-    MHT_ASSERT_TEXT(!keyToPosHas(key), "!keyToPosHas( key )");
+    bool added = false;
+    std::tie(keyPos, added) = keyToPos_.findOrInsert(key);
+    MHT_ASSERT_TEXT(added, "!keyToPosHas( key )");
     MHT_ASSERT_TEXT(!posToKeyHas(newPos), "!posToKeyHas( newPos )");
     // The bucket state of newPos is the caller's to set.
     numInsertionsInc(1);
@@ -197,7 +202,11 @@ void MultiEntryTypeHashTable::doAddOrMoveEntry(const HashEntryKey& key, U32 newP
   const EntryId newEntryId = translator.posToEntryId(newPos);
   MHT_TRACE(2, "MultiEntryTypeHashTable::" << "doAddOrMoveEntry" << " newPosition 0x" << Fwk::hex << newPos
                                            << Fwk::dec << " new entryId " << newEntryId);
-  keyToPosIs(key, newPos);
+  if (keyPos != nullptr) {
+    *keyPos = newPos;
+  } else {
+    keyToPosIs(key, newPos);
+  }
   posToKeyIs(newPos, key);
   hashTableEntryIs(newEntryId, key);
   hashEntryStatus()->statusIs(key, newEntryId);

@@ -2,6 +2,7 @@
 // single-width table.
 #include "MultiHashTable.h"
 
+#include <algorithm>
 #include <string>
 
 #include "fwk/Assert.h"
@@ -54,6 +55,11 @@ EntryId PublishedEntryIds::del(const HashEntryKey& key, const Fwk::Publisher& pu
   return removed;
 }
 
+void PublishedEntryIds::delFound(const HashEntryKey& key, const EntryId* found, const Fwk::Publisher& publisher) {
+  const EntryId removed = members_.delFound(found);
+  publisher.publish(HashEntryConfig::configAttrId, &key, &removed);
+}
+
 void PublishedEntryIds::delAll(const Fwk::Publisher& publisher) {
   if (publisher.subscribers() == 0) {
     members_.delAll();
@@ -96,7 +102,7 @@ MultiHashTableBase::MultiHashTableBase(U32 numBanks, U32 numBuckets, U32 numBuck
       hashEntryConfig_(std::move(hashEntryConfig)),
       hashEntryStatus_(std::move(hashEntryStatus)),
       maxRecursiveSteps_(maxRecursiveSteps),
-      hashTableEntry_(hashTableEntrySeed) {
+      hashTableEntry_(std::min(tableCapacity(), maxDenseTableSlots), hashTableEntrySeed) {
   if (hashEntryConfig_) hashEntryConfig_->publisher().subscriberIs(*this);
 }
 
@@ -491,17 +497,13 @@ void MultiHashTable::insertEntryWithId(const HashEntryKey& key, EntryId eId) {
 
 void MultiHashTable::removeEntry(const HashEntryKey& key) {
   MHT_TRACE(1, "removeEntry" << " Key: " << key);
-  HashEntryStatus& status = *hashEntryStatus();
-  const EntryId* current = status.statusFind(key);
-  if (current == nullptr) return;
-  const EntryId e = *current;
+  const EntryId* status = hashEntryStatus()->statusFind(key);
+  if (status == nullptr) return;
+  const EntryId e = *status;
   MHT_TRACE(1, "removeEntry" << " entryId: " << e);
   // The position is freed whoever holds it.
-  if (hashTableEntryHas(e)) {
-    hashTableEntryDel(e);
-    numDeletionsInc(1);
-  }
-  status.statusDel(key);
+  if (hashTableEntryDel(e)) numDeletionsInc(1);
+  hashEntryStatus()->statusDelFound(key, status);
 }
 
 }  // namespace TesselCentral

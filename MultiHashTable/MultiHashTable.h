@@ -61,6 +61,12 @@ class EntryIdHelper;
 
 using EntryIdByKey = Fwk::HashMap<HashEntryKey, EntryId>;
 
+// The most ids (or positions) that a table records in an array; the ids of a larger
+// table above it go to a hash map. A chip's table is filled, so an array as large as the
+// table costs less than a hash map of the same ids once the table is about three quarters
+// full, and it is allocated by the first placement, not by the table's creation.
+inline constexpr U32 maxDenseTableSlots = U32{1} << 22;
+
 // ---------------------------------------------------------------------------------------
 // Requests and results
 
@@ -77,6 +83,8 @@ public:
 
   void is(const HashEntryKey& key, EntryId id, const Fwk::Publisher& publisher);
   EntryId del(const HashEntryKey& key, const Fwk::Publisher& publisher);
+  // Removes the member whose value find() returned, with no change since.
+  void delFound(const HashEntryKey& key, const EntryId* found, const Fwk::Publisher& publisher);
   void delAll(const Fwk::Publisher& publisher);
   void clearSilently() { members_.delAll(); }
 
@@ -141,6 +149,9 @@ public:
 
   void statusIs(const HashEntryKey& key, EntryId id) { status_.is(key, id, publisher_); }
   EntryId statusDel(const HashEntryKey& key) { return status_.del(key, publisher_); }
+  // statusDel of a key whose lookup the caller holds: `found` is what statusFind(key)
+  // returned, with no status change since. Saves probing for the key a second time.
+  void statusDelFound(const HashEntryKey& key, const EntryId* found) { status_.delFound(key, found, publisher_); }
   void statusDelAll() { status_.delAll(publisher_); }
 
   Fwk::Publisher& publisher() const noexcept { return publisher_; }
@@ -162,7 +173,9 @@ Ptr<HashEntryStatus> hashEntryStatusFactory();
 
 class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
 public:
-  using KeyByEntryId = Fwk::HashMap<EntryId, HashEntryKey>;
+  // Ids below the table's capacity index an array; the rare id beyond it (a bank whose
+  // mask reaches past the table's buckets) lives in a hash map beside it.
+  using KeyByEntryId = Fwk::IndexedMap<EntryId, HashEntryKey>;
 
   // The origBankId of every placement that a request starts: no bank to avoid.
   static constexpr U32 noBankToAvoid = 128;
@@ -195,7 +208,8 @@ public:
   const HashEntryKey* hashTableEntryFind(EntryId eId) const noexcept { return hashTableEntry_.find(eId); }
   bool hashTableEntryHas(EntryId eId) const noexcept { return hashTableEntry_.has(eId); }
   void hashTableEntryIs(EntryId eId, const HashEntryKey& key) { hashTableEntry_.is(eId, key); }
-  void hashTableEntryDel(EntryId eId) { hashTableEntry_.del(eId); }
+  // Frees the id; false when no key held it.
+  bool hashTableEntryDel(EntryId eId) { return hashTableEntry_.erase(eId); }
   void hashTableEntryDelAll() { hashTableEntry_.delAll(); }
   const KeyByEntryId& hashTableEntryCollection() const noexcept { return hashTableEntry_; }
 
@@ -515,9 +529,31 @@ constexpr U32 positionSlot(U32 pos) noexcept { return pos & 0xF; }
 
 static_assert(packPosition(3, 0xABCDE, 7) == 0x03ABCDE7);
 
+// Where a position is recorded in the table's array of positions: bank by bank, bucket by
+// bucket, slot by slot. A position outside the table's geometry has no place there and
+// goes to the hash map beside it.
+struct PositionIndex {
+  U32 numBanks = 0;
+  U32 numBuckets = 0;
+  U32 numBucketEntries = 0;
+
+  std::uint64_t operator()(U32 pos) const noexcept {
+    const U32 bank = positionBank(pos);
+    const U32 bucket = positionBucket(pos);
+    const U32 slot = positionSlot(pos);
+    if (bank >= numBanks || bucket >= numBuckets || slot >= numBucketEntries) return ~std::uint64_t{0};
+    return (std::uint64_t{bank} * numBuckets + bucket) * numBucketEntries + slot;
+  }
+  U32 key(std::uint64_t index) const noexcept {
+    const auto slot = static_cast<U32>(index % numBucketEntries);
+    const std::uint64_t bucketOfTable = index / numBucketEntries;
+    return packPosition(static_cast<U32>(bucketOfTable / numBuckets), static_cast<U32>(bucketOfTable % numBuckets), slot);
+  }
+};
+
 class MultiEntryTypeHashTable : public MultiHashTableBase {
 public:
-  using KeyByPosition = Fwk::HashMap<U32, HashEntryKey>;
+  using KeyByPosition = Fwk::IndexedMap<U32, HashEntryKey, PositionIndex>;
   using PositionByKey = Fwk::HashMap<HashEntryKey, U32>;
   using BankById = Fwk::HashMap<U32, Ptr<MultiEntryTypeBank>>;
 

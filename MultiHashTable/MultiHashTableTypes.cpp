@@ -48,15 +48,6 @@ bool HashEntryKey::isEq(const void* a, const void* b) noexcept {
   return *static_cast<const HashEntryKey*>(a) == *static_cast<const HashEntryKey*>(b);
 }
 
-U32 HashEntryKey::hash(U32 seed) const noexcept {
-  Fwk::HashState state(seed, 0, 0);
-  state.mix16(crc16_);
-  state.mix32(crc32_);
-  state.mix32(fapId_);
-  state.mix32(static_cast<U32>(entryType_));
-  return state.value();
-}
-
 HashEntryKey HashEntryKey::fromText(std::string_view text) {
   Fwk::ValueReader r(text);
   r.open(typeName());

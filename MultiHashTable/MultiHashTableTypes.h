@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "fwk/Hash.h"
 #include "fwk/Text.h"
 #include "fwk/Trace.h"
 
@@ -105,8 +106,16 @@ public:
   }
 
   // Mixes crc16 as 2 bytes, then crc32, fapId and entryType as 4 bytes each, into a
-  // hash state started from the seed.
-  U32 hash(U32 seed) const noexcept;
+  // hash state started from the seed. Inline: every keyed collection of the tables hashes
+  // on each lookup.
+  constexpr U32 hash(U32 seed) const noexcept {
+    Fwk::HashState state(seed, 0, 0);
+    state.mix16(crc16_);
+    state.mix32(crc32_);
+    state.mix32(fapId_);
+    state.mix32(static_cast<U32>(entryType_));
+    return state.value();
+  }
 
 private:
   U16 crc16_ = 0;

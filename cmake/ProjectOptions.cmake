@@ -1,7 +1,10 @@
 # Warnings and sanitizers for the project's own targets. Third-party code is not affected.
 add_library(mht_project_options INTERFACE)
 target_compile_options(mht_project_options INTERFACE
-  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Wold-style-cast)
+  -Wall -Wextra -Wpedantic -Werror -Wshadow -Wnon-virtual-dtor -Wold-style-cast
+  # Calls inside a shared library bind to its own functions (no PLT hop, and they may be
+  # inlined); the library does not support replacing its functions by interposition.
+  -fno-semantic-interposition)
 
 if(MHT_SANITIZE)
   set(MHT_SANITIZER_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)

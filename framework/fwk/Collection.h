@@ -171,22 +171,15 @@ public:
   bool delInto(const K& key, V& removed) {
     const std::size_t i = findIndex(key);
     if (i == npos) return false;
-    removed = std::exchange(slots_[i].value, V{});
-    --size_;
-    if (control_[wrap(i + 1)] != emptyControl) {
-      setControl(i, deletedControl);
-      ++deleted_;
-      return true;
-    }
-    // No probe passes this slot to reach a later one: it becomes empty again, and so do
-    // the deleted slots right before it, which keeps runs of deleted slots short.
-    setControl(i, emptyControl);
-    for (std::size_t p = i == 0 ? capacity_ - 1 : i - 1; control_[p] == deletedControl;
-         p = p == 0 ? capacity_ - 1 : p - 1) {
-      setControl(p, emptyControl);
-      --deleted_;
-    }
+    removed = eraseAt(i);
     return true;
+  }
+
+  // Removes the member whose value a find() of this map returned, with no change to the
+  // map since, without probing for its key again. Returns the removed value.
+  V delFound(const V* found) {
+    const auto offset = reinterpret_cast<std::uintptr_t>(found) - reinterpret_cast<std::uintptr_t>(&slots_[0].value);
+    return eraseAt(offset / sizeof(Entry));
   }
 
   void delAll() {
@@ -280,6 +273,25 @@ private:
             static_cast<std::uint8_t>(occupiedBit | ((m >> 25) & 0x7F))};
   }
 
+  V eraseAt(std::size_t i) {
+    V removed = std::exchange(slots_[i].value, V{});
+    --size_;
+    if (control_[wrap(i + 1)] != emptyControl) {
+      setControl(i, deletedControl);
+      ++deleted_;
+      return removed;
+    }
+    // No probe passes this slot to reach a later one: it becomes empty again, and so do
+    // the deleted slots right before it, which keeps runs of deleted slots short.
+    setControl(i, emptyControl);
+    for (std::size_t p = i == 0 ? capacity_ - 1 : i - 1; control_[p] == deletedControl;
+         p = p == 0 ? capacity_ - 1 : p - 1) {
+      setControl(p, emptyControl);
+      --deleted_;
+    }
+    return removed;
+  }
+
   std::size_t findIndex(const K& key) const noexcept {
     if (size_ == 0) return npos;
     const Hashed h = hashOf(key);
@@ -304,6 +316,7 @@ private:
   V* occupy(std::size_t i, std::uint8_t fragment, const K& key) {
     setControl(i, fragment);
     slots_[i].key = key;
+    if constexpr (plainEntries) slots_[i].value = V{};
     ++size_;
     return &slots_[i].value;
   }
@@ -322,7 +335,7 @@ private:
     auto oldSlots = std::move(slots_);
     const std::size_t oldCapacity = capacity_;
     control_ = std::make_unique<std::uint8_t[]>(newCapacity + groupWidth);
-    slots_ = std::make_unique<Entry[]>(newCapacity);
+    slots_ = allocateSlots(newCapacity);
     capacity_ = newCapacity;
     deleted_ = 0;
     for (std::size_t i = 0; i < oldCapacity; ++i) {
@@ -334,8 +347,29 @@ private:
     }
   }
 
+  // Entries that are plain bytes are not initialised when their array is allocated (most
+  // of the cost of growing a large map): a slot is written when it is occupied, and only
+  // occupied slots are read. Other entries are constructed and destroyed as usual.
+  static constexpr bool plainEntries =
+      std::is_trivially_copyable_v<Entry> && std::is_trivially_destructible_v<Entry>;
+
+  struct FreeSlots {
+    std::size_t count = 0;
+    void operator()(Entry* slots) const noexcept {
+      if constexpr (!plainEntries) std::destroy_n(slots, count);
+      std::allocator<Entry>().deallocate(slots, count);
+    }
+  };
+  using Slots = std::unique_ptr<Entry[], FreeSlots>;
+
+  static Slots allocateSlots(std::size_t count) {
+    Entry* slots = std::allocator<Entry>().allocate(count);
+    if constexpr (!plainEntries) std::uninitialized_value_construct_n(slots, count);
+    return Slots(slots, FreeSlots{count});
+  }
+
   std::unique_ptr<std::uint8_t[]> control_;
-  std::unique_ptr<Entry[]> slots_;
+  Slots slots_;
   std::size_t capacity_ = 0;
   std::size_t size_ = 0;
   std::size_t deleted_ = 0;

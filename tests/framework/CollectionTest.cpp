@@ -135,6 +135,29 @@ TEST(HashMap, DelIntoHandsOverTheValueAndSaysWhetherTheKeyWasThere) {
   EXPECT_FALSE(map.has(4));
 }
 
+TEST(HashMap, DelFoundRemovesTheMemberThatFindReturnedAndLeavesTheOthers) {
+  Numbers map(3);
+  for (U32 i = 0; i < 100; ++i) map.is(i, i * 10);
+  const U32* found = map.find(42);
+  ASSERT_NE(found, nullptr);
+  EXPECT_EQ(map.delFound(found), 420u);
+  EXPECT_FALSE(map.has(42));
+  EXPECT_EQ(map.size(), 99u);
+  for (U32 i = 0; i < 100; ++i) {
+    if (i == 42) continue;
+    EXPECT_EQ(map.get(i), i * 10) << i;
+  }
+}
+
+TEST(HashMap, KeyAddedAfterItsSlotWasFreedStartsFromTheDefaultValue) {
+  Numbers map(3);
+  map.is(7, 77);
+  map.del(7);
+  auto [value, added] = map.findOrInsert(7);
+  EXPECT_TRUE(added);
+  EXPECT_EQ(*value, 0u);
+}
+
 TEST(HashMap, DelAllRemovesEveryMember) {
   Numbers map(1);
   for (U32 i = 0; i < 100; ++i) map.is(i, i + 1);
