@@ -293,20 +293,21 @@ std::string collectionText(const Map& map) {
   using Entry = std::remove_cvref_t<decltype(*map.begin())>;
   using K = decltype(Entry::key);
   using V = decltype(Entry::value);
-  std::vector<const Entry*> members;
+  // Copies: an iterator may hand out a member that lives only as long as it stands on it.
+  std::vector<Entry> members;
   members.reserve(map.size());
-  for (const auto& e : map) members.push_back(&e);
+  for (const auto& e : map) members.push_back(e);
   if constexpr (requires(const K& a, const K& b) { a < b; }) {
-    std::sort(members.begin(), members.end(), [](auto* a, auto* b) { return a->key < b->key; });
+    std::sort(members.begin(), members.end(), [](const Entry& a, const Entry& b) { return a.key < b.key; });
   }
   std::ostringstream os;
   os << '{';
   const char* sep = "";
-  for (const auto* e : members) {
+  for (const Entry& e : members) {
     os << sep;
-    TextTraits<K>::print(os, e->key);
+    TextTraits<K>::print(os, e.key);
     os << ": ";
-    TextTraits<V>::print(os, e->value);
+    TextTraits<V>::print(os, e.value);
     sep = ", ";
   }
   os << '}';
