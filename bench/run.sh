@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Builds the release preset, runs the benchmark suite (medians of 5 repetitions) and prints
-# each figure with its ratio to the plain hash map measured in the same run.
+# each figure with its ratio to the plain hash map measured in the same run. Repetitions of
+# different benchmarks are interleaved, so that a slow spell of the machine does not fall on
+# one benchmark alone.
 #   bench/run.sh [extra benchmark options, e.g. --benchmark_filter=Place]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -8,6 +10,7 @@ scripts/setup.sh
 cmake --preset release >/dev/null
 cmake --build --preset release --target mht_bench >/dev/null
 out=build/release/bench/results.json
-build/release/bench/mht_bench --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
+build/release/bench/mht_bench --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true \
+  --benchmark_report_aggregates_only=true \
   --benchmark_out="$out" --benchmark_out_format=json "$@" >/dev/null
 python3 bench/report.py "$out"

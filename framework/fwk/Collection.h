@@ -5,11 +5,12 @@
 //     control byte   0x00 empty   0x01 deleted   0x80 | 7 hash bits   occupied
 //
 // Probing is linear, 16 control bytes at a time (one SSE2 compare where available), and
-// a key is compared only when its 7 hash bits match. The load (occupied + deleted) stays at or below 7/8.
-// Capacities step through 8, 12, 16, 24, 32, 48, ... (powers of two and one and a half
-// times them), so that a large map wastes at most a third of its slots rather than half. A deletion only marks its slot deleted:
-// nothing moves, so an iterator survives the deletion of the member it stands on and a
-// walk may delete as it goes. An insertion may grow the table and invalidates iterators.
+// a key is compared only when its 7 hash bits match. The load (occupied + deleted) stays
+// at or below 7/8. Capacities double from 8 up to 2^16 slots, then step through 2^16,
+// 1.5 * 2^16, 2^17, 1.5 * 2^17, ..., so that a large map wastes at most a third of its
+// slots rather than half. A deletion only marks its slot deleted: nothing moves, so an
+// iterator survives the deletion of the member it stands on and a walk may delete as it
+// goes. An insertion may grow the table and invalidates iterators.
 //
 // Keys hash with the per-process seed XOR a constant that belongs to the collection, so
 // that collections holding the same keys spread them differently. Numbers and
@@ -326,11 +327,18 @@ private:
     return i;
   }
 
+  // A small map doubles: fewer rehashes while it fills, and what it leaves unused is little.
+  // From doublingLimit slots on, capacities step by one and a half and four thirds, so that
+  // a large map wastes at most a third of its slots rather than half.
+  static constexpr std::size_t doublingLimit = std::size_t{1} << 16;
+  static constexpr std::size_t nextCapacity(std::size_t capacity) noexcept {
+    if (capacity < doublingLimit) return capacity * 2;
+    return std::has_single_bit(capacity) ? capacity / 2 * 3 : capacity / 3 * 4;
+  }
+
   void rehash(std::size_t wanted) {
     std::size_t newCapacity = 8;
-    while (overloaded(wanted, newCapacity)) {
-      newCapacity = std::has_single_bit(newCapacity) ? newCapacity / 2 * 3 : newCapacity / 3 * 4;
-    }
+    while (overloaded(wanted, newCapacity)) newCapacity = nextCapacity(newCapacity);
     auto oldControl = std::move(control_);
     auto oldSlots = std::move(slots_);
     const std::size_t oldCapacity = capacity_;
