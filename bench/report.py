@@ -3,6 +3,14 @@ import json
 import re
 import sys
 
+ORDER = [
+    "BM_Place/single_0_50", "BM_Place/single_50_90", "BM_Remove/single", "BM_Lookup/single",
+    "BM_Place/multi_0_50", "BM_Place/multi_50_90", "BM_Remove/multi", "BM_Lookup/multi",
+    "BM_PlaceAtId", "BM_Churn/single", "BM_Churn/multi",
+    "BM_BaselineInsert", "BM_BaselineErase", "BM_BaselineFind",
+    "BM_Place/single_scaling", "BM_Place/multi_scaling",
+    "BM_Memory/single", "BM_Memory/multi", "BM_BaselineMemory", "BM_FirstFailure/single", "BM_FirstFailure/multi",
+]
 
 def main(path):
     doc = json.load(open(path))
@@ -15,6 +23,17 @@ def main(path):
         if "time_per_op" in b:
             median[name] = b["time_per_op"] * 1e9
         counters[name] = b
+
+    # Interleaved repetitions come out in a shuffled order: print by scenario, then size.
+    def order(name):
+        for rank, prefix in enumerate(ORDER):
+            if name.startswith(prefix):
+                size = name.split("/")[2] if name.count("/") >= 2 else name.rsplit("/", 1)[-1]
+                return (rank, int(size) if size.isdigit() else 0, name)
+        return (len(ORDER), 0, name)
+
+    median = dict(sorted(median.items(), key=lambda item: order(item[0])))
+    counters = dict(sorted(counters.items(), key=lambda item: order(item[0])))
 
     def baseline(kind, size):
         return median.get(f"BM_Baseline{kind}/{size}")
