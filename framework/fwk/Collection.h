@@ -34,6 +34,52 @@
 
 namespace Fwk {
 
+namespace detail {
+
+// An array of slots whose elements are read only after they have been written. Elements
+// that are plain bytes are not initialised when the array is allocated (for a large map
+// most of the cost of growing, and page faults all at once for a large array): the owner
+// writes an element before it first reads it. Other elements are value-constructed and
+// destroyed as usual.
+template <class T>
+class SlotArray {
+public:
+  static constexpr bool plain = std::is_trivially_copyable_v<T> && std::is_trivially_destructible_v<T>;
+
+  SlotArray() = default;
+  explicit SlotArray(std::size_t count) : slots_(std::allocator<T>().allocate(count)), count_(count) {
+    if constexpr (!plain) std::uninitialized_value_construct_n(slots_, count);
+  }
+  SlotArray(SlotArray&& other) noexcept
+      : slots_(std::exchange(other.slots_, nullptr)), count_(std::exchange(other.count_, 0)) {}
+  SlotArray& operator=(SlotArray&& other) noexcept {
+    SlotArray taken(std::move(other));
+    std::swap(slots_, taken.slots_);
+    std::swap(count_, taken.count_);
+    return *this;
+  }
+  SlotArray(const SlotArray&) = delete;
+  SlotArray& operator=(const SlotArray&) = delete;
+  ~SlotArray() {
+    if (slots_ == nullptr) return;
+    if constexpr (!plain) std::destroy_n(slots_, count_);
+    std::allocator<T>().deallocate(slots_, count_);
+  }
+
+  std::size_t size() const noexcept { return count_; }
+  bool empty() const noexcept { return count_ == 0; }
+  T& operator[](std::size_t i) noexcept { return slots_[i]; }
+  const T& operator[](std::size_t i) const noexcept { return slots_[i]; }
+  T* data() noexcept { return slots_; }
+  const T* data() const noexcept { return slots_; }
+
+private:
+  T* slots_ = nullptr;
+  std::size_t count_ = 0;
+};
+
+}  // namespace detail
+
 template <class K>
 struct KeyHash {
   static std::uint32_t hash(const K& key, std::uint32_t seed) noexcept {
@@ -179,7 +225,7 @@ public:
   // Removes the member whose value a find() of this map returned, with no change to the
   // map since, without probing for its key again. Returns the removed value.
   V delFound(const V* found) {
-    const auto offset = reinterpret_cast<std::uintptr_t>(found) - reinterpret_cast<std::uintptr_t>(&slots_[0].value);
+    const auto offset = reinterpret_cast<std::uintptr_t>(found) - reinterpret_cast<std::uintptr_t>(&slots_.data()->value);
     return eraseAt(offset / sizeof(Entry));
   }
 
@@ -317,7 +363,7 @@ private:
   V* occupy(std::size_t i, std::uint8_t fragment, const K& key) {
     setControl(i, fragment);
     slots_[i].key = key;
-    if constexpr (plainEntries) slots_[i].value = V{};
+    if constexpr (detail::SlotArray<Entry>::plain) slots_[i].value = V{};
     ++size_;
     return &slots_[i].value;
   }
@@ -343,7 +389,7 @@ private:
     auto oldSlots = std::move(slots_);
     const std::size_t oldCapacity = capacity_;
     control_ = std::make_unique<std::uint8_t[]>(newCapacity + groupWidth);
-    slots_ = allocateSlots(newCapacity);
+    slots_ = detail::SlotArray<Entry>(newCapacity);
     capacity_ = newCapacity;
     deleted_ = 0;
     for (std::size_t i = 0; i < oldCapacity; ++i) {
@@ -355,29 +401,9 @@ private:
     }
   }
 
-  // Entries that are plain bytes are not initialised when their array is allocated (most
-  // of the cost of growing a large map): a slot is written when it is occupied, and only
-  // occupied slots are read. Other entries are constructed and destroyed as usual.
-  static constexpr bool plainEntries =
-      std::is_trivially_copyable_v<Entry> && std::is_trivially_destructible_v<Entry>;
-
-  struct FreeSlots {
-    std::size_t count = 0;
-    void operator()(Entry* slots) const noexcept {
-      if constexpr (!plainEntries) std::destroy_n(slots, count);
-      std::allocator<Entry>().deallocate(slots, count);
-    }
-  };
-  using Slots = std::unique_ptr<Entry[], FreeSlots>;
-
-  static Slots allocateSlots(std::size_t count) {
-    Entry* slots = std::allocator<Entry>().allocate(count);
-    if constexpr (!plainEntries) std::uninitialized_value_construct_n(slots, count);
-    return Slots(slots, FreeSlots{count});
-  }
-
+  // A slot is written when it is occupied, and only occupied slots are read.
   std::unique_ptr<std::uint8_t[]> control_;
-  Slots slots_;
+  detail::SlotArray<Entry> slots_;
   std::size_t capacity_ = 0;
   std::size_t size_ = 0;
   std::size_t deleted_ = 0;

@@ -156,6 +156,9 @@ public:
   }
 
   void delAll() {
+    if constexpr (!detail::SlotArray<V>::plain) {
+      for (std::size_t i = nextPresent(0); i < values_.size(); i = nextPresent(i + 1)) values_[i] = V{};
+    }
     std::fill(present_.begin(), present_.end(), 0);
     denseCount_ = 0;
     spill_.delAll();
@@ -175,12 +178,14 @@ private:
   static std::uint64_t bit(std::uint64_t i) noexcept { return std::uint64_t{1} << (i % 64); }
   bool present(std::uint64_t i) const noexcept { return i < values_.size() && (present_[i / 64] & bit(i)) != 0; }
   void clear(std::uint64_t i) noexcept {
+    // A value that owns something (a counted pointer) lets go of it now.
+    if constexpr (!detail::SlotArray<V>::plain) values_[i] = V{};
     present_[i / 64] &= ~bit(i);
     --denseCount_;
   }
 
   void allocateDense() {
-    values_.resize(denseSize_);
+    values_ = detail::SlotArray<V>(denseSize_);
     present_.assign((denseSize_ + 63) / 64, 0);
   }
 
@@ -197,7 +202,7 @@ private:
 
   Index index_;
   std::size_t denseSize_;
-  std::vector<V> values_;               // empty until the first dense key is inserted
+  detail::SlotArray<V> values_;         // empty until the first dense key; written before read
   std::vector<std::uint64_t> present_;  // a bit per dense index
   std::size_t denseCount_ = 0;
   HashMap<K, V> spill_;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "MultiHashTable.h"
+#include "fwk/Entity.h"
 
 namespace {
 
@@ -112,6 +113,27 @@ TEST(IndexedMap, EntryIdKeysIndexByTheirValue) {
   std::vector<U32> ids;
   for (const auto& e : map) ids.push_back(e.key.value());
   EXPECT_EQ(ids, (std::vector<U32>{5, 0xFFFFFFFF}));
+}
+
+class Counted : public Fwk::Entity {
+public:
+  explicit Counted(int* destroyed) : destroyed_(destroyed) {}
+  ~Counted() override { ++*destroyed_; }
+
+private:
+  int* destroyed_;
+};
+
+TEST(IndexedMap, CountedPointerValuesAreDroppedByEraseDelAndDelAll) {
+  int destroyed = 0;
+  Fwk::IndexedMap<U32, Fwk::Ptr<Counted>> map(8, 1);
+  for (U32 k = 0; k < 12; ++k) map.is(k, Fwk::makeEntity<Counted>(&destroyed));
+  EXPECT_TRUE(map.erase(1));
+  EXPECT_EQ(destroyed, 1);
+  map.del(10);
+  EXPECT_EQ(destroyed, 2);
+  map.delAll();
+  EXPECT_EQ(destroyed, 12);
 }
 
 TEST(PositionIndex, PositionsInsideTheGeometryAreNumberedBankBucketSlot) {
