@@ -1,7 +1,5 @@
 // The multi-width table: its banks and position maps, the link to its EntryIdHelper,
 // the free-position search, removal and placement at a requested EntryId.
-#include <algorithm>
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -30,8 +28,7 @@ MultiEntryTypeHashTable::MultiEntryTypeHashTable(U32 numBanks, U32 numBuckets, U
                                                  Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps)
     : MultiHashTableBase(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig),
                          std::move(hashEntryStatus), maxRecursiveSteps),
-      posToKey_(std::min(std::uint64_t{numBanks} * numBuckets * numBucketEntries, std::uint64_t{maxDenseTableSlots}),
-                posToKeySeed, PositionIndex{numBanks, numBuckets, numBucketEntries}),
+      posToKey_(denseSlotCount(), posToKeySeed, PositionIndex{numBanks, numBuckets, numBucketEntries}),
       keyToPos_(keyToPosSeed),
       bank_(multiWidthBankSeed) {
   debugEnabled_ = false;

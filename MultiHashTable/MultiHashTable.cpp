@@ -2,7 +2,6 @@
 // single-width table.
 #include "MultiHashTable.h"
 
-#include <algorithm>
 #include <string>
 
 #include "fwk/Assert.h"
@@ -102,7 +101,7 @@ MultiHashTableBase::MultiHashTableBase(U32 numBanks, U32 numBuckets, U32 numBuck
       hashEntryConfig_(std::move(hashEntryConfig)),
       hashEntryStatus_(std::move(hashEntryStatus)),
       maxRecursiveSteps_(maxRecursiveSteps),
-      hashTableEntry_(std::min(tableCapacity(), maxDenseTableSlots), hashTableEntrySeed) {
+      hashTableEntry_(denseSlotCount(), hashTableEntrySeed) {
   if (hashEntryConfig_) hashEntryConfig_->publisher().subscriberIs(*this);
 }
 

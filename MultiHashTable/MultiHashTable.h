@@ -37,6 +37,7 @@
 // the key's candidates, a removal of a key the table never saw) are fatal assertions.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string>
@@ -241,6 +242,13 @@ public:
   const Fwk::TypeInfo* fwkType() const noexcept override;
 
 protected:
+  // How many ids or positions the table records in arrays: all its slots, up to
+  // maxDenseTableSlots.
+  std::size_t denseSlotCount() const noexcept {
+    return static_cast<std::size_t>(
+        std::min(std::uint64_t{numBanks_} * numBuckets_ * numBucketEntries_, std::uint64_t{maxDenseTableSlots}));
+  }
+
   MultiHashTableBase(U32 numBanks, U32 numBuckets, U32 numBucketEntries, Ptr<const HashEntryConfig> hashEntryConfig,
                      Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps);
   ~MultiHashTableBase() override;

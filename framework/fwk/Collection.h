@@ -179,11 +179,9 @@ public:
       for (std::size_t i = h.index;; i = advance(i)) {
         const Group g(&control_[i]);
         const unsigned empty = g.match(emptyControl);
-        // Keys stand before the first empty slot of their probe sequence.
-        const unsigned before = empty ? (empty & (0u - empty)) - 1 : 0xFFFFu;
-        for (unsigned m = g.match(h.fragment) & before; m != 0; m &= m - 1) {
-          const std::size_t j = wrap(i + static_cast<unsigned>(std::countr_zero(m)));
-          if (slots_[j].key == key) return {&slots_[j].value, false};
+        const unsigned before = beforeFirstEmpty(empty);
+        if (const std::size_t j = slotOfKeyIn(g, i, before, h.fragment, key); j != npos) {
+          return {&slots_[j].value, false};
         }
         if (firstDeleted == npos) {
           if (const unsigned d = g.match(deletedControl) & before) {
@@ -321,7 +319,10 @@ private:
   }
 
   V eraseAt(std::size_t i) {
-    V removed = std::exchange(slots_[i].value, V{});
+    V removed = std::move(slots_[i].value);
+    // A value that owns something (a counted pointer) lets go of it now; a plain one is
+    // overwritten when its slot is occupied again.
+    if constexpr (!detail::SlotArray<Entry>::plain) slots_[i].value = V{};
     --size_;
     if (control_[wrap(i + 1)] != emptyControl) {
       setControl(i, deletedControl);
@@ -339,17 +340,28 @@ private:
     return removed;
   }
 
+  // Keys stand before the first empty slot of their probe sequence: the group's bits up to
+  // its first empty slot (all of them when it has none).
+  static unsigned beforeFirstEmpty(unsigned empty) noexcept { return empty ? (empty & (0u - empty)) - 1 : 0xFFFFu; }
+
+  // The slot of the group starting at i that holds the key, among the `candidates` whose
+  // control byte carries the key's hash fragment; npos when none does.
+  std::size_t slotOfKeyIn(const Group& g, std::size_t i, unsigned candidates, std::uint8_t fragment,
+                          const K& key) const noexcept {
+    for (unsigned m = g.match(fragment) & candidates; m != 0; m &= m - 1) {
+      const std::size_t j = wrap(i + static_cast<unsigned>(std::countr_zero(m)));
+      if (slots_[j].key == key) return j;
+    }
+    return npos;
+  }
+
   std::size_t findIndex(const K& key) const noexcept {
     if (size_ == 0) return npos;
     const Hashed h = hashOf(key);
     for (std::size_t i = h.index;; i = advance(i)) {
       const Group g(&control_[i]);
       const unsigned empty = g.match(emptyControl);
-      const unsigned before = empty ? (empty & (0u - empty)) - 1 : 0xFFFFu;
-      for (unsigned m = g.match(h.fragment) & before; m != 0; m &= m - 1) {
-        const std::size_t j = wrap(i + static_cast<unsigned>(std::countr_zero(m)));
-        if (slots_[j].key == key) return j;
-      }
+      if (const std::size_t j = slotOfKeyIn(g, i, beforeFirstEmpty(empty), h.fragment, key); j != npos) return j;
       if (empty) return npos;
     }
   }

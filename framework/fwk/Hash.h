@@ -3,10 +3,11 @@
 // HashState keeps three 32-bit words (a, b, c) and a count of the quantities mixed. Each
 // mix adds its byte count to b and folds one quantity of 1 to 4 bytes, with the running
 // byte count, into a or c in turn, with a multiply and a rotation; value() combines the
-// three words and runs a final avalanche. Because the byte count of every mix enters the state, a 2-byte mix
-// followed by three 4-byte mixes differs from one 14-byte mix of the same bytes. The two
-// lanes make the multiplies of a four-field key two short chains instead of one long
-// one: collections hash on every lookup, and the lookup waits for the hash.
+// three words and runs a final avalanche. Because the byte count of every mix enters the
+// state, a 2-byte mix followed by three 4-byte mixes differs from one 14-byte mix of the
+// same bytes. The two lanes make the multiplies of a four-field key two short chains
+// instead of one long one: collections hash on every lookup, and the lookup waits for the
+// hash.
 #pragma once
 
 #include <cstddef>

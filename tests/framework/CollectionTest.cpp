@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "MultiHashTableTypes.h"
+#include "framework/Counted.h"
 #include "fwk/Entity.h"
 #include "fwk/Hash.h"
 
@@ -34,14 +35,7 @@ std::vector<K> keysInOrder(const Fwk::HashMap<K, V>& map) {
   return keys;
 }
 
-class Counted : public Fwk::Entity {
-public:
-  explicit Counted(int* destroyed) : destroyed_(destroyed) {}
-  ~Counted() override { ++*destroyed_; }
-
-private:
-  int* destroyed_;
-};
+using fwktest::Counted;
 
 TEST(HashMap, NewMapIsEmpty) {
   const KeyToId map(1);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "MultiHashTable.h"
+#include "framework/Counted.h"
 #include "fwk/Entity.h"
 
 namespace {
@@ -115,14 +116,7 @@ TEST(IndexedMap, EntryIdKeysIndexByTheirValue) {
   EXPECT_EQ(ids, (std::vector<U32>{5, 0xFFFFFFFF}));
 }
 
-class Counted : public Fwk::Entity {
-public:
-  explicit Counted(int* destroyed) : destroyed_(destroyed) {}
-  ~Counted() override { ++*destroyed_; }
-
-private:
-  int* destroyed_;
-};
+using fwktest::Counted;
 
 TEST(IndexedMap, CountedPointerValuesAreDroppedByEraseDelAndDelAll) {
   int destroyed = 0;

@@ -74,18 +74,22 @@ HashEntryKey newKey(std::mt19937& rng, HashEntryType type) {
   return HashEntryKey(static_cast<U16>(rng() | 1), static_cast<U32>(rng()), rng() % 4, type);
 }
 
+// Deletes the request of a randomly chosen requested key; false when there is none.
+bool withdrawOne(std::mt19937& rng, HashEntryConfig& config, std::vector<HashEntryKey>& requested) {
+  if (requested.empty()) return false;
+  const std::size_t at = rng() % requested.size();
+  config.configDel(requested[at]);
+  requested[at] = requested.back();
+  requested.pop_back();
+  return true;
+}
+
 // Requests against a single-width table: anywhere, at free candidate ids, removals.
 void singleWidthRequests(std::mt19937& rng, HashEntryConfig& config, MultiHashTable& table, int count) {
   std::vector<HashEntryKey> requested;
   for (int i = 0; i < count; ++i) {
     const U32 choice = rng() % 10;
-    if (choice < 3 && !requested.empty()) {
-      const std::size_t at = rng() % requested.size();
-      config.configDel(requested[at]);
-      requested[at] = requested.back();
-      requested.pop_back();
-      continue;
-    }
+    if (choice < 3 && withdrawOne(rng, config, requested)) continue;
     const HashEntryKey k = newKey(rng, HashEntryType::singleWide);
     EntryId id;
     if (choice < 5) {
@@ -107,13 +111,7 @@ void multiWidthRequests(std::mt19937& rng, HashEntryConfig& config, MultiEntryTy
   std::vector<HashEntryKey> requested;
   for (int i = 0; i < count; ++i) {
     const U32 choice = rng() % 10;
-    if (choice < 3 && !requested.empty()) {
-      const std::size_t at = rng() % requested.size();
-      config.configDel(requested[at]);
-      requested[at] = requested.back();
-      requested.pop_back();
-      continue;
-    }
+    if (choice < 3 && withdrawOne(rng, config, requested)) continue;
     const HashEntryKey k = newKey(rng, widths[rng() % 4]);
     EntryId id;
     if (choice < 5) {
