@@ -10,6 +10,7 @@
 
 #include "MultiHashTable.h"
 #include "fwk/Assert.h"
+#include "fwk/Registry.h"
 #include "fwk/Trace.h"
 
 namespace TesselCentral {
@@ -17,7 +18,8 @@ namespace TesselCentral {
 EntryIdHelper::EntryIdHelper(Ptr<MultiEntryTypeHashTable> hashTable) : hashTable_(std::move(hashTable)) {}
 
 Ptr<EntryIdHelper> EntryIdHelper::EntryIdHelperIs(Ptr<MultiEntryTypeHashTable> hashTable) {
-  return Fwk::makeEntity<EntryIdHelper>(std::move(hashTable));
+  // Every entity type of the library counts its allocations under its registered type.
+  return Fwk::adoptTracked(new EntryIdHelper(std::move(hashTable)));
 }
 
 Ptr<EntryIdHelper> entryIdHelperFactory(Ptr<MultiEntryTypeHashTable> hashTable) {

@@ -228,10 +228,13 @@ U32 MultiEntryTypeBank::checkBucketSpace(HashEntryType eType, U32 bucketId, bool
 bool MultiEntryTypeBank::bucketsLocked(U32 bucketId, HashEntryType entryType) const noexcept {
   // A type without a row has no buckets to check, so nothing of it can be locked.
   const U32 n = numBucketsToCheck(entryType);
-  for (U32 i = 0; i < n; ++i) {
-    if (lockedBucketsHas(bucketId + i)) return true;
+  // A group whose last bucket id wraps past 0xFFFFFFFF has no bucket to check either.
+  const U32 last = bucketId + n - 1;
+  if (n == 0 || bucketId > last) return false;
+  for (U32 b = bucketId;; ++b) {
+    if (lockedBucketsHas(b)) return true;
+    if (b == last) return false;
   }
-  return false;
 }
 
 }  // namespace TesselCentral

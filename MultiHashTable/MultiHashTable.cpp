@@ -2,6 +2,7 @@
 // single-width table.
 #include "MultiHashTable.h"
 
+#include <algorithm>
 #include <string>
 
 #include "fwk/Assert.h"
@@ -288,6 +289,8 @@ MultiHashTable::MultiHashTable(U32 numBanks, U32 numBuckets, U32 numBucketEntrie
                          std::move(hashEntryStatus), maxRecursiveSteps),
       bucketSpanBanks_(bucketSpanBanks),
       bank_(singleWideBankSeed) {
+  // A chain holds one link per step and one more; reserved once so that no placement allocates.
+  rehashChain_.reserve(std::size_t{std::min<U32>(maxRecursiveSteps, 63)} + 1);
   handleInitialized();
 }
 
@@ -438,6 +441,7 @@ bool MultiHashTable::rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining
   if (occupant == nullptr) return true;
   const HashEntryKey moving = *occupant;
   const U32 bucket = bucketOf(moving, targetBank);
+  const ChainLink link(rehashChain_, eId);
 
   // Here only an absent entry is free; the default-key marker does not count.
   bool found = false;
@@ -463,12 +467,24 @@ bool MultiHashTable::rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining
     if (!found) return false;
   }
 
+  // A chain that came back to an entry whose key an outer call is already moving must not
+  // move that key again: the outer call would then take the record of whichever key was
+  // moved into the entry meanwhile. The deeper moves made for this call stay done.
+  if (isMovingFurtherUp(eId)) {
+    MHT_TRACE(2, "rehashEntry" << " eId: " << eId << " is already being moved further up the chain; not moved");
+    return false;
+  }
   hashTableEntryDel(eId);
   hashTableEntryIs(target, moving);
   hashEntryStatus()->statusIs(moving, target);
   numMovesInc(1);
   MHT_TRACE(2, "rehashEntry" << " Insert key: " << moving << " at eId: " << target);
   return true;
+}
+
+bool MultiHashTable::isMovingFurtherUp(EntryId eId) const noexcept {
+  // The last link is the asking call's own.
+  return std::find(rehashChain_.begin(), rehashChain_.end() - 1, eId) != rehashChain_.end() - 1;
 }
 
 bool MultiHashTable::checkEntryIdValidity(const HashEntryKey& key, EntryId eId) {

@@ -510,7 +510,23 @@ private:
   Bank& bankAt(U32 bankId) const noexcept;
   U32 bucketOf(const HashEntryKey& key, U32 bankId) const;
 
+  // The entries whose keys the running rehashEntry calls of one placement are moving,
+  // outermost first. A link lasts as long as its call.
+  class ChainLink {
+  public:
+    ChainLink(std::vector<EntryId>& chain, EntryId eId) : chain_(chain) { chain_.push_back(eId); }
+    ~ChainLink() { chain_.pop_back(); }
+    ChainLink(const ChainLink&) = delete;
+    ChainLink& operator=(const ChainLink&) = delete;
+
+  private:
+    std::vector<EntryId>& chain_;
+  };
+  // Whether a call further up the chain than the newest one is moving the key at eId.
+  bool isMovingFurtherUp(EntryId eId) const noexcept;
+
   const bool bucketSpanBanks_;
+  std::vector<EntryId> rehashChain_;
   BankById bank_;
   // The first banks by id, the placement loops' fast path; the collection holds the references.
   std::array<Bank*, 256> bankIndex_{};
