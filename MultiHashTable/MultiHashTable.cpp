@@ -242,8 +242,7 @@ U32 Bank::debugBucketId(U32 debugCrcInc) const noexcept {
   return (debugCrcInc | topBit) & hashMask_;
 }
 
-U32 Bank::calcBucketId(U16 crc16, U32 crc32, HashEntryType, bool debugEnabled, U32 debugCrcInc) {
-  if (debugEnabled) return debugBucketId(debugCrcInc);
+U32 Bank::hashedBucketId(U16 crc16, U32 crc32) const noexcept {
   // Shift counts wrap like the hardware's: 32-bit shifts modulo 32, 64-bit modulo 64.
   U32 raw = 0;
   switch (hashFunc_) {
@@ -252,9 +251,6 @@ U32 Bank::calcBucketId(U16 crc16, U32 crc32, HashEntryType, bool debugEnabled, U
       break;
     case HashFunc::hashCrc32Lower:
       raw = crc32;
-      break;
-    case HashFunc::hashLsb:
-      MHT_ASSERT(0);
       break;
     case HashFunc::hashCrc16Lower:
       raw = crc16;
@@ -268,13 +264,20 @@ U32 Bank::calcBucketId(U16 crc16, U32 crc32, HashEntryType, bool debugEnabled, U
     case HashFunc::hashCrc32And16:
       raw = static_cast<U32>(((U64{crc16} << 32) | crc32) >> (hashOffSet_ & 63));
       break;
+    case HashFunc::hashLsb:  // selects no bucket: calcBucketId stops on it
     case HashFunc::hashInvalid:
     case HashFunc::hashCount:
     default:
       raw = 0;
       break;
   }
-  const U32 bucketId = raw & hashMask_;
+  return raw & hashMask_;
+}
+
+U32 Bank::calcBucketId(U16 crc16, U32 crc32, HashEntryType, bool debugEnabled, U32 debugCrcInc) {
+  if (debugEnabled) return debugBucketId(debugCrcInc);
+  if (hashFunc_ == HashFunc::hashLsb) MHT_ASSERT(0);
+  const U32 bucketId = hashedBucketId(crc16, crc32);
   MHT_TRACE(2, "Bank::" << "calcBucketId" << " bucketId: " << bucketId);
   return bucketId;
 }

@@ -301,6 +301,13 @@ public:
   // bucket is not hashed but taken from debugCrcInc (plus the bit that the 64-bit hash
   // word's top bit lands on after the hashOffSet shift), masked.
   virtual U32 calcBucketId(U16 crc16, U32 crc32, HashEntryType entryType, bool debugEnabled, U32 debugCrcInc);
+  // Whether the hash function selects buckets at all (hashLsb does not: calcBucketId stops).
+  bool selectsBuckets() const noexcept { return hashFunc_ != HashFunc::hashLsb; }
+  // calcBucketId's answer without its trace, for the checks that must not change the
+  // trace; for a bank that selects no bucket it is 0.
+  U32 bucketIdOf(U16 crc16, U32 crc32, bool debugEnabled, U32 debugCrcInc) const noexcept {
+    return debugEnabled ? debugBucketId(debugCrcInc) : hashedBucketId(crc16, crc32);
+  }
 
   // For a table's create-or-get: throws Fwk::ReinstantiationError naming the first of
   // baseEntryType, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits, hashMask that
@@ -312,6 +319,7 @@ public:
 
 protected:
   U32 debugBucketId(U32 debugCrcInc) const noexcept;
+  U32 hashedBucketId(U16 crc16, U32 crc32) const noexcept;
 
 private:
   const HashEntryType baseEntryType_;
@@ -413,6 +421,20 @@ public:
   // when there is none. Slot 0 of bucket 0 of physical bank 0 is never handed out. With
   // update set the found slots are marked used at once.
   U32 checkBucketSpace(HashEntryType eType, U32 bucketId, bool update);
+  // What checkBucketSpace finds, changing nothing and tracing nothing: the run found (or
+  // not), and the state and mask of the last bucket examined.
+  struct SpaceSearch {
+    bool found = false;
+    U32 bucket = 0;
+    U32 slot = 0;
+    U64 lastState = 0;
+    U32 mask = 0;
+  };
+  SpaceSearch findSpace(HashEntryType eType, U32 bucketId) const noexcept;
+  // The bucket index of calcBucketId's group alignment for a raw (hashed) bucket index.
+  U32 groupStart(U32 rawBucketId, HashEntryType entryType) const noexcept;
+  // Whether an entry of type eType could be added at slotId without covering a used slot.
+  bool slotsFree(HashEntryType eType, U32 bucketId, U32 slotId) const noexcept;
   // Whether any bucket of the entry type's group starting at bucketId is locked.
   bool bucketsLocked(U32 bucketId, HashEntryType entryType) const noexcept;
   // Records that an entry of type eType now starts (add) or no longer starts at slotId.
