@@ -21,13 +21,6 @@ constexpr U32 statusSeed = 0x57A7F5E5u;
 constexpr U32 hashTableEntrySeed = 0xE27E1D00u;
 constexpr U32 singleWideBankSeed = 0xBA2C0001u;
 
-bool sameHashes(const HashEntryKey& a, const HashEntryKey& b) noexcept {
-  return a.crc16() == b.crc16() && a.crc32() == b.crc32();
-}
-
-// The default key marks a free slot in the single-width table.
-bool isEmptyMarker(const HashEntryKey& key) noexcept { return key == HashEntryKey(); }
-
 }  // namespace
 
 // ---------------------------------------------------------------------------------------
@@ -355,9 +348,7 @@ void MultiHashTable::bankDelAll() {
 }
 
 EntryId MultiHashTable::calcEntryId(U32 bankId, U32 bucketId, SlotId slot) const {
-  const U32 id = bucketSpanBanks_ ? (bucketId * numBanks() + bankId) * numBucketEntries() + slot.value()
-                                  : (bankId * numBuckets() + bucketId) * numBucketEntries() + slot.value();
-  const EntryId eId(id);
+  const EntryId eId = entryIdOf(bankId, bucketId, slot);
   MHT_TRACE(2, "calcEntryId" << " Bank " << bankId << ", Bucket " << bucketId << ", Slot " << slot << ", Pos "
                              << eId);
   return eId;
