@@ -1,0 +1,125 @@
+// The multi-width table's request check, removal check, resync check and reconcile: each
+// verdict against what the table then does.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "../multiwidth/MultiWidthSupport.h"
+#include "MultiHashTable.h"
+#include "RequestAgreement.h"
+#include "TestSupport.h"
+
+namespace TesselCentral::test {
+namespace {
+
+constexpr const char* walkFindsNoStart = "\"posToKeyHas( entryPos )\" == nullptr";
+
+TEST(MultiWidthRequestCheck, AnIdAtTheInclusiveUpperEndOfABucketsRangeIsHazardous) {
+  // Banks of 16 buckets of 8 slots: a key in bucket 5 of bank 0 accepts ids 40 to 48, and
+  // id 48 names slot 0 of bucket 5, the position of id 40.
+  MultiWidthTable t(8, 2, twoBanks(8));
+  const RequestCheck verdict = t.table->requestCheck(key(5, 9), EntryId(48));
+  EXPECT_EQ(verdict.outcome(), RequestOutcome::hazardous);
+  EXPECT_NE(verdict.reason().find("published at id 48 but stands at id 40's position"), std::string::npos)
+      << verdict.reason();
+  EXPECT_EQ(t.table->requestCheck(key(5, 9), EntryId(47)).outcome(), RequestOutcome::accepted);
+}
+
+TEST(MultiWidthRequestCheck, AWideKeyAtASlotThatIsNotAMultipleOfItsWidthStopsLater) {
+  MultiWidthTable t(4, 2, twoBanks(4));
+  // A double key in bucket 5 of bank 0 accepts ids 20 to 22; id 21 names slot 1.
+  const RequestCheck verdict = t.table->requestCheck(key(5, 9, dbl), EntryId(21));
+  EXPECT_EQ(verdict.outcome(), RequestOutcome::stopsLater);
+  EXPECT_EQ(verdict.condition(), walkFindsNoStart);
+  EXPECT_EQ(t.table->requestCheck(key(5, 9, dbl), EntryId(22)).outcome(), RequestOutcome::accepted);
+}
+
+TEST(MultiWidthRequestCheck, AWideKeyOnTheFirstSlotOfPhysicalBankZeroStopsLater) {
+  MultiWidthTable t(4, 2, twoBanks(4, 0, 1));
+  const RequestCheck verdict = t.table->requestCheck(key(0, 9, dbl), EntryId(0));
+  EXPECT_EQ(verdict.outcome(), RequestOutcome::stopsLater);
+  EXPECT_EQ(verdict.condition(), walkFindsNoStart);
+  EXPECT_EQ(t.table->requestCheck(key(0, 9), EntryId(0)).outcome(), RequestOutcome::accepted);
+}
+
+TEST(MultiWidthRequestCheck, AWidthThatDoesNotDivideABanksBucketSizeStopsLater) {
+  MultiWidthTable t(3, 2, twoBanks(3));
+  const RequestCheck verdict = t.table->requestCheck(key(5, 9, dbl), EntryId());
+  EXPECT_EQ(verdict.outcome(), RequestOutcome::stopsLater);
+  EXPECT_EQ(verdict.condition(), "slotId < b->bucketSize()");
+}
+
+TEST(MultiWidthRequestCheck, AKeyNarrowerThanTheFirstBanksBaseStopsNow) {
+  std::vector<BankArgs> banks = twoBanks(4);
+  banks[0].base = dbl;
+  MultiWidthTable t(4, 2, banks);
+  const RequestCheck verdict = t.table->requestCheck(key(5, 9), EntryId());
+  EXPECT_EQ(verdict.outcome(), RequestOutcome::stopsNow);
+  EXPECT_EQ(verdict.condition(), "( U32 )entryType >= ( U32 )baseEntryType()");
+}
+
+TEST(MultiWidthRequestCheck, APlacedKeyAskedForAtAnotherIdStopsNowOnKeyToPosHas) {
+  MultiWidthTable t(4, 2, twoBanks(4));
+  t.place(key(5, 9), 20);
+  const RequestCheck verdict = t.table->requestCheck(key(5, 9), EntryId(21));
+  EXPECT_EQ(verdict.outcome(), RequestOutcome::stopsNow);
+  EXPECT_EQ(verdict.condition(), "!hashTable()->keyToPosHas( key )");
+}
+
+TEST(MultiWidthRequestCheck, APlacedKeyAskedForAnywhereWithoutABudgetOrRoomIsHazardous) {
+  std::vector<BankArgs> banks = twoBanks(1);
+  banks.resize(1);
+  MultiWidthTable t(1, 0, banks);
+  t.place(key(5, 9), 5);
+  const RequestCheck verdict = t.table->requestCheck(key(5, 9), EntryId());
+  EXPECT_EQ(verdict.outcome(), RequestOutcome::hazardous);
+  EXPECT_NE(verdict.reason().find("keeps its slots at id 5"), std::string::npos) << verdict.reason();
+}
+
+TEST(MultiWidthRequestCheck, ARemovalOfAKeyTheTableNeverHandledStopsNow) {
+  MultiWidthTable t(4, 2, twoBanks(4));
+  t.table->hasNotificationActiveIs(false);
+  t.request(key(5, 9));
+  t.table->hasNotificationActiveIs(true);
+  const RequestCheck verdict = t.table->removalCheck(key(5, 9));
+  EXPECT_EQ(verdict.outcome(), RequestOutcome::stopsNow);
+  EXPECT_EQ(verdict.condition(), "hashEntryStatus()->statusHas( key )");
+  // reconcile places it instead of stopping.
+  const ReconcileReport report = t.table->reconcile();
+  EXPECT_EQ(report.acted(), 1u);
+  EXPECT_TRUE(t.status->status(key(5, 9)).isValid());
+  EXPECT_TRUE(t.table->audit().empty());
+}
+
+// Random requests against multi-width tables of many shapes: every verdict is held against
+// what the reaction then does (see RequestAgreement.h).
+TEST(MultiWidthRequestCheck, AgreesWithTheReactionOverRandomRequests) {
+  std::mt19937 rng(7);
+  const HashEntryType types[] = {single, single, dbl, quad};
+  int executed = 0;
+  for (int round = 0; round < 300; ++round) {
+    std::vector<BankArgs> banks;
+    const U32 numBanks = 1 + rng() % 3;
+    const U32 bucketSize = U32{1} << (rng() % 3);
+    for (U32 i = 0; i < numBanks; ++i) {
+      BankArgs b;
+      b.base = rng() % 6 == 0 ? dbl : single;
+      b.numBuckets = 8;
+      b.bucketSize = bucketSize;
+      b.hashFunc = i % 2 == 0 ? HashFunc::hashCrc32Lower : HashFunc::hashCrc16Lower;
+      b.phyBankId = rng() % numBanks;
+      b.twoBucketMode = rng() % 3 == 0;
+      banks.push_back(b);
+    }
+    MultiWidthTable t(bucketSize, rng() % 5, banks);
+    executed += checkAgreement(*t.table, *t.config, *t.status, rng, [&](std::mt19937& r) {
+      return HashEntryKey(static_cast<U16>(1 + r() % 8), static_cast<U32>(1 + r() % 8), 0, types[r() % 4]);
+    });
+  }
+  EXPECT_GT(executed, 2500);
+}
+
+}  // namespace
+}  // namespace TesselCentral::test
