@@ -13,6 +13,7 @@
 //  - geometries that no table is meant to have: hash functions outside the safe set
 //    (hashLsb selects no bucket), masks at or past the bucket count, banks in
 //    doubleEntryTwoBucketMode with fewer than four buckets.
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -36,8 +37,11 @@ constexpr std::size_t maxRequests = 400;
 constexpr int maxResyncs = 3;
 
 // Step budgets beyond the default of 3 are where a chain of moves can come back to the
-// entry it started from; 8 is as deep as a switch's own search for room goes.
-constexpr U32 maxSteps = 8;
+// entry it started from; 8 is as deep as a switch's own search for room goes. The
+// multi-width search tries every victim of every bank at every level, so its cost grows so
+// fast with the budget that beyond 6 one input can outlast the fuzzer's time limit.
+constexpr U32 singleWidthMaxSteps = 8;
+constexpr U32 multiWidthMaxSteps = 6;
 
 const std::vector<HashFunc> safeHashFuncs = {HashFunc::hashCrc32Upper, HashFunc::hashCrc32Lower,
                                              HashFunc::hashCrc16Lower, HashFunc::hashCrc16Upper,
@@ -77,7 +81,7 @@ Geometry readGeometry(FuzzInput& in) {
   g.numBanks = 1 + in.below(4);
   g.numBuckets = U32{1} << in.below(7);
   g.numBucketEntries = g.multi ? (U32{1} << in.below(3)) : 1 + in.below(4);
-  g.steps = in.below(maxSteps + 1);
+  g.steps = in.below((g.multi ? multiWidthMaxSteps : singleWidthMaxSteps) + 1);
   g.bucketSpanBanks = !g.multi && in.flag();
   const U32 rotation = in.below(g.numBanks);
   for (U32 i = 0; i < g.numBanks; ++i) {
@@ -109,6 +113,20 @@ std::string keyFields(const HashEntryKey& k) {
   os << k.crc16() << ' ' << k.crc32() << ' ' << k.fapId() << ' ' << stringValue(k.entryType());
   return os.str();
 }
+
+// What the tables were asked over the whole run (requests, deletions, resyncs and
+// reconciles carried out, and those the tables turned away), reported when the process
+// ends, so that a long run can say how much it covered.
+struct RunCounts {
+  std::uint64_t made = 0;
+  std::uint64_t refused = 0;
+  ~RunCounts() {
+    if (made + refused == 0) return;
+    std::fprintf(stderr, "operations: %llu requests made, %llu refused by the tables' checks\n",
+                 static_cast<unsigned long long>(made), static_cast<unsigned long long>(refused));
+  }
+};
+RunCounts runCounts;
 
 // The requests so far, as an mht replay script; printed with every finding.
 std::vector<std::string>* activeLog = nullptr;
@@ -254,7 +272,11 @@ private:
 
   // Writes the request when the table sees no problem in it; false when it was skipped.
   bool request(const HashEntryKey& key, EntryId id) {
-    if (!base_->requestProblem(key, id).empty()) return false;
+    if (!base_->requestProblem(key, id).empty()) {
+      ++runCounts.refused;
+      return false;
+    }
+    ++runCounts.made;
     std::ostringstream line;
     line << "set " << keyFields(key) << ' ' << (id.isValid() ? std::to_string(id.value()) : "any");
     log_.push_back(line.str());
@@ -271,7 +293,11 @@ private:
 
   void removeAt(std::size_t index) {
     const HashEntryKey key = requested_[index];
-    if (!base_->removalProblem(key).empty()) return;
+    if (!base_->removalProblem(key).empty()) {
+      ++runCounts.refused;
+      return;
+    }
+    ++runCounts.made;
     requested_[index] = requested_.back();
     requested_.pop_back();
     deleted_.push_back(key);
@@ -314,7 +340,12 @@ private:
   }
 
   void resync() {
-    if (resyncs_ == maxResyncs || !base_->resyncProblem().empty()) return;
+    if (resyncs_ == maxResyncs) return;
+    if (!base_->resyncProblem().empty()) {
+      ++runCounts.refused;
+      return;
+    }
+    ++runCounts.made;
     ++resyncs_;
     log_.push_back("resync");
     base_->handleHashUpdate();
@@ -323,6 +354,7 @@ private:
 
   void reconcile() {
     if (resyncs_ == maxResyncs) return;
+    ++runCounts.made;
     ++resyncs_;
     log_.push_back("reconcile");
     base_->reconcile();
