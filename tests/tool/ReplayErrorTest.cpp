@@ -14,12 +14,22 @@ struct Outcome {
   std::string err;
 };
 
-Outcome replay(const std::string& script) {
+Outcome replay(const std::string& script, const ReplayOptions& options = {}) {
   std::istringstream in(script);
   std::ostringstream out, err;
-  const int rc = runReplay(in, "requests.txt", ReplayOptions{}, out, err);
+  const int rc = runReplay(in, "requests.txt", options, out, err);
   return Outcome{rc, out.str(), err.str()};
 }
+
+// Two banks of two one-slot buckets: the key crc16=1 crc32=0, placed at its requested id 0,
+// is moved to id 3 by the third request.
+const std::string movedFromItsRequestedId =
+    "table single 2 2 1 1 false\n"
+    "bank singleWide 0 2 1 hashCrc32Lower 0 0 1\n"
+    "bank singleWide 1 2 1 hashCrc16Lower 0 0 1\n"
+    "set 1 0 0 singleWide 0\n"
+    "set 2 1 0 singleWide 2\n"
+    "set 4 6 0 singleWide any\n";
 
 const std::string singleTable =
     "table single 2 4 1 1 false\n"
@@ -150,6 +160,67 @@ TEST(Replay, ATraceLineSetsTheLibrarysMask) {
             "counters insertions=1 deletions=0 moves=0\n"
             "status 1 2 0 singleWide 2\n"
             "entry 2 1 2 0 singleWide\n");
+}
+
+TEST(ReplayResync, AResyncThatWouldStopIsReportedWithItsLineAndConditionBeforeTheTableSeesIt) {
+  const Outcome o = replay(movedFromItsRequestedId + "resync\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err.rfind("requests.txt:7: resync: stops the agent: assertion \"false\", because at key "
+                        "TesselCentral::HashEntryKey{crc16=1, crc32=0, fapId=0, entryType=singleWide} requested 0: ",
+                        0),
+            0u)
+      << o.err;
+  EXPECT_EQ(o.out, "");
+}
+
+TEST(ReplayResync, AReconcileKeepsTheMovedKeyWhereItStandsWithANote) {
+  ReplayOptions options;
+  options.audit = true;
+  const Outcome o = replay(movedFromItsRequestedId + "reconcile\n", options);
+  EXPECT_EQ(o.exitCode, 0) << o.err;
+  EXPECT_EQ(o.err, "requests.txt:7: note: reconcile keeps 1 0 0 singleWide 0: it stands at id 3, where a move took it "
+                   "from its requested id; it stays there\n");
+  EXPECT_NE(o.out.find("status 1 0 0 singleWide 3\n"), std::string::npos) << o.out;
+}
+
+TEST(ReplayResync, ARequestThatChangesNothingIsAcceptedSilently) {
+  // The moved key asked for its requested id again: the request collection holds it already.
+  const Outcome o = replay(movedFromItsRequestedId + "set 1 0 0 singleWide 0\n");
+  EXPECT_EQ(o.exitCode, 0) << o.err;
+  EXPECT_EQ(o.err, "");
+}
+
+TEST(ReplayWarnings, AHazardousRequestIsCarriedOutWithAWarning) {
+  // The second key has the first one's crc16 and crc32: both are published at id 2.
+  const Outcome o = replay(singleTable + "set 1 2 0 singleWide 2\nset 1 2 5 singleWide 2\n");
+  EXPECT_EQ(o.exitCode, 0) << o.err;
+  EXPECT_EQ(o.err.rfind("requests.txt:5: warning: set 1 2 5 singleWide 2: hazardous: id 2 holds key ", 0), 0u) << o.err;
+  EXPECT_NE(o.out.find("status 1 2 5 singleWide 2\n"), std::string::npos) << o.out;
+}
+
+TEST(ReplayWarnings, StrictMakesAHazardousRequestAnError) {
+  ReplayOptions options;
+  options.strict = true;
+  const Outcome o = replay(singleTable + "set 1 2 0 singleWide 2\nset 1 2 5 singleWide 2\n", options);
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err.rfind("requests.txt:5: set 1 2 5 singleWide 2: hazardous: id 2 holds key ", 0), 0u) << o.err;
+  EXPECT_EQ(o.out, "");
+}
+
+TEST(ReplayWarnings, ExplainAddsTheWholeRequestCheckToAReport) {
+  ReplayOptions options;
+  options.explain = true;
+  const Outcome o = replay(singleTable + "set 1 2 0 singleWide 3\n", options);
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_NE(o.err.find("\n  request check: stops the agent: assertion \"checkEntryIdValidity( key, eId )\""),
+            std::string::npos)
+      << o.err;
+}
+
+TEST(ReplayResync, ADeletionOfAKeyWithoutARequestIsAcceptedSilently) {
+  const Outcome o = replay(singleTable + "set 1 2 0 singleWide any\ndel 1 2 0 singleWide\ndel 1 2 0 singleWide\n");
+  EXPECT_EQ(o.exitCode, 0) << o.err;
+  EXPECT_EQ(o.err, "");
 }
 
 }  // namespace
