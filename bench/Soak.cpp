@@ -11,7 +11,7 @@
 // its request removed again, as an agent would. Every request goes through the config.
 //
 //   mht_soak [--requests N] [--table single|multi|both] [--seed S] [--audit-every N]
-//            [--fill-low F] [--fill-high F] [--by-id-percent P]
+//            [--fill-low F] [--fill-high F] [--by-id-percent P] [--steps N]
 //
 // Prints, per table: requests, time, fill band seen, moves, keys without room, audits run
 // and clean, and the process's peak resident size so far (getrusage). Exits 1 at the first
@@ -46,12 +46,13 @@ struct Options {
   double fillLow = 0.85;
   double fillHigh = 0.95;
   unsigned byIdPercent = 10;
+  U32 steps = 3;
 };
 
 [[noreturn]] void usage(const char* why) {
   std::cerr << "mht_soak: " << why << "\n"
             << "usage: mht_soak [--requests N] [--table single|multi|both] [--seed S] [--audit-every N]\n"
-            << "                [--fill-low F] [--fill-high F] [--by-id-percent P]\n";
+            << "                [--fill-low F] [--fill-high F] [--by-id-percent P] [--steps N]\n";
   std::exit(2);
 }
 
@@ -75,6 +76,10 @@ Options parse(int argc, char** argv) {
       o.fillHigh = std::strtod(value.c_str(), &end);
     } else if (arg == "--by-id-percent") {
       o.byIdPercent = static_cast<unsigned>(std::strtoul(value.c_str(), &end, 10));
+    } else if (arg == "--steps") {
+      const unsigned long steps = std::strtoul(value.c_str(), &end, 10);
+      if (steps > 16) usage("--steps above 16: the search's cost grows as a power of the budget");
+      o.steps = static_cast<U32>(steps);
     } else if (arg == "--table") {
       end = nullptr;
       if (value == "single") o.multi = false;
@@ -114,7 +119,7 @@ struct Figures {
 class Soak {
 public:
   Soak(TableKind kind, const Options& o)
-      : options_(o), session_(TableSpec{kind, 4, 4096, 4, 3, false}), rng_(o.seed ^ (kind == TableKind::multi ? 0x5A : 0)) {
+      : options_(o), session_(TableSpec{kind, 4, 4096, 4, o.steps, false}), rng_(o.seed ^ (kind == TableKind::multi ? 0x5A : 0)) {
     for (const BankSpec& b : defaultBanks(session_.shape(), false)) session_.bankIs(b);
   }
 
@@ -167,32 +172,29 @@ private:
 
   static U64 packedOf(const HashEntryKey& k) { return (U64{k.crc16()} << 32) | k.crc32(); }
 
-  // A free candidate id of the key, or the invalid id.
+  // One of the key's candidate ids that the table takes without a problem, or the invalid
+  // id. The table's own request check decides; the soak only proposes the slots of the
+  // key's bucket in one bank.
   EntryId freeCandidate(const HashEntryKey& key) {
+    MultiHashTableBase& table = session_.table();
+    std::vector<EntryId> ids;
     if (MultiHashTable* t = session_.single()) {
       const U32 b = static_cast<U32>(rng_() % t->numBanks());
       const U32 bucket = t->bank(b)->calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
-      for (U32 s = 0; s < t->numBucketEntries(); ++s) {
-        const EntryId id = t->calcEntryId(b, bucket, SlotId(static_cast<U8>(s)));
-        if (!t->hashTableEntryHas(id)) return id;
+      for (U32 s = 0; s < t->numBucketEntries(); ++s) ids.push_back(t->entryIdOf(b, bucket, SlotId(static_cast<U8>(s))));
+    } else {
+      MultiEntryTypeHashTable* m = session_.multi();
+      const U32 i = static_cast<U32>(rng_() % m->numBanks());
+      MultiEntryTypeBank& b = *m->bank(i);
+      const U32 first = b.calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
+      for (U32 k = 0; k < b.numBucketsToCheck(key.entryType()); ++k) {
+        for (U32 s = 0; s < b.bucketSize(); ++s) {
+          ids.push_back(m->entryIdHelper()->entryIdOfPosition(packPosition(i, first + k, s)));
+        }
       }
-      return EntryId();
     }
-    MultiEntryTypeHashTable* t = session_.multi();
-    EntryIdHelper& helper = *t->entryIdHelper();
-    const U32 i = static_cast<U32>(rng_() % t->numBanks());
-    MultiEntryTypeBank& b = *t->bank(i);
-    const U32 w = b.entrySize(key.entryType());
-    const U32 first = b.calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
-    for (U32 k = 0; k < b.numBucketsToCheck(key.entryType()); ++k) {
-      const U32 bucket = first + k;
-      for (U32 s = 0; s + w <= b.bucketSize(); s += w) {
-        if (w > 1 && b.phyBankId() == 0 && bucket == 0 && s == 0) continue;
-        if ((b.bucket(bucket) & (((U64{1} << w) - 1) << s)) != 0) continue;
-        const U32 pos = packPosition(i, bucket, s);
-        const EntryId id = helper.posToEntryId(pos);
-        if (helper.candidatePosition(key, id) == pos && !t->hashTableEntryHas(id)) return id;
-      }
+    for (const EntryId id : ids) {
+      if (table.requestProblem(key, id).empty()) return id;
     }
     return EntryId();
   }
@@ -274,9 +276,11 @@ void report(const char* name, const Figures& f, U32 moves) {
 
 int main(int argc, char** argv) {
   const Options options = parse(argc, argv);
-  std::printf("mht_soak: %llu requests per table, fill band %.0f-%.0f %%, audit every %llu requests, seed %llu\n",
+  std::printf("mht_soak: %llu requests per table, fill band %.0f-%.0f %%, audit every %llu requests, seed %llu, "
+              "maxRecursiveSteps %u\n",
               static_cast<unsigned long long>(options.requests), 100 * options.fillLow, 100 * options.fillHigh,
-              static_cast<unsigned long long>(options.auditEvery), static_cast<unsigned long long>(options.seed));
+              static_cast<unsigned long long>(options.auditEvery), static_cast<unsigned long long>(options.seed),
+              options.steps);
   if (options.single) {
     Soak soak(TableKind::single, options);
     const Figures f = soak.run();
