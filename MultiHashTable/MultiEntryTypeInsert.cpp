@@ -10,6 +10,32 @@
 
 namespace TesselCentral {
 
+namespace {
+
+// Holds the buckets of one key's group in one bank locked for as long as the object lives:
+// the victims' own insertions must not choose, or evict into, the buckets that this level
+// of the recursion is emptying. Released whether or not room was made.
+class BucketGroupLock {
+public:
+  BucketGroupLock(MultiEntryTypeBank& bank, U32 bucketStart, U32 count) : bank_(bank), start_(bucketStart), count_(count) {
+    MHT_TRACE_IN("insertEntry", 6, "Lock buckets bucketStart: " << start_ << " bucketEnd: " << start_ + count_ - 1);
+    for (U32 j = 0; j < count_; ++j) bank_.lockedBucketsIs(start_ + j);
+  }
+  ~BucketGroupLock() {
+    MHT_TRACE_IN("insertEntry", 6, "Unlock buckets bucketStart: " << start_ << " bucketEnd: " << start_ + count_ - 1);
+    for (U32 j = 0; j < count_; ++j) bank_.lockedBucketsDel(start_ + j);
+  }
+  BucketGroupLock(const BucketGroupLock&) = delete;
+  BucketGroupLock& operator=(const BucketGroupLock&) = delete;
+
+private:
+  MultiEntryTypeBank& bank_;
+  const U32 start_;
+  const U32 count_;
+};
+
+}  // namespace
+
 U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId, U32 recursionStep) {
   MHT_TRACE(2, "MultiEntryTypeHashTable::" << "insertEntry" << " Insert key: " << key << " origBankId " << origBankId
                                            << " recursionStep " << recursionStep
@@ -41,123 +67,22 @@ U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId
   }
   MHT_TRACE(2, "MultiEntryTypeHashTable::" << "insertEntry" << " no space found" << " rehashing the key: " << key);
 
-  const HashEntryType keyType = key.entryType();
+  const Eviction eviction{key, recursionStep, step, __PRETTY_FUNCTION__};
   U32 freePos = INVALID_POSITION;
   bool found = false;
   for (U32 i = 0; i < numBanks() && !found; ++i) {
     if (i == origBankId) continue;
     MultiEntryTypeBank* b = bankFind(i);
     MHT_ASSERT(b);
-
-    const U32 bucketStart = b->calcBucketId(key.crc16(), key.crc32(), keyType, debugEnabled_, step);
-    const U32 n = b->numBucketsToCheck(keyType);
-    const U32 entrySize = b->entrySize(keyType);
-    const U32 bucketEnd = bucketStart + n - 1;
-    const U32 bucketSize = b->bucketSize();
-
-    if (b->bucketsLocked(bucketStart, keyType)) {
-      // An outer level of the recursion is emptying these buckets: leave them alone.
-      MHT_TRACE(6, "Buckets are already locked bucketStart: " << bucketStart << " bucketEnd: " << bucketEnd);
-      continue;
-    }
-    // The lock keeps the victims' own insertions from choosing, or evicting into, the
-    // buckets that this level is emptying.
-    MHT_TRACE(6, "Lock buckets bucketStart: " << bucketStart << " bucketEnd: " << bucketEnd);
-    for (U32 j = 0; j < n; ++j) b->lockedBucketsIs(bucketStart + j);
-
-    for (U32 kk = 0; kk < n && !found; ++kk) {
-      const U32 k = bucketStart + kk;
-      MHT_TRACE(5, " entrySize: " << entrySize << " bank: " << i << " bucketId: " << k
-                                  << ", bucketSize: " << bucketSize);
-      if (bucketSize == 0) continue;
-      const U32 numConsecutiveFreeEntriesRequired = entrySize;
-      MHT_ASSERT(numConsecutiveFreeEntriesRequired);
-
-      U32 s = 0;
-      while (s < bucketSize && !found) {
-        if (b->phyBankId() == 0 && k == 0 && s == 0) {
-          // Position 0 is never used.
-          s = entrySize;
-          MHT_TRACE(5, "insertEntry" << " skip position 0 ");
-          continue;
-        }
-        freePos = packPosition(i, k, s);
-        const HashEntryType t = b->getEntryType(k, s);
-
-        if (t == HashEntryType::empty && entrySize == 1) {
-          MHT_TRACE(5, " current slot already free. entryPos: 0x" << Fwk::hex << freePos << Fwk::dec);
-          found = true;
-          break;
-        }
-
-        if (t != HashEntryType::empty && entrySize <= b->entrySize(t)) {
-          // Single eviction: one entry at least as wide as the key stands here.
-          const U32 occSize = b->entrySize(t);
-          MHT_ASSERT_MSG(posToKeyHas(freePos), "posToKeyHas( entryPos )",
-                         "insertEntry" << " entryPos: 0x" << Fwk::hex << freePos << Fwk::dec);
-          const HashEntryKey victim = posToKey(freePos);
-          const U32 r = insertEntry(victim, i, recursionStep - 1);
-          MHT_TRACE(5, " entrySize: " << entrySize << " slotEntrySize: " << occSize << " recursion yields newPos: 0x"
-                                      << Fwk::hex << r << Fwk::dec);
-          if (r != INVALID_POSITION && b->getEntryType(k, s) == HashEntryType::empty) {
-            found = true;
-            break;
-          }
-          s += occSize;
-          continue;
-        }
-
-        // Multiple eviction: the key needs the entrySize slots from s, and whatever
-        // narrower entries stand there must all go.
-        U32 remaining = entrySize;
-        U32 slotId = s;
-        bool failed = false;
-        while (true) {
-          MHT_ASSERT_TEXT(slotId < bucketSize, "slotId < b->bucketSize()");
-          const HashEntryType u = b->getEntryType(k, slotId);
-          if (u == HashEntryType::empty) {
-            remaining -= 1;
-            slotId += 1;
-          } else {
-            const U32 w = b->entrySize(u);
-            const U32 entryPos = packPosition(i, k, slotId);
-            MHT_ASSERT_MSG(posToKeyHas(entryPos), "posToKeyHas( entryPos )",
-                           "insertEntry" << " entryPos: 0x" << Fwk::hex << entryPos << Fwk::dec);
-            const U32 r = insertEntry(posToKey(entryPos), i, recursionStep - 1);
-            MHT_TRACE(5, " entrySize: " << entrySize << " slotEntrySize: " << w << " recursion yields newPos: 0x"
-                                        << Fwk::hex << r << Fwk::dec);
-            if (r == INVALID_POSITION) {
-              failed = true;
-              break;
-            }
-            remaining -= w;
-            slotId += w;
-          }
-          if (remaining == 0) {
-            MHT_ASSERT_TEXT(freePos != INVALID_POSITION, "numConsecutiveFreeEntriesRequired == entrySize");
-            found = true;
-            break;
-          }
-        }
-        if (failed) {
-          // The victims already moved stay at their new places.
-          MHT_TRACE(2, "insertEntry" << ", cannot move entry to bank: " << i << ", bucket: " << k << ", slot: " << s);
-          s += entrySize;
-        }
-      }
-    }
-    if (!found) freePos = INVALID_POSITION;
-
-    // Released whether or not room was made, before the next bank is tried.
-    MHT_TRACE(6, "Unlock buckets bucketStart: " << bucketStart << " bucketEnd: " << bucketEnd);
-    for (U32 j = 0; j < n; ++j) b->lockedBucketsDel(bucketStart + j);
+    found = makeRoomInBank(eviction, i, *b, freePos);
   }
 
   MHT_TRACE(5, " foundFree: " << found << " freePos: 0x" << Fwk::hex << freePos << Fwk::dec);
   if (found) {
     const bool move = keyToPosHas(key);
     MHT_ASSERT_TEXT(!posToKeyHas(freePos), "!posToKeyHas( freePos )");
-    bankAt(positionBank(freePos)).updateBucketState(keyType, positionBucket(freePos), positionSlot(freePos), true);
+    bankAt(positionBank(freePos))
+        .updateBucketState(key.entryType(), positionBucket(freePos), positionSlot(freePos), true);
     doAddOrMoveEntry(key, freePos, move);
     return freePos;
   }
@@ -167,6 +92,104 @@ U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId
   MHT_TRACE(5, " HashEntryStatus doesn't exist for key " << key << " foundFree " << found << " adding status entry ");
   hashEntryStatus()->statusIs(key, EntryId());
   return INVALID_POSITION;
+}
+
+bool MultiEntryTypeHashTable::makeRoomInBank(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32& freePos) {
+  const HashEntryType keyType = e.key.entryType();
+  const U32 bucketStart = b.calcBucketId(e.key.crc16(), e.key.crc32(), keyType, debugEnabled_, e.step);
+  const U32 n = b.numBucketsToCheck(keyType);
+  const U32 entrySize = b.entrySize(keyType);
+  if (b.bucketsLocked(bucketStart, keyType)) {
+    // An outer level of the recursion is emptying these buckets: leave them alone.
+    MHT_TRACE_IN("insertEntry", 6, "Buckets are already locked bucketStart: " << bucketStart << " bucketEnd: " << bucketStart + n - 1);
+    return false;
+  }
+  const BucketGroupLock lock(b, bucketStart, n);
+  for (U32 kk = 0; kk < n; ++kk) {
+    const U32 k = bucketStart + kk;
+    MHT_TRACE_IN("insertEntry", 5, " entrySize: " << entrySize << " bank: " << i << " bucketId: " << k
+                                << ", bucketSize: " << b.bucketSize());
+    if (b.bucketSize() == 0) continue;
+    const U32 numConsecutiveFreeEntriesRequired = entrySize;
+    MHT_ASSERT_IN(e.function, numConsecutiveFreeEntriesRequired);
+    if (makeRoomInBucket(e, i, b, k, entrySize, freePos)) return true;
+  }
+  freePos = INVALID_POSITION;
+  return false;
+}
+
+bool MultiEntryTypeHashTable::makeRoomInBucket(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k,
+                                               U32 entrySize, U32& freePos) {
+  U32 s = 0;
+  while (s < b.bucketSize()) {
+    if (b.phyBankId() == 0 && k == 0 && s == 0) {
+      // Position 0 is never used.
+      s = entrySize;
+      MHT_TRACE_IN("insertEntry", 5, "insertEntry" << " skip position 0 ");
+      continue;
+    }
+    freePos = packPosition(i, k, s);
+    const HashEntryType t = b.getEntryType(k, s);
+
+    if (t == HashEntryType::empty && entrySize == 1) {
+      MHT_TRACE_IN("insertEntry", 5, " current slot already free. entryPos: 0x" << Fwk::hex << freePos << Fwk::dec);
+      return true;
+    }
+    if (t != HashEntryType::empty && entrySize <= b.entrySize(t)) {
+      // One entry at least as wide as the key stands here.
+      if (evictOne(e, i, b, k, s, entrySize, freePos)) return true;
+      s += b.entrySize(t);
+      continue;
+    }
+    // The key needs the entrySize slots from s, and whatever narrower entries stand there
+    // must all go.
+    if (evictRun(e, i, b, k, s, entrySize, freePos)) return true;
+    // The victims already moved stay at their new places.
+    MHT_TRACE_IN("insertEntry", 2, "insertEntry" << ", cannot move entry to bank: " << i << ", bucket: " << k << ", slot: " << s);
+    s += entrySize;
+  }
+  return false;
+}
+
+bool MultiEntryTypeHashTable::evictOne(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 s, U32 entrySize,
+                                       U32 freePos) {
+  const U32 occSize = b.entrySize(b.getEntryType(k, s));
+  MHT_ASSERT_MSG_IN(e.function, posToKeyHas(freePos), "posToKeyHas( entryPos )",
+                 "insertEntry" << " entryPos: 0x" << Fwk::hex << freePos << Fwk::dec);
+  const HashEntryKey victim = posToKey(freePos);
+  const U32 r = insertEntry(victim, i, e.recursionStep - 1);
+  MHT_TRACE_IN("insertEntry", 5, " entrySize: " << entrySize << " slotEntrySize: " << occSize << " recursion yields newPos: 0x"
+                              << Fwk::hex << r << Fwk::dec);
+  return r != INVALID_POSITION && b.getEntryType(k, s) == HashEntryType::empty;
+}
+
+bool MultiEntryTypeHashTable::evictRun(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 s, U32 entrySize,
+                                       U32 freePos) {
+  U32 remaining = entrySize;
+  U32 slotId = s;
+  while (true) {
+    MHT_ASSERT_TEXT_IN(e.function, slotId < b.bucketSize(), "slotId < b->bucketSize()");
+    const HashEntryType u = b.getEntryType(k, slotId);
+    if (u == HashEntryType::empty) {
+      remaining -= 1;
+      slotId += 1;
+    } else {
+      const U32 w = b.entrySize(u);
+      const U32 entryPos = packPosition(i, k, slotId);
+      MHT_ASSERT_MSG_IN(e.function, posToKeyHas(entryPos), "posToKeyHas( entryPos )",
+                     "insertEntry" << " entryPos: 0x" << Fwk::hex << entryPos << Fwk::dec);
+      const U32 r = insertEntry(posToKey(entryPos), i, e.recursionStep - 1);
+      MHT_TRACE_IN("insertEntry", 5, " entrySize: " << entrySize << " slotEntrySize: " << w << " recursion yields newPos: 0x"
+                                  << Fwk::hex << r << Fwk::dec);
+      if (r == INVALID_POSITION) return false;
+      remaining -= w;
+      slotId += w;
+    }
+    if (remaining == 0) {
+      MHT_ASSERT_TEXT_IN(e.function, freePos != INVALID_POSITION, "numConsecutiveFreeEntriesRequired == entrySize");
+      return true;
+    }
+  }
 }
 
 void MultiEntryTypeHashTable::doAddOrMoveEntry(const HashEntryKey& key, U32 newPos, bool move) {

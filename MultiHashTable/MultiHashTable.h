@@ -752,6 +752,21 @@ private:
   // The translator, which must be set before anything is placed.
   EntryIdHelper& helper() const;
 
+  // The steps of making room for a key that found no free place: in one bank, its group of
+  // buckets locked; in one bucket, slot by slot; one victim at least as wide as the key; the
+  // run of narrower victims that the key's slots cover. Each says whether room was made at
+  // freePos.
+  struct Eviction {
+    const HashEntryKey& key;
+    U32 recursionStep;
+    U32 step;              // maxRecursiveSteps - recursionStep: calcBucketId's last argument
+    const char* function;  // insertEntry's signature, which the steps' assertions report
+  };
+  bool makeRoomInBank(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32& freePos);
+  bool makeRoomInBucket(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 entrySize, U32& freePos);
+  bool evictOne(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 s, U32 entrySize, U32 freePos);
+  bool evictRun(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 s, U32 entrySize, U32 freePos);
+
   // The check's view of the banks and the helper, and of the key's width against every bank.
   RequestCheck missingPart() const;
   RequestCheck keyGeometry(const HashEntryKey& key) const;

@@ -56,19 +56,26 @@ private:
 
 }  // namespace Fwk
 
-#define FWK_ASSERT_TEXT(file, condition, text)                                                \
+#define FWK_ASSERT_TEXT(file, condition, text) FWK_ASSERT_TEXT_IN(file, __PRETTY_FUNCTION__, condition, text)
+
+// The assertion of a step that belongs to a larger operation: the report names the
+// operation's signature (given), not the helper function that the step was factored into.
+#define FWK_ASSERT_TEXT_IN(file, function, condition, text)                                   \
   do {                                                                                        \
-    if (!(condition)) ::Fwk::assertionFailed((text), {}, (file), __LINE__, __PRETTY_FUNCTION__); \
+    if (!(condition)) ::Fwk::assertionFailed((text), {}, (file), __LINE__, (function));      \
   } while (0)
 
 #define FWK_ASSERT(file, condition) FWK_ASSERT_TEXT(file, condition, #condition)
 
-#define FWK_ASSERT_MSG(file, condition, text, message)                                        \
+#define FWK_ASSERT_MSG(file, condition, text, message) \
+  FWK_ASSERT_MSG_IN(file, __PRETTY_FUNCTION__, condition, text, message)
+
+#define FWK_ASSERT_MSG_IN(file, function, condition, text, message)                           \
   do {                                                                                        \
     if (!(condition)) {                                                                       \
       std::ostringstream fwkAssertMessage_;                                                   \
       fwkAssertMessage_ << message;                                                           \
       ::Fwk::assertionFailed("\"" text "\" == nullptr", fwkAssertMessage_.view(), (file), __LINE__, \
-                             __PRETTY_FUNCTION__);                                            \
+                             (function));                                                     \
     }                                                                                         \
   } while (0)

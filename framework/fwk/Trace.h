@@ -123,10 +123,14 @@ private:
 
 }  // namespace Fwk
 
-#define FWK_TRACE(handle, level, file, message)                                               \
+#define FWK_TRACE(handle, level, file, message) FWK_TRACE_IN(handle, level, file, __func__, message)
+
+// A trace statement of a step that belongs to a larger operation: it names the operation
+// (its short name), not the helper function that the step was factored into.
+#define FWK_TRACE_IN(handle, level, file, function, message)                                  \
   do {                                                                                        \
     if ((handle).enabled(level)) {                                                            \
-      ::Fwk::TraceLine fwkTraceLine_((handle), (level), (file), __LINE__, __func__);          \
+      ::Fwk::TraceLine fwkTraceLine_((handle), (level), (file), __LINE__, (function));        \
       fwkTraceLine_.stream() << message;                                                      \
     }                                                                                         \
   } while (0)
