@@ -85,3 +85,10 @@ if(NOT rc EQUAL 0)
 endif()
 message(STATUS "mht --version: ${version}")
 expect_match("mht --version" "${version}" "^mht ${dev_version}\nlibrary MultiHashTable ${dev_version}\ncommit ")
+
+# The tool's man page and bash completion.
+foreach(file share/man/man1/mht.1.gz share/bash-completion/completions/mht)
+  if(NOT EXISTS "${root}/usr/${file}")
+    message(FATAL_ERROR "multihashtable-tools lacks /usr/${file}")
+  endif()
+endforeach()
