@@ -1,8 +1,10 @@
 # Makes the Debian packages of a build, unpacks them into a scratch root (nothing is
 # installed on the system), and uses them there: the client project with find_package,
-# the client compiled with pkg-config's flags, and the packaged mht.
+# the client compiled with pkg-config's flags, and the packaged mht. Lintian checks the
+# packages first: no error, and no warning beyond the accepted ones.
 #   cmake -DBUILD_DIR=<build> -DSOURCE_DIR=<tests/package> -DWORK_DIR=<scratch>
-#         -DCPACK=<cpack> -DCXX=<compiler> -DPKG_CONFIG=<pkg-config> -P RunDebPackageTest.cmake
+#         -DCPACK=<cpack> -DCXX=<compiler> -DPKG_CONFIG=<pkg-config>
+#         -DLINTIAN=<lintian> -DLINTIAN_ACCEPTED=<packaging/lintian-accepted> -P RunDebPackageTest.cmake
 file(REMOVE_RECURSE "${WORK_DIR}")
 set(root "${WORK_DIR}/root")
 
@@ -34,6 +36,8 @@ list(LENGTH debs count)
 if(NOT count EQUAL 3)
   message(FATAL_ERROR "expected 3 packages, got: ${debs}")
 endif()
+
+run(${LINTIAN} --fail-on error,warning --suppress-tags-from-file "${LINTIAN_ACCEPTED}" ${debs})
 
 # The dependencies between the packages, and on the system's libraries.
 foreach(deb IN LISTS debs)
