@@ -10,6 +10,7 @@
 
 #include "MultiHashTable.h"
 #include "fwk/Assert.h"
+#include "fwk/Registry.h"
 #include "fwk/Trace.h"
 
 namespace TesselCentral {
@@ -17,7 +18,8 @@ namespace TesselCentral {
 EntryIdHelper::EntryIdHelper(Ptr<MultiEntryTypeHashTable> hashTable) : hashTable_(std::move(hashTable)) {}
 
 Ptr<EntryIdHelper> EntryIdHelper::EntryIdHelperIs(Ptr<MultiEntryTypeHashTable> hashTable) {
-  return Fwk::makeEntity<EntryIdHelper>(std::move(hashTable));
+  // Every entity type of the library counts its allocations under its registered type.
+  return Fwk::adoptTracked(new EntryIdHelper(std::move(hashTable)));
 }
 
 Ptr<EntryIdHelper> entryIdHelperFactory(Ptr<MultiEntryTypeHashTable> hashTable) {
@@ -74,7 +76,7 @@ U64 EntryIdHelper::getBucketState(EntryId id) {
   return bankAt(b).bucket(bucket);
 }
 
-EntryId EntryIdHelper::posToEntryId(U32 pos) {
+EntryId EntryIdHelper::entryIdOfPosition(U32 pos) const {
   const U32 slot = pos & 0xF;
   const U32 bucket = (pos >> 4) & 0xFFFFF;
   const U32 bank = (pos >> 24) & 0xFF;
@@ -84,7 +86,14 @@ EntryId EntryIdHelper::posToEntryId(U32 pos) {
     base += b.numBuckets() * b.bucketSize();
   }
   // The bucket term counts the table's slots per bucket, the base each bank's own.
-  const U32 value = base + slot + bucket * hashTable_->numBucketEntries();
+  return EntryId(base + slot + bucket * hashTable_->numBucketEntries());
+}
+
+EntryId EntryIdHelper::posToEntryId(U32 pos) {
+  const U32 slot = pos & 0xF;
+  const U32 bucket = (pos >> 4) & 0xFFFFF;
+  const U32 bank = (pos >> 24) & 0xFF;
+  const U32 value = entryIdOfPosition(pos).value();
   MHT_TRACE(2, "posToEntryId" << " Bank " << bank << ", Bucket " << bucket << ", Slot " << slot << ", EntryId "
                               << value);
   return EntryId(value);

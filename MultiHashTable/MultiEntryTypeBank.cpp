@@ -100,20 +100,22 @@ void MultiEntryTypeBank::handleInitialized() {
   }
 }
 
+U32 MultiEntryTypeBank::groupStart(U32 rawBucketId, HashEntryType entryType) const noexcept {
+  if (const U32* shift = bucketShiftFind(entryType)) {
+    // Clearing the low bits makes the index the first bucket of the type's group, and
+    // masking first keeps the whole group inside the bank.
+    const U32 s = *shift & 31;
+    return ((hashMask() >> s) & rawBucketId) << s;
+  }
+  return hashMask() & rawBucketId;
+}
+
 U32 MultiEntryTypeBank::calcBucketId(U16 crc16, U32 crc32, HashEntryType entryType, bool debugEnabled,
                                      U32 debugCrcInc) {
   const U32 raw = Bank::calcBucketId(crc16, crc32, entryType, debugEnabled, debugCrcInc);
   MHT_ASSERT_TEXT(static_cast<U32>(entryType) >= static_cast<U32>(baseEntryType()),
                   "( U32 )entryType >= ( U32 )baseEntryType()");
-  U32 bucketId;
-  if (const U32* shift = bucketShiftFind(entryType)) {
-    // Clearing the low bits makes the index the first bucket of the type's group, and
-    // masking first keeps the whole group inside the bank.
-    const U32 s = *shift & 31;
-    bucketId = ((hashMask() >> s) & raw) << s;
-  } else {
-    bucketId = hashMask() & raw;
-  }
+  const U32 bucketId = groupStart(raw, entryType);
   MHT_TRACE(2, "MultiEntryTypeBank::" << "calcBucketId" << " bankId: " << bankId() << " bucketId: " << bucketId);
   return bucketId;
 }
@@ -167,71 +169,81 @@ HashEntryType MultiEntryTypeBank::getEntryType(U32 bucketId, U32 slotId) const n
   return static_cast<HashEntryType>((*state >> ((4 * slotId + 16) & 63)) & 0xF);
 }
 
-U32 MultiEntryTypeBank::checkBucketSpace(HashEntryType eType, U32 bucketId, bool update) {
-  MHT_ASSERT_TEXT(static_cast<int>(eType) >= static_cast<int>(baseEntryType()),
-                  "( int )entryType >= ( int )baseEntryType()");
+MultiEntryTypeBank::SpaceSearch MultiEntryTypeBank::findSpace(HashEntryType eType, U32 bucketId) const noexcept {
   const U32 n = numBucketsToCheck(eType);
   const U32 size = entrySize(eType);
   const U32 typeMask = entryMask(eType);
-  MHT_TRACE(9, "MultiEntryTypeBank::" << "checkBucketSpace" << " bankId " << bankId() << " numBucketToCheck: " << n
-                                      << " size: " << size << " mask: " << typeMask);
 
-  U32 slot = 0;
-  U32 mask = typeMask;
+  SpaceSearch r;
+  r.mask = typeMask;
   // Position 0 is never handed out: the first run of bucket 0 of physical bank 0 is
   // skipped.
   if (bucketId == 0 && phyBankId_ == 0) {
-    slot = size;
-    mask = mask << (size & 31);
+    r.slot = size;
+    r.mask = r.mask << (size & 31);
   }
-
-  bool found = false;
-  U32 foundBucket = 0;
-  U64 bktState = 0;
-  for (U32 i = 0; i < n && !found; ++i) {
+  for (U32 i = 0; i < n && !r.found; ++i) {
     const U32 b = bucketId + i;
     if (const U64* state = bucketFind(b)) {
-      bktState = *state;
+      r.lastState = *state;
       // Runs are aligned to the entry's own size; only the occupancy bits decide.
-      while (slot < bucketSize()) {
-        if ((mask & occupancyOf(bktState)) == 0) {
-          found = true;
+      while (r.slot < bucketSize()) {
+        if ((r.mask & occupancyOf(r.lastState)) == 0) {
+          r.found = true;
           break;
         }
-        slot += size;
-        mask = mask << (size & 31);
+        r.slot += size;
+        r.mask = r.mask << (size & 31);
       }
     } else {
-      bktState = 0;
-      found = slot < bucketSize();
+      r.lastState = 0;
+      r.found = r.slot < bucketSize();
     }
-    if (found) {
-      foundBucket = b;
+    if (r.found) {
+      r.bucket = b;
     } else {
-      slot = 0;
-      mask = typeMask;
+      r.slot = 0;
+      r.mask = typeMask;
     }
   }
+  return r;
+}
 
+U32 MultiEntryTypeBank::checkBucketSpace(HashEntryType eType, U32 bucketId, bool update) {
+  MHT_ASSERT_TEXT(static_cast<int>(eType) >= static_cast<int>(baseEntryType()),
+                  "( int )entryType >= ( int )baseEntryType()");
+  MHT_TRACE(9, "MultiEntryTypeBank::" << "checkBucketSpace" << " bankId " << bankId()
+                                      << " numBucketToCheck: " << numBucketsToCheck(eType)
+                                      << " size: " << entrySize(eType) << " mask: " << entryMask(eType));
+  const SpaceSearch r = findSpace(eType, bucketId);
   U32 pos = INVALID_POSITION;
-  if (found) {
-    if (update) updateBucketState(eType, foundBucket, slot, true);
-    pos = (bankId() << 24) | ((foundBucket << 4) & 0xFFFFF0) | (slot & 0xF);
+  if (r.found) {
+    if (update) updateBucketState(eType, r.bucket, r.slot, true);
+    pos = (bankId() << 24) | ((r.bucket << 4) & 0xFFFFF0) | (r.slot & 0xF);
   }
   MHT_TRACE(2, "MultiEntryTypeBank::" << "checkBucketSpace" << " bankId " << bankId() << " entryType: " << eType
-                                      << " bucketId: " << foundBucket << " bucketState: 0x" << Fwk::hex << bktState
-                                      << " mask: 0x" << mask << Fwk::dec << " slot: " << slot << " update: " << update
-                                      << " found " << found);
+                                      << " bucketId: " << r.bucket << " bucketState: 0x" << Fwk::hex << r.lastState
+                                      << " mask: 0x" << r.mask << Fwk::dec << " slot: " << r.slot
+                                      << " update: " << update << " found " << r.found);
   return pos;
+}
+
+bool MultiEntryTypeBank::slotsFree(HashEntryType eType, U32 bucketId, U32 slotId) const noexcept {
+  const U32* typeMask = entryMaskFind(eType);
+  const U32 mask = typeMask ? *typeMask << (slotId & 31) : 0;
+  return (bucket(bucketId) & mask) == 0;
 }
 
 bool MultiEntryTypeBank::bucketsLocked(U32 bucketId, HashEntryType entryType) const noexcept {
   // A type without a row has no buckets to check, so nothing of it can be locked.
   const U32 n = numBucketsToCheck(entryType);
-  for (U32 i = 0; i < n; ++i) {
-    if (lockedBucketsHas(bucketId + i)) return true;
+  // A group whose last bucket id wraps past 0xFFFFFFFF has no bucket to check either.
+  const U32 last = bucketId + n - 1;
+  if (n == 0 || bucketId > last) return false;
+  for (U32 b = bucketId;; ++b) {
+    if (lockedBucketsHas(b)) return true;
+    if (b == last) return false;
   }
-  return false;
 }
 
 }  // namespace TesselCentral

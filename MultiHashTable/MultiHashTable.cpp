@@ -2,6 +2,7 @@
 // single-width table.
 #include "MultiHashTable.h"
 
+#include <algorithm>
 #include <string>
 
 #include "fwk/Assert.h"
@@ -19,13 +20,6 @@ constexpr U32 configSeed = 0xC0F16A11u;
 constexpr U32 statusSeed = 0x57A7F5E5u;
 constexpr U32 hashTableEntrySeed = 0xE27E1D00u;
 constexpr U32 singleWideBankSeed = 0xBA2C0001u;
-
-bool sameHashes(const HashEntryKey& a, const HashEntryKey& b) noexcept {
-  return a.crc16() == b.crc16() && a.crc32() == b.crc32();
-}
-
-// The default key marks a free slot in the single-width table.
-bool isEmptyMarker(const HashEntryKey& key) noexcept { return key == HashEntryKey(); }
 
 }  // namespace
 
@@ -241,8 +235,7 @@ U32 Bank::debugBucketId(U32 debugCrcInc) const noexcept {
   return (debugCrcInc | topBit) & hashMask_;
 }
 
-U32 Bank::calcBucketId(U16 crc16, U32 crc32, HashEntryType, bool debugEnabled, U32 debugCrcInc) {
-  if (debugEnabled) return debugBucketId(debugCrcInc);
+U32 Bank::hashedBucketId(U16 crc16, U32 crc32) const noexcept {
   // Shift counts wrap like the hardware's: 32-bit shifts modulo 32, 64-bit modulo 64.
   U32 raw = 0;
   switch (hashFunc_) {
@@ -251,9 +244,6 @@ U32 Bank::calcBucketId(U16 crc16, U32 crc32, HashEntryType, bool debugEnabled, U
       break;
     case HashFunc::hashCrc32Lower:
       raw = crc32;
-      break;
-    case HashFunc::hashLsb:
-      MHT_ASSERT(0);
       break;
     case HashFunc::hashCrc16Lower:
       raw = crc16;
@@ -267,13 +257,20 @@ U32 Bank::calcBucketId(U16 crc16, U32 crc32, HashEntryType, bool debugEnabled, U
     case HashFunc::hashCrc32And16:
       raw = static_cast<U32>(((U64{crc16} << 32) | crc32) >> (hashOffSet_ & 63));
       break;
+    case HashFunc::hashLsb:  // selects no bucket: calcBucketId stops on it
     case HashFunc::hashInvalid:
     case HashFunc::hashCount:
     default:
       raw = 0;
       break;
   }
-  const U32 bucketId = raw & hashMask_;
+  return raw & hashMask_;
+}
+
+U32 Bank::calcBucketId(U16 crc16, U32 crc32, HashEntryType, bool debugEnabled, U32 debugCrcInc) {
+  if (debugEnabled) return debugBucketId(debugCrcInc);
+  if (hashFunc_ == HashFunc::hashLsb) MHT_ASSERT(0);
+  const U32 bucketId = hashedBucketId(crc16, crc32);
   MHT_TRACE(2, "Bank::" << "calcBucketId" << " bucketId: " << bucketId);
   return bucketId;
 }
@@ -288,6 +285,8 @@ MultiHashTable::MultiHashTable(U32 numBanks, U32 numBuckets, U32 numBucketEntrie
                          std::move(hashEntryStatus), maxRecursiveSteps),
       bucketSpanBanks_(bucketSpanBanks),
       bank_(singleWideBankSeed) {
+  // A chain holds one link per step and one more; reserved once so that no placement allocates.
+  rehashChain_.reserve(std::size_t{std::min<U32>(maxRecursiveSteps, 63)} + 1);
   handleInitialized();
 }
 
@@ -349,9 +348,7 @@ void MultiHashTable::bankDelAll() {
 }
 
 EntryId MultiHashTable::calcEntryId(U32 bankId, U32 bucketId, SlotId slot) const {
-  const U32 id = bucketSpanBanks_ ? (bucketId * numBanks() + bankId) * numBucketEntries() + slot.value()
-                                  : (bankId * numBuckets() + bucketId) * numBucketEntries() + slot.value();
-  const EntryId eId(id);
+  const EntryId eId = entryIdOf(bankId, bucketId, slot);
   MHT_TRACE(2, "calcEntryId" << " Bank " << bankId << ", Bucket " << bucketId << ", Slot " << slot << ", Pos "
                              << eId);
   return eId;
@@ -438,6 +435,7 @@ bool MultiHashTable::rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining
   if (occupant == nullptr) return true;
   const HashEntryKey moving = *occupant;
   const U32 bucket = bucketOf(moving, targetBank);
+  const ChainLink link(rehashChain_, eId);
 
   // Here only an absent entry is free; the default-key marker does not count.
   bool found = false;
@@ -463,12 +461,24 @@ bool MultiHashTable::rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining
     if (!found) return false;
   }
 
+  // A chain that came back to an entry whose key an outer call is already moving must not
+  // move that key again: the outer call would then take the record of whichever key was
+  // moved into the entry meanwhile. The deeper moves made for this call stay done.
+  if (isMovingFurtherUp(eId)) {
+    MHT_TRACE(2, "rehashEntry" << " eId: " << eId << " is already being moved further up the chain; not moved");
+    return false;
+  }
   hashTableEntryDel(eId);
   hashTableEntryIs(target, moving);
   hashEntryStatus()->statusIs(moving, target);
   numMovesInc(1);
   MHT_TRACE(2, "rehashEntry" << " Insert key: " << moving << " at eId: " << target);
   return true;
+}
+
+bool MultiHashTable::isMovingFurtherUp(EntryId eId) const noexcept {
+  // The last link is the asking call's own.
+  return std::find(rehashChain_.begin(), rehashChain_.end() - 1, eId) != rehashChain_.end() - 1;
 }
 
 bool MultiHashTable::checkEntryIdValidity(const HashEntryKey& key, EntryId eId) {

@@ -45,6 +45,7 @@
 #include <vector>
 
 #include "MultiHashTableTypes.h"
+#include "RequestCheck.h"
 #include "fwk/Collection.h"
 #include "fwk/IndexedMap.h"
 #include "fwk/Entity.h"
@@ -239,6 +240,34 @@ public:
   // violation, none when the table is consistent. Reads only.
   virtual std::vector<std::string> audit() const;
 
+  // What configIs(key, id) on the table's requests would do, told before the write:
+  // nothing, the placement, a fatal assertion now or in a later request, or a published id
+  // that another key may be published at. Changes nothing and traces nothing; costs about
+  // what the first pass of a placement costs.
+  RequestCheck requestCheck(const HashEntryKey& key, EntryId id) const;
+  // The request check's problem in one line; empty when the write is safe to make.
+  std::string requestProblem(const HashEntryKey& key, EntryId id) const { return requestCheck(key, id).problem(); }
+  // What configDel(key) would do.
+  RequestCheck removalCheck(const HashEntryKey& key) const;
+  std::string removalProblem(const HashEntryKey& key) const { return removalCheck(key).problem(); }
+  // Whether the full resync, handleHashUpdate(), would stop the agent. It runs the resync
+  // on a scratch copy of the table, so it costs a copy of the table and the resync itself.
+  RequestCheck resyncCheck() const;
+  std::string resyncProblem() const { return resyncCheck().problem(); }
+
+  // Brings the results in line with the requests without ever stopping the agent: a key
+  // whose result is not what its request asks gets what the request's reaction would do,
+  // when the request check passes; a key that a move took away from its requested id stays
+  // where it stands; a result whose request is gone is removed. Every key it leaves as it
+  // stands is in the report with the reason, and traced at level 2.
+  ReconcileReport reconcile();
+
+  // What the reaction to a request R for the key would do, the request being written.
+  RequestCheck reactionCheck(const HashEntryKey& key, EntryId requested) const;
+
+  // Drops what a scratch copy of a table holds of itself, before the copy is dropped.
+  virtual void scratchRelease() {}
+
   const Fwk::TypeInfo* fwkType() const noexcept override;
 
 protected:
@@ -255,6 +284,18 @@ protected:
 
   // The first step of every table's destruction: no notification reaches it afterwards.
   void retireReactors();
+
+  // Whether the table reacts to its requests now.
+  bool listening() const noexcept;
+
+  // The derived tables' parts of the checks: what insertEntryWithId(key, id), insertEntry
+  // of the key and removeEntry(key) would do, in that table's terms.
+  virtual RequestCheck checkPlacementAt(const HashEntryKey& key, EntryId id) const;
+  virtual RequestCheck checkPlacement(const HashEntryKey& key) const;
+  virtual RequestCheck checkRemoval(const HashEntryKey& key) const;
+  // A table of the same kind and geometry, with the same banks, records and results, that
+  // reacts to `config`: the ground for a dry run.
+  virtual Ptr<MultiHashTableBase> scratchCopy(Ptr<const HashEntryConfig> config, Ptr<HashEntryStatus> status) const;
 
 private:
   void onNotification(const Fwk::Notification& n) override { hashEntryConfigDispatch(n); }
@@ -301,6 +342,13 @@ public:
   // bucket is not hashed but taken from debugCrcInc (plus the bit that the 64-bit hash
   // word's top bit lands on after the hashOffSet shift), masked.
   virtual U32 calcBucketId(U16 crc16, U32 crc32, HashEntryType entryType, bool debugEnabled, U32 debugCrcInc);
+  // Whether the hash function selects buckets at all (hashLsb does not: calcBucketId stops).
+  bool selectsBuckets() const noexcept { return hashFunc_ != HashFunc::hashLsb; }
+  // calcBucketId's answer without its trace, for the checks that must not change the
+  // trace; for a bank that selects no bucket it is 0.
+  U32 bucketIdOf(U16 crc16, U32 crc32, bool debugEnabled, U32 debugCrcInc) const noexcept {
+    return debugEnabled ? debugBucketId(debugCrcInc) : hashedBucketId(crc16, crc32);
+  }
 
   // For a table's create-or-get: throws Fwk::ReinstantiationError naming the first of
   // baseEntryType, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits, hashMask that
@@ -312,6 +360,7 @@ public:
 
 protected:
   U32 debugBucketId(U32 debugCrcInc) const noexcept;
+  U32 hashedBucketId(U16 crc16, U32 crc32) const noexcept;
 
 private:
   const HashEntryType baseEntryType_;
@@ -413,6 +462,20 @@ public:
   // when there is none. Slot 0 of bucket 0 of physical bank 0 is never handed out. With
   // update set the found slots are marked used at once.
   U32 checkBucketSpace(HashEntryType eType, U32 bucketId, bool update);
+  // What checkBucketSpace finds, changing nothing and tracing nothing: the run found (or
+  // not), and the state and mask of the last bucket examined.
+  struct SpaceSearch {
+    bool found = false;
+    U32 bucket = 0;
+    U32 slot = 0;
+    U64 lastState = 0;
+    U32 mask = 0;
+  };
+  SpaceSearch findSpace(HashEntryType eType, U32 bucketId) const noexcept;
+  // The bucket index of calcBucketId's group alignment for a raw (hashed) bucket index.
+  U32 groupStart(U32 rawBucketId, HashEntryType entryType) const noexcept;
+  // Whether an entry of type eType could be added at slotId without covering a used slot.
+  bool slotsFree(HashEntryType eType, U32 bucketId, U32 slotId) const noexcept;
   // Whether any bucket of the entry type's group starting at bucketId is locked.
   bool bucketsLocked(U32 bucketId, HashEntryType entryType) const noexcept;
   // Records that an entry of type eType now starts (add) or no longer starts at slotId.
@@ -474,6 +537,11 @@ public:
 
   // The EntryId of a slot, in the layout that bucketSpanBanks chooses.
   EntryId calcEntryId(U32 bankId, U32 bucketId, SlotId slot) const;
+  // calcEntryId without its trace.
+  EntryId entryIdOf(U32 bankId, U32 bucketId, SlotId slot) const noexcept {
+    return EntryId(bucketSpanBanks_ ? (bucketId * numBanks() + bankId) * numBucketEntries() + slot.value()
+                                    : (bankId * numBuckets() + bucketId) * numBucketEntries() + slot.value());
+  }
 
   void hasNotificationActiveIs(bool active) override;
 
@@ -497,6 +565,13 @@ public:
   // every id is below the capacity, and the counters cover the recorded ids.
   std::vector<std::string> audit() const override;
 
+protected:
+  RequestCheck checkPlacementAt(const HashEntryKey& key, EntryId id) const override;
+  RequestCheck checkPlacement(const HashEntryKey& key) const override;
+  RequestCheck checkRemoval(const HashEntryKey& key) const override;
+  Ptr<MultiHashTableBase> scratchCopy(Ptr<const HashEntryConfig> config, Ptr<HashEntryStatus> status) const override;
+
+public:
   void handleInitialized();
 
   const Fwk::TypeInfo* fwkType() const noexcept override;
@@ -510,7 +585,28 @@ private:
   Bank& bankAt(U32 bankId) const noexcept;
   U32 bucketOf(const HashEntryKey& key, U32 bankId) const;
 
+  // The entries whose keys the running rehashEntry calls of one placement are moving,
+  // outermost first. A link lasts as long as its call.
+  class ChainLink {
+  public:
+    ChainLink(std::vector<EntryId>& chain, EntryId eId) : chain_(chain) { chain_.push_back(eId); }
+    ~ChainLink() { chain_.pop_back(); }
+    ChainLink(const ChainLink&) = delete;
+    ChainLink& operator=(const ChainLink&) = delete;
+
+  private:
+    std::vector<EntryId>& chain_;
+  };
+  // Whether a call further up the chain than the newest one is moving the key at eId.
+  bool isMovingFurtherUp(EntryId eId) const noexcept;
+
+  // The check's view of the banks: a missing bank, or one whose hash function selects no
+  // bucket, and where the key's buckets lie against the table's geometry.
+  RequestCheck missingBank() const;
+  RequestCheck keyGeometry(const HashEntryKey& key) const;
+
   const bool bucketSpanBanks_;
+  std::vector<EntryId> rehashChain_;
   BankById bank_;
   // The first banks by id, the placement loops' fast path; the collection holds the references.
   std::array<Bank*, 256> bankIndex_{};
@@ -632,6 +728,15 @@ public:
   // Commits a placement (move false: a new key) or a move to every collection and the status.
   void doAddOrMoveEntry(const HashEntryKey& key, U32 newPos, bool move);
 
+  void scratchRelease() override { entryIdHelperIs(nullptr); }
+
+protected:
+  RequestCheck checkPlacementAt(const HashEntryKey& key, EntryId id) const override;
+  RequestCheck checkPlacement(const HashEntryKey& key) const override;
+  RequestCheck checkRemoval(const HashEntryKey& key) const override;
+  Ptr<MultiHashTableBase> scratchCopy(Ptr<const HashEntryConfig> config, Ptr<HashEntryStatus> status) const override;
+
+public:
   void handleInitialized();
 
   const Fwk::TypeInfo* fwkType() const noexcept override;
@@ -646,6 +751,10 @@ private:
   MultiEntryTypeBank& bankAt(U32 bankId) const;
   // The translator, which must be set before anything is placed.
   EntryIdHelper& helper() const;
+
+  // The check's view of the banks and the helper, and of the key's width against every bank.
+  RequestCheck missingPart() const;
+  RequestCheck keyGeometry(const HashEntryKey& key) const;
 
   KeyByPosition posToKey_;
   PositionByKey keyToPos_;
@@ -688,6 +797,8 @@ public:
   U64 getBucketState(EntryId id);
   // Pure arithmetic: any position translates, occupied or not.
   EntryId posToEntryId(U32 pos);
+  // posToEntryId without its trace; every bank below the position's must exist.
+  EntryId entryIdOfPosition(U32 pos) const;
 
   // Whether eId lies in one of the key's candidate buckets in some bank (both bounds of a
   // bucket's range inclusive).

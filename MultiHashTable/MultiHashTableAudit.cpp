@@ -23,10 +23,6 @@ private:
   std::vector<std::string> lines_;
 };
 
-bool sameHashes(const HashEntryKey& a, const HashEntryKey& b) noexcept {
-  return a.crc16() == b.crc16() && a.crc32() == b.crc32();
-}
-
 }  // namespace
 
 std::vector<std::string> MultiHashTableBase::audit() const { return {}; }

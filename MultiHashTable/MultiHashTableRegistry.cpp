@@ -88,6 +88,13 @@ Types registerTypes() {
       .operation<&MultiHashTableBase::insertEntryWithId>(own + 16, "insertEntryWithId", {"key", "eId"})
       .operation<&MultiHashTableBase::removeEntry>(own + 17, "removeEntry", {"key"})
       .operation<&MultiHashTableBase::hashTableEntry>(own + 18, "hashTableEntryOf", {"eId"})
+      .operation<&MultiHashTableBase::requestCheck>(own + 19, "requestCheck", {"key", "id"})
+      .operation<&MultiHashTableBase::requestProblem>(own + 20, "requestProblem", {"key", "id"})
+      .operation<&MultiHashTableBase::removalCheck>(own + 21, "removalCheck", {"key"})
+      .operation<&MultiHashTableBase::removalProblem>(own + 22, "removalProblem", {"key"})
+      .operation<&MultiHashTableBase::resyncCheck>(own + 23, "resyncCheck", {})
+      .operation<&MultiHashTableBase::resyncProblem>(own + 24, "resyncProblem", {})
+      .operation<&MultiHashTableBase::reconcile>(own + 25, "reconcile", {})
       .factory<&multiHashTableBaseFactory>(tableParameters);
   types.tableBase = &base.info();
 

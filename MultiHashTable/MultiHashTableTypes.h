@@ -127,6 +127,16 @@ private:
 // Prints the framework's text form of the key.
 std::ostream& operator<<(std::ostream& os, const HashEntryKey& key);
 
+// The tables compare only the two hashes when they look for a key where it may stand: two
+// keys with the same crc16 and crc32 are taken for one another.
+inline bool sameHashes(const HashEntryKey& a, const HashEntryKey& b) noexcept {
+  return a.crc16() == b.crc16() && a.crc32() == b.crc32();
+}
+
+// The default key marks a free slot in the occupancy record: a real key equal to it is
+// indistinguishable from an empty slot.
+inline bool isEmptyMarker(const HashEntryKey& key) noexcept { return key == HashEntryKey(); }
+
 // The number of an entry position, as the client programs it into the hardware. The
 // default, 0xFFFFFFFF, is the invalid id: "anywhere" in a request, "no room" in a result.
 class EntryId {

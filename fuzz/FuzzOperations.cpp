@@ -4,27 +4,15 @@
 // violation or a sanitizer report is a finding; the harness then prints the requests so far
 // as an mht replay script.
 //
-// What a well-behaved agent does, and so what the harness generates:
-//  - keys have distinct, non-zero (crc16, crc32) pairs: the tables treat keys with equal
-//    hashes as one key, and the all-zero key as the empty-slot marker;
-//  - a multi-width key is never narrower than a bank's base type, and its width divides
-//    every bank's bucket size; bucket sizes are powers of two;
-//  - a requested id is one of the key's candidates and free: in the single-width table no
-//    other key records it; in the multi-width table its aligned run of slots is free, the
-//    id translates back to that run, and an entry wider than a slot is never requested at
-//    position 0 of bucket 0 of physical bank 0 (the first run of that bucket is where a
-//    narrower key's walk starts);
-//  - a multi-width key that stands somewhere is not requested at another id;
-//  - a multi-width table without a step budget never gets a placed key re-requested
-//    anywhere (that request resets its status to "no room" while it keeps its slots);
-//  - a full resync is only asked for while every key placed at a requested id still
-//    stands there: a key that a move has taken elsewhere would be placed again at its
-//    requested id, which the key that displaced it now holds. In the multi-width table
-//    the resync places every key again, and those placements may themselves move keys
-//    placed at requested ids, so there it is only asked for while no request names an id.
-// Hash functions come from the safe set (hashLsb selects no bucket); masks stay below the
-// bucket count, and banks in doubleEntryTwoBucketMode have at least four buckets, so that
-// every bucket group stays inside its bank.
+// The harness asks the tables themselves which requests are safe: every write goes
+// through requestProblem (removalProblem for a deletion) first and is skipped when the table
+// names a problem, a full resync is asked for only when resyncProblem finds none, and a
+// reconcile may come at any time. What it still leaves out by construction:
+//  - keys with equal (crc16, crc32), and the all-zero key, which the tables treat as one key
+//    and as the empty-slot marker;
+//  - geometries that no table is meant to have: hash functions outside the safe set
+//    (hashLsb selects no bucket), masks at or past the bucket count, banks in
+//    doubleEntryTwoBucketMode with fewer than four buckets.
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -47,10 +35,9 @@ constexpr std::size_t maxRequests = 400;
 // of the step budget: a few per input keep an input within the fuzzer's time limit.
 constexpr int maxResyncs = 3;
 
-// The single-width table's search for room loses track of a key when a chain of moves
-// comes back to the entry it started from, which takes a step budget of 4 or more (see
-// fuzz/README.md, findings). Until that is mended, the harness keeps it at or below this.
-constexpr U32 singleWidthMaxSteps = 3;
+// Step budgets beyond the default of 3 are where a chain of moves can come back to the
+// entry it started from; 8 is as deep as a switch's own search for room goes.
+constexpr U32 maxSteps = 8;
 
 const std::vector<HashFunc> safeHashFuncs = {HashFunc::hashCrc32Upper, HashFunc::hashCrc32Lower,
                                              HashFunc::hashCrc16Lower, HashFunc::hashCrc16Upper,
@@ -90,7 +77,7 @@ Geometry readGeometry(FuzzInput& in) {
   g.numBanks = 1 + in.below(4);
   g.numBuckets = U32{1} << in.below(7);
   g.numBucketEntries = g.multi ? (U32{1} << in.below(3)) : 1 + in.below(4);
-  g.steps = in.below(g.multi ? 5 : singleWidthMaxSteps + 1);
+  g.steps = in.below(maxSteps + 1);
   g.bucketSpanBanks = !g.multi && in.flag();
   const U32 rotation = in.below(g.numBanks);
   for (U32 i = 0; i < g.numBanks; ++i) {
@@ -115,10 +102,6 @@ Geometry readGeometry(FuzzInput& in) {
     g.banks.push_back(b);
   }
   return g;
-}
-
-bool sameHashes(const HashEntryKey& a, const HashEntryKey& b) noexcept {
-  return a.crc16() == b.crc16() && a.crc32() == b.crc32();
 }
 
 std::string keyFields(const HashEntryKey& k) {
@@ -205,13 +188,14 @@ public:
           addAgain(in);
           break;
         case 12:
-          requestAnywhereAgain(in);
+          requestAgain(in);
           break;
         case 13:
           requestAtIdAgain(in);
           break;
         case 14:
-          resync();
+          if (in.flag()) resync();
+          else reconcile();
           break;
         default:
           if (in.chance(10)) removeAll();
@@ -227,17 +211,10 @@ private:
       keyTypes_ = {HashEntryType::singleWide};
       return;
     }
-    // Narrow keys more often than wide ones, as a forwarding table holds them.
-    const std::vector<std::pair<HashEntryType, int>> weights = {
-        {HashEntryType::singleWide, 3}, {HashEntryType::doubleWide, 2}, {HashEntryType::quadWide, 1}};
-    for (const auto& [type, weight] : weights) {
-      bool fits = true;
-      for (const auto& [id, bank] : multi_->bankCollection()) {
-        if (static_cast<U32>(type) < static_cast<U32>(bank->baseEntryType())) fits = false;
-        else if (bank->bucketSize() % bank->entrySize(type) != 0) fits = false;
-      }
-      for (int i = 0; fits && i < weight; ++i) keyTypes_.push_back(type);
-    }
+    // Narrow keys more often than wide ones, as a forwarding table holds them. A width that
+    // some bank cannot hold is asked for too: the request check turns it away.
+    keyTypes_ = {HashEntryType::singleWide, HashEntryType::singleWide, HashEntryType::singleWide,
+                 HashEntryType::doubleWide, HashEntryType::doubleWide, HashEntryType::quadWide};
   }
 
   HashEntryKey freshKey(FuzzInput& in) {
@@ -251,64 +228,50 @@ private:
     return HashEntryKey(crc16, crc32, fapId, type);
   }
 
-  // A free candidate id of the key, chosen by the input; invalid when there is none.
-  EntryId freeCandidate(const HashEntryKey& key, FuzzInput& in) {
+  // An id for the key chosen by the input: mostly one of its candidate slots (free or not),
+  // sometimes one just past a candidate bucket, sometimes any id of the table.
+  EntryId candidateId(const HashEntryKey& key, FuzzInput& in) {
     std::vector<EntryId> ids;
     if (single_) {
       for (U32 b = 0; b < g_.numBanks; ++b) {
         const U32 bucket = single_->bank(b)->calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
-        for (U32 s = 0; s < g_.numBucketEntries; ++s) {
-          const EntryId id = single_->calcEntryId(b, bucket, SlotId(static_cast<U8>(s)));
-          const HashEntryKey* held = single_->hashTableEntryFind(id);
-          if (held == nullptr || sameHashes(*held, key)) ids.push_back(id);
-        }
+        for (U32 s = 0; s < g_.numBucketEntries; ++s) ids.push_back(single_->entryIdOf(b, bucket, SlotId(static_cast<U8>(s))));
       }
     } else {
-      if (multi_->keyToPosHas(key)) return EntryId();
       EntryIdHelper& helper = *multi_->entryIdHelper();
       for (U32 i = 0; i < g_.numBanks; ++i) {
         MultiEntryTypeBank& b = *multi_->bank(i);
-        const U32 width = b.entrySize(key.entryType());
-        const U32 first = b.calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
+        if (static_cast<U32>(key.entryType()) < static_cast<U32>(b.baseEntryType())) continue;
+        const U32 first = b.groupStart(b.bucketIdOf(key.crc16(), key.crc32(), false, 0), key.entryType());
         for (U32 k = 0; k < b.numBucketsToCheck(key.entryType()); ++k) {
-          const U32 bucket = first + k;
-          for (U32 s = 0; s + width <= b.bucketSize(); s += width) {
-            if (width > 1 && b.phyBankId() == 0 && bucket == 0 && s == 0) continue;
-            const U64 run = ((U64{1} << width) - 1) << s;
-            if ((b.bucket(bucket) & run) != 0) continue;
-            const U32 pos = packPosition(i, bucket, s);
-            if (multi_->posToKeyHas(pos)) continue;
-            const EntryId id = helper.posToEntryId(pos);
-            if (helper.candidatePosition(key, id) != pos) continue;
-            const HashEntryKey* held = multi_->hashTableEntryFind(id);
-            if (held != nullptr && !sameHashes(*held, key)) continue;
-            ids.push_back(id);
-          }
+          for (U32 s = 0; s <= b.bucketSize(); ++s) ids.push_back(EntryId(helper.entryIdOfPosition(packPosition(i, first + k, 0)).value() + s));
         }
       }
     }
-    if (ids.empty()) return EntryId();
+    if (ids.empty() || in.chance(8)) return EntryId(in.below(base_->tableCapacity() + 1));
     return in.pick(ids);
   }
 
-  void request(const HashEntryKey& key, EntryId id) {
+  // Writes the request when the table sees no problem in it; false when it was skipped.
+  bool request(const HashEntryKey& key, EntryId id) {
+    if (!base_->requestProblem(key, id).empty()) return false;
     std::ostringstream line;
     line << "set " << keyFields(key) << ' ' << (id.isValid() ? std::to_string(id.value()) : "any");
     log_.push_back(line.str());
     config_->configIs(key, id);
     check();
+    return true;
   }
 
   void placeNew(FuzzInput& in, bool atId) {
-    if (keyTypes_.empty()) return;
     const HashEntryKey key = freshKey(in);
-    const EntryId id = atId ? freeCandidate(key, in) : EntryId();
-    requested_.push_back(key);
-    request(key, id);
+    const EntryId id = atId ? candidateId(key, in) : EntryId();
+    if (request(key, id)) requested_.push_back(key);
   }
 
   void removeAt(std::size_t index) {
     const HashEntryKey key = requested_[index];
+    if (!base_->removalProblem(key).empty()) return;
     requested_[index] = requested_.back();
     requested_.pop_back();
     deleted_.push_back(key);
@@ -323,43 +286,46 @@ private:
   }
 
   void removeAll() {
-    while (!requested_.empty()) removeAt(requested_.size() - 1);
+    for (std::size_t i = requested_.size(); i > 0; --i) removeAt(i - 1);
   }
 
   void addAgain(FuzzInput& in) {
     if (deleted_.empty()) return;
     const std::size_t index = in.below(static_cast<U32>(deleted_.size()));
     const HashEntryKey key = deleted_[index];
+    const EntryId id = in.flag() ? candidateId(key, in) : EntryId();
+    if (!request(key, id)) return;
     deleted_[index] = deleted_.back();
     deleted_.pop_back();
-    const EntryId id = in.flag() ? freeCandidate(key, in) : EntryId();
     requested_.push_back(key);
-    request(key, id);
   }
 
-  void requestAnywhereAgain(FuzzInput& in) {
+  // The same request again (which publishes nothing), or the key asked for anywhere.
+  void requestAgain(FuzzInput& in) {
     if (requested_.empty()) return;
     const HashEntryKey key = requested_[in.below(static_cast<U32>(requested_.size()))];
-    if (multi_ && g_.steps == 0 && multi_->keyToPosHas(key)) return;
-    request(key, EntryId());
+    request(key, in.flag() ? config_->config(key) : EntryId());
   }
 
   void requestAtIdAgain(FuzzInput& in) {
     if (requested_.empty()) return;
     const HashEntryKey key = requested_[in.below(static_cast<U32>(requested_.size()))];
-    const EntryId id = freeCandidate(key, in);
-    if (!id.isValid()) return;
-    request(key, id);
+    request(key, candidateId(key, in));
   }
 
   void resync() {
-    if (resyncs_ == maxResyncs || (multi_ && g_.steps == 0)) return;
-    for (const auto& [key, id] : config_->configCollection()) {
-      if (id.isValid() && (multi_ || status_->status(key) != id)) return;
-    }
+    if (resyncs_ == maxResyncs || !base_->resyncProblem().empty()) return;
     ++resyncs_;
-    log_.push_back("# full resync (handleHashUpdate)");
+    log_.push_back("resync");
     base_->handleHashUpdate();
+    check();
+  }
+
+  void reconcile() {
+    if (resyncs_ == maxResyncs) return;
+    ++resyncs_;
+    log_.push_back("reconcile");
+    base_->reconcile();
     check();
   }
 

@@ -8,7 +8,12 @@ namespace Fwk {
 
 namespace {
 std::atomic<AssertionHandler> handler{nullptr};
-}
+thread_local bool trapped = false;
+}  // namespace
+
+AssertionTrap::AssertionTrap() noexcept : previous_(trapped) { trapped = true; }
+AssertionTrap::~AssertionTrap() { trapped = previous_; }
+
 
 std::string formatAssertion(const AssertionReport& r) {
   std::string s;
@@ -31,6 +36,7 @@ void assertionHandlerIs(AssertionHandler h) noexcept { handler.store(h); }
 
 void assertionFailed(std::string_view condition, std::string_view message, std::string_view file, unsigned line,
                      std::string_view function) {
+  if (trapped) throw AssertionStopped{std::string(condition)};
   const AssertionReport report{condition, message, file, line, function};
   if (AssertionHandler h = handler.load()) h(report);
   const std::string text = formatAssertion(report);

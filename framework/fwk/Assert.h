@@ -32,6 +32,25 @@ using AssertionHandler = void (*)(const AssertionReport&);
 // Installs a handler (null restores the default, which prints to standard error and aborts).
 void assertionHandlerIs(AssertionHandler handler) noexcept;
 
+// Raised instead of the report and abort while an AssertionTrap is alive on the thread.
+struct AssertionStopped {
+  std::string condition;
+};
+
+// For the life of the object, a failed assertion on this thread throws AssertionStopped
+// instead of stopping the process. It serves dry runs on scratch copies, whose every
+// entity is dropped when the exception unwinds; nothing else may rely on it.
+class AssertionTrap {
+public:
+  AssertionTrap() noexcept;
+  ~AssertionTrap();
+  AssertionTrap(const AssertionTrap&) = delete;
+  AssertionTrap& operator=(const AssertionTrap&) = delete;
+
+private:
+  bool previous_;
+};
+
 [[noreturn]] void assertionFailed(std::string_view condition, std::string_view message, std::string_view file,
                                   unsigned line, std::string_view function);
 

@@ -82,6 +82,14 @@ struct TextTraits<bool> {
   static bool parse(std::string_view text, const ParseContext& c);
 };
 
+// Text answers of operations (a check's verdict) print as they are.
+template <>
+struct TextTraits<std::string> {
+  static constexpr std::string_view typeName() { return "string"; }
+  static void print(std::ostream& os, const std::string& v) { os << v; }
+  static std::string parse(std::string_view text, const ParseContext&) { return std::string(text); }
+};
+
 template <RegisteredEnum E>
 struct TextTraits<E> {
   static std::string_view typeName() { return EnumTraits<E>::info().typeName; }

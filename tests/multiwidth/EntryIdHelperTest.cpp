@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "MultiWidthSupport.h"
+#include "fwk/Registry.h"
 #include "TestSupport.h"
 
 namespace TesselCentral {
@@ -50,6 +51,17 @@ TEST(EntryIdHelper, TheHelperHoldsItsTableAndStartsWithOneReference) {
   EXPECT_EQ(helper->hashTable(), t.table);
   EXPECT_EQ(helper->references(), 1u);
   EXPECT_EQ(t.table->references(), 3u);  // the test, the table's own helper, this helper
+}
+
+TEST(EntryIdHelper, TheFactoryRecordsItsAllocationUnderTheHelpersType) {
+  MultiWidthTable t(4, 2, twoBanks(4));
+  const Fwk::TypeInfo* type = EntryIdHelper::EntryIdHelperIs(t.table)->fwkType();
+  ASSERT_NE(type, nullptr);
+  EXPECT_EQ(type->name(), "TesselCentral::EntryIdHelper");
+  const std::uint64_t before = type->allocations();
+  auto first = entryIdHelperFactory(t.table);
+  auto second = EntryIdHelper::EntryIdHelperIs(t.table);
+  EXPECT_EQ(type->allocations(), before + 2);
 }
 
 // ---------------------------------------------------------------------------------------

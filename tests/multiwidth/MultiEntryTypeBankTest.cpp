@@ -332,6 +332,17 @@ TEST(MultiEntryTypeBank, BucketsLockedLooksAtEveryBucketOfTheTypesGroup) {
   EXPECT_FALSE(b->bucketsLocked(4, quad));
 }
 
+TEST(MultiEntryTypeBank, BucketsLockedOfAGroupWhoseLastBucketIdWrapsPastTheTopIsFalse) {
+  auto b = bankOf(single, 4, 1, true);
+  b->lockedBucketsIs(0);
+  b->lockedBucketsIs(0xFFFFFFFF);
+  // 0xFFFFFFFF + 2 - 1 wraps to 0: the group is empty, whatever is locked.
+  EXPECT_FALSE(b->bucketsLocked(0xFFFFFFFF, dbl));
+  EXPECT_FALSE(b->bucketsLocked(0xFFFFFFFD, quad));
+  EXPECT_TRUE(b->bucketsLocked(0xFFFFFFFF, single));
+  EXPECT_TRUE(b->bucketsLocked(0xFFFFFFFE, dbl));
+}
+
 TEST(MultiEntryTypeBank, BucketsLockedOfATypeWithoutANumBucketsToCheckRowIsFalseEvenWhenTheBucketIsLocked) {
   auto b = bankOf(dbl, 2);
   b->lockedBucketsIs(5);

@@ -67,7 +67,7 @@ TEST(ReplayErrors, ANonNumberNamesTheField) {
 TEST(ReplayErrors, AnUnknownVerbIsReported) {
   const Outcome o = replay(singleTable + "put 1 2 0 singleWide any\n");
   EXPECT_EQ(o.exitCode, 1);
-  EXPECT_EQ(o.err, "requests.txt:4: unknown verb 'put' (table, bank, set, del, trace)\n");
+  EXPECT_EQ(o.err, "requests.txt:4: unknown verb 'put' (table, bank, set, del, resync, reconcile, trace)\n");
 }
 
 TEST(ReplayErrors, ExtraFieldsAreReported) {
@@ -86,33 +86,41 @@ TEST(ReplayErrors, ARequestedIdThatIsNotACandidateOfASingleWideKeyIsReported) {
   // The key hashes to bucket 2 of bank 0 (id 2) and bucket 1 of bank 1 (id 5).
   const Outcome o = replay(singleTable + "set 1 2 0 singleWide 3\n");
   EXPECT_EQ(o.exitCode, 1);
-  EXPECT_EQ(o.err, "requests.txt:4: id: 3 is not one of the key's candidate slots\n");
+  EXPECT_EQ(o.err, "requests.txt:4: set 1 2 0 singleWide 3: stops the agent: assertion \"checkEntryIdValidity( key, eId )\", "
+            "because id 3 is not one of the key's candidate slots\n");
   EXPECT_EQ(o.out, "");
 }
 
 TEST(ReplayErrors, ARequestedIdHeldByAnotherKeyIsReported) {
   const Outcome o = replay(singleTable + "set 1 2 0 singleWide any\nset 3 6 0 singleWide 2\n");
   EXPECT_EQ(o.exitCode, 1);
-  EXPECT_EQ(o.err, "requests.txt:5: id: 2 is held by key 1 2 0 singleWide\n");
+  EXPECT_EQ(o.err, "requests.txt:5: set 3 6 0 singleWide 2: stops the agent: assertion \"false\", because id 2 holds key "
+            "TesselCentral::HashEntryKey{crc16=1, crc32=2, fapId=0, entryType=singleWide}: a request never takes a "
+            "position from another key\n");
 }
 
 TEST(ReplayErrors, ARequestedIdOutsideAMultiWidthKeysBucketsIsReported) {
   const Outcome o = replay(multiTable + "set 2 2 0 singleWide 0\n");
   EXPECT_EQ(o.exitCode, 1);
-  EXPECT_EQ(o.err, "requests.txt:4: id: 0 is not in one of the key's candidate buckets\n");
+  EXPECT_EQ(o.err, "requests.txt:4: set 2 2 0 singleWide 0: stops the agent: assertion "
+            "\"entryIdHelper()->checkEntryIdValidity( key, eId )\", because id 0 is not in one of the key's "
+            "candidate buckets\n");
 }
 
 TEST(ReplayErrors, MovingAPlacedMultiWidthKeyToAnotherIdIsReported) {
   const Outcome o = replay(multiTable + "set 2 2 0 singleWide any\nset 2 2 0 singleWide 9\n");
   EXPECT_EQ(o.exitCode, 1);
-  EXPECT_EQ(o.err.rfind("requests.txt:5: id: the key already stands at id 8;", 0), 0u) << o.err;
+  EXPECT_EQ(o.err.rfind("requests.txt:5: set 2 2 0 singleWide 9: stops the agent: assertion "
+                          "\"!hashTable()->keyToPosHas( key )\", because the key already stands at id 8;", 0), 0u) << o.err;
 }
 
 TEST(ReplayErrors, AKeyNarrowerThanABanksBaseTypeIsReported) {
   const Outcome o = replay(
       "table multi 1 4 4 1\nbank doubleWide 0 4 2 hashCrc32Lower 0 0 3 0 false\nset 1 1 0 singleWide any\n");
   EXPECT_EQ(o.exitCode, 1);
-  EXPECT_EQ(o.err, "requests.txt:3: entryType: singleWide is narrower than bank 0's baseEntryType doubleWide\n");
+  EXPECT_EQ(o.err, "requests.txt:3: set 1 1 0 singleWide any: stops the agent: assertion "
+            "\"( U32 )entryType >= ( U32 )baseEntryType()\", because a singleWide key is narrower than bank 0's "
+            "baseEntryType doubleWide\n");
 }
 
 TEST(ReplayErrors, ARequestBeforeEveryBankExistsIsReported) {

@@ -23,21 +23,24 @@ HashEntryKey readKey(LineParser& p) {
   return HashEntryKey(crc16, crc32, fapId, entryType);
 }
 
-std::string idText(EntryId id) { return id.isValid() ? std::to_string(id.value()) : "invalid"; }
+std::string idText(EntryId id) { return id.isValid() ? std::to_string(id.value()) : "any"; }
 
 class Replay {
 public:
-  Replay(const ReplayOptions& options, std::ostream& err) : options_(options), err_(err) {}
+  Replay(const ReplayOptions& options, const std::string& fileName, const ScriptPosition& position, std::ostream& err)
+      : options_(options), fileName_(fileName), position_(position), err_(err) {}
 
   void line(LineParser& p) {
-    const std::string& verb = p.word("a verb (table, bank, set, del, trace)");
+    const std::string& verb = p.word("a verb (table, bank, set, del, resync, reconcile, trace)");
     if (verb == "table") return table(p);
     if (verb == "trace") return trace(p);
     if (!session_) throw LineError("'" + verb + "' before the table line: the first line must be 'table'");
     if (verb == "bank") return bank(p);
     if (verb == "set") set(p);
     else if (verb == "del") del(p);
-    else throw LineError("unknown verb '" + verb + "' (table, bank, set, del, trace)");
+    else if (verb == "resync") resync(p);
+    else if (verb == "reconcile") reconcile(p);
+    else throw LineError("unknown verb '" + verb + "' (table, bank, set, del, resync, reconcile, trace)");
     if (options_.audit) audit();
   }
 
@@ -120,70 +123,18 @@ private:
     }
   }
 
-  // A key whose width some bank cannot hold would stop the multi-width table's search.
-  void checkWidth(const HashEntryKey& key) {
-    MultiEntryTypeHashTable* t = session_->multi();
-    if (t == nullptr) return;
-    if (key.entryType() == HashEntryType::empty) throw LineError("entryType: a key cannot be empty");
-    for (U32 i = 0; i < t->numBanks(); ++i) {
-      Ptr<MultiEntryTypeBank> b = t->bank(i);
-      if (static_cast<U32>(key.entryType()) < static_cast<U32>(b->baseEntryType())) {
-        throw LineError("entryType: " + stringValue(key.entryType()) + " is narrower than bank " + std::to_string(i) +
-                        "'s baseEntryType " + stringValue(b->baseEntryType()));
-      }
-      const U32 width = b->entrySize(key.entryType());
-      if (width != 0 && b->bucketSize() % width != 0) {
-        throw LineError("entryType: " + stringValue(key.entryType()) + " takes " + std::to_string(width) +
-                        " slots, which do not divide bank " + std::to_string(i) + "'s bucketSize " +
-                        std::to_string(b->bucketSize()));
-      }
+  // The table's own verdict on what the line would do. A line that would stop the agent,
+  // now or through a later request, is refused before the table sees it; a hazardous one is
+  // carried out with a warning (an error under --strict); one that changes nothing is
+  // carried out silently.
+  void judge(const RequestCheck& verdict, const std::string& what) {
+    if (verdict.passes()) return;
+    if (verdict.fatal() || options_.strict) {
+      std::string text = what + ": " + verdict.problem();
+      if (options_.explain) text += "\n  request check: " + verdict.text();
+      throw LineError(text);
     }
-  }
-
-  // The checks the table makes fatally when a key is placed at a requested id.
-  void checkRequestedId(const HashEntryKey& key, EntryId id) {
-    const auto heldBy = [&](EntryId e) -> const HashEntryKey* {
-      const HashEntryKey* held = session_->table().hashTableEntryFind(e);
-      if (held == nullptr || *held == HashEntryKey()) return nullptr;
-      if (held->crc16() == key.crc16() && held->crc32() == key.crc32()) return nullptr;
-      return held;
-    };
-    if (MultiHashTable* t = session_->single()) {
-      if (!t->checkEntryIdValidity(key, id)) throw LineError("id: " + idText(id) + " is not one of the key's candidate slots");
-      if (const HashEntryKey* other = heldBy(id)) throw LineError("id: " + idText(id) + " is held by key " + keyFields(*other));
-      return;
-    }
-    MultiEntryTypeHashTable* t = session_->multi();
-    EntryIdHelper& helper = *t->entryIdHelper();
-    if (!helper.checkEntryIdValidity(key, id)) {
-      throw LineError("id: " + idText(id) + " is not in one of the key's candidate buckets");
-    }
-    if (t->keyToPosHas(key)) {
-      throw LineError("id: the key already stands at id " + idText(session_->status().status(key)) +
-                      "; delete its request before asking for another id");
-    }
-    const U32 pos = helper.candidatePosition(key, id);
-    if (t->posToKeyHas(pos)) {
-      throw LineError("id: " + idText(id) + " is taken by key " + keyFields(t->posToKey(pos)));
-    }
-    MultiEntryTypeBank& bank = *t->bank(positionBank(pos));
-    // The table walks a bucket from slot 0 in steps of the widths it finds there: an entry
-    // that does not start at a multiple of its width, or a wide one on the first slot of
-    // physical bank 0 (where the walk starts one slot in), would stop a later placement.
-    const U32 width = bank.entrySize(key.entryType());
-    if (width != 0 && positionSlot(pos) % width != 0) {
-      throw LineError("id: " + idText(id) + " names slot " + std::to_string(positionSlot(pos)) + ", where no entry " +
-                      std::to_string(width) + " slots wide may start");
-    }
-    if (width > 1 && bank.phyBankId() == 0 && positionBucket(pos) == 0 && positionSlot(pos) == 0) {
-      throw LineError("id: " + idText(id) + " names the first slot of physical bank 0, where only an entry 1 slot " +
-                      "wide may stand");
-    }
-    const U64 mask = U64{bank.entryMask(key.entryType())} << (positionSlot(pos) & 31);
-    if ((bank.bucket(positionBucket(pos)) & mask & 0xFFFFFFFF) != 0) {
-      throw LineError("id: the slots of id " + idText(id) + " overlap another entry");
-    }
-    if (const HashEntryKey* other = heldBy(id)) throw LineError("id: " + idText(id) + " is held by key " + keyFields(*other));
+    err_ << fileName_ << ':' << position_.line() << ": warning: " << what << ": " << verdict.problem() << '\n';
   }
 
   void set(LineParser& p) {
@@ -197,8 +148,7 @@ private:
       if (!id.isValid()) throw LineError("id: 4294967295 is the invalid id; write 'any' to place the key anywhere");
     }
     p.end("id");
-    checkWidth(key);
-    if (id.isValid() && session_->status().status(key) != id) checkRequestedId(key, id);
+    judge(session_->table().requestCheck(key, id), "set " + keyFields(key) + " " + idText(id));
     session_->config().configIs(key, id);
   }
 
@@ -206,10 +156,27 @@ private:
     requireBanks();
     const HashEntryKey key = readKey(p);
     p.end("entryType");
-    if (session_->config().configHas(key) && !session_->status().statusHas(key)) {
-      throw LineError("the table never handled this key, so it cannot remove it");
-    }
+    judge(session_->table().removalCheck(key), "del " + keyFields(key));
     session_->config().configDel(key);
+  }
+
+  // The full resync, as the table exposes it.
+  void resync(LineParser& p) {
+    requireBanks();
+    p.end("resync");
+    judge(session_->table().resyncCheck(), "resync");
+    session_->table().handleHashUpdate();
+  }
+
+  // Results brought in line with the requests; the keys left as they stand are noted.
+  void reconcile(LineParser& p) {
+    requireBanks();
+    p.end("reconcile");
+    const ReconcileReport report = session_->table().reconcile();
+    for (const KeptRequest& kept : report.kept()) {
+      err_ << fileName_ << ':' << position_.line() << ": note: reconcile keeps " << keyFields(kept.key) << " "
+           << idText(kept.requested) << ": " << kept.reason << '\n';
+    }
   }
 
   // The tables' consistency audit; a violation stops the replay like a bad line.
@@ -228,7 +195,9 @@ private:
   }
 
   const ReplayOptions& options_;
-  [[maybe_unused]] std::ostream& err_;
+  const std::string& fileName_;
+  const ScriptPosition& position_;
+  std::ostream& err_;
   std::unique_ptr<TableSession> session_;
   bool requestsStarted_ = false;
 };
@@ -239,7 +208,7 @@ int runReplay(std::istream& in, const std::string& fileName, const ReplayOptions
               std::ostream& err) {
   ScriptPosition position(fileName, err);
   if (options.traceMask) multiHashTableTrace().levelMaskIs(*options.traceMask);
-  Replay replay(options, err);
+  Replay replay(options, fileName, position, err);
   std::string text;
   try {
     while (std::getline(in, text)) {

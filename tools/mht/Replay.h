@@ -7,11 +7,19 @@
 //   bank ... <hashMask> <phyBankId> <doubleEntryTwoBucketMode>        (multi-width tables)
 //   set <crc16> <crc32> <fapId> <entryType> <id|any>
 //   del <crc16> <crc32> <fapId> <entryType>
+//   resync                       the table's full resync (handleHashUpdate())
+//   reconcile                    the table's reconcile()
 //   trace <levelMask>
 //
 // At the end it prints the table's canonical state (see TableSession::dump). A bad line is
 // reported as FILE:LINE: message, before anything of that line reaches the table, and the
-// replay stops with a non-zero exit.
+// replay stops with a non-zero exit. The table itself judges every request, deletion and
+// resync before it is made (requestCheck, removalCheck, resyncCheck): one that would stop
+// the agent, now or through a later request, is such a bad line, and its message names the
+// assertion's condition and the reason; one that is accepted but hazardous is carried out
+// and reported as FILE:LINE: warning: ..., an error under --strict; one that changes
+// nothing is carried out silently. The keys that a reconcile leaves as they stand are
+// reported as FILE:LINE: note: ...
 #pragma once
 
 #include <iosfwd>
@@ -23,8 +31,10 @@
 namespace mht {
 
 struct ReplayOptions {
-  bool explain = false;  // list the candidates of every key left without a place
+  bool explain = false;  // list the candidates of every key left without a place, and the
+                         // whole request check of every request reported
   bool audit = false;    // check the table's consistency after every request
+  bool strict = false;   // a hazardous request is an error, not a warning
   std::optional<TesselCentral::U32> traceMask;
 };
 

@@ -132,8 +132,9 @@ int main(int argc, char** argv) {
   ReplayOptions replayOptions;
   U32 traceMask = 0;
   rep->add_option("file", replayPath, "request file ('-' for standard input)")->required();
-  rep->add_flag("--explain", replayOptions.explain, "show the candidates of every key left without a place");
+  rep->add_flag("--explain", replayOptions.explain, "show the candidates of every key left without a place, and the request check of every request reported");
   rep->add_flag("--audit", replayOptions.audit, "check the table's consistency after every request");
+  rep->add_flag("--strict", replayOptions.strict, "make a hazardous request an error, not a warning");
   auto* traceOption = rep->add_option("--trace", traceMask, "trace level mask (lines go to standard error)");
 
   // shell

@@ -1,0 +1,262 @@
+// What the multi-width table's placement, placement by id and removal would do with a
+// request: the same walks as insertEntry's free-space search, the EntryIdHelper's bank walk
+// and setEntryState, in the same order, without tracing or changing anything.
+#include <string>
+
+#include "MultiHashTable.h"
+
+namespace TesselCentral {
+
+using detail::idText;
+using detail::keyText;
+
+namespace {
+
+std::string bankText(U32 b) { return "bank " + std::to_string(b); }
+
+constexpr const char* narrowerThanBase = "( U32 )entryType >= ( U32 )baseEntryType()";
+constexpr const char* narrowerThanBaseSigned = "( int )entryType >= ( int )baseEntryType()";
+// The walk of a bucket in insertEntry reaches a slot where no entry starts.
+constexpr const char* walkFindsNoStart = "\"posToKeyHas( entryPos )\" == nullptr";
+
+bool narrower(HashEntryType type, const MultiEntryTypeBank& bank) noexcept {
+  return static_cast<U32>(type) < static_cast<U32>(bank.baseEntryType());
+}
+bool narrowerSigned(HashEntryType type, const MultiEntryTypeBank& bank) noexcept {
+  return static_cast<int>(type) < static_cast<int>(bank.baseEntryType());
+}
+
+std::string narrowerReason(HashEntryType type, U32 b, const MultiEntryTypeBank& bank) {
+  return "a " + stringValue(type) + " key is narrower than " + bankText(b) + "'s baseEntryType " +
+         stringValue(bank.baseEntryType());
+}
+
+}  // namespace
+
+RequestCheck MultiEntryTypeHashTable::missingPart() const {
+  if (!entryIdHelper_) {
+    return RequestCheck::stopsNow("entryIdHelper()", "the table has no EntryIdHelper: set one with entryIdHelperIs "
+                                                     "before the first request");
+  }
+  for (U32 b = 0; b < numBanks(); ++b) {
+    if (bankFind(b) == nullptr) {
+      return RequestCheck::stopsNow("b", bankText(b) + " is missing: every bank below numBanks must exist before a " +
+                                             "key is placed");
+    }
+  }
+  return RequestCheck::accepted();
+}
+
+// What the key's width leaves for later placements and moves in every bank.
+RequestCheck MultiEntryTypeHashTable::keyGeometry(const HashEntryKey& key) const {
+  RequestCheck verdict = RequestCheck::accepted();
+  const HashEntryType type = key.entryType();
+  for (U32 i = 0; i < numBanks(); ++i) {
+    const MultiEntryTypeBank& b = *bankFind(i);
+    if (narrower(type, b)) {
+      verdict.worsen(RequestCheck::stopsLater(narrowerThanBase, narrowerReason(type, i, b) +
+                                                                    ": a placement or move of the key that reaches "
+                                                                    "the bank stops"));
+      continue;
+    }
+    if (!debugEnabled_ && !b.selectsBuckets()) {
+      verdict.worsen(RequestCheck::stopsLater("0", bankText(i) + "'s hash function hashLsb selects no bucket: a " +
+                                                       "placement that reaches the bank stops"));
+      continue;
+    }
+    const U32* width = b.entrySizeFind(type);
+    if (width != nullptr && *width != 0 && b.bucketSize() % *width != 0) {
+      verdict.worsen(RequestCheck::stopsLater(
+          "slotId < b->bucketSize()", "a " + stringValue(type) + " entry takes " + std::to_string(*width) +
+                                          " slots, which do not divide " + bankText(i) + "'s bucketSize " +
+                                          std::to_string(b.bucketSize()) +
+                                          ": a run may hang over the bucket's end, where a later walk stops"));
+    }
+  }
+  return verdict;
+}
+
+RequestCheck MultiEntryTypeHashTable::checkPlacementAt(const HashEntryKey& key, EntryId eId) const {
+  if (RequestCheck missing = missingPart(); !missing.passes()) return missing;
+  const HashEntryType type = key.entryType();
+
+  // The EntryIdHelper's bank walk: the first bank and bucket whose range holds eId.
+  bool found = false;
+  U32 matchBank = 0;
+  U32 matchBucket = 0;
+  U32 base = 0;
+  for (U32 i = 0; i < numBanks() && !found; ++i) {
+    const MultiEntryTypeBank& b = *bankFind(i);
+    if (i > 0) {
+      const MultiEntryTypeBank& previous = *bankFind(i - 1);
+      base += previous.numBuckets() * previous.bucketSize();
+    }
+    if (!b.selectsBuckets()) return RequestCheck::stopsNow("0", bankText(i) + "'s hash function hashLsb selects no bucket");
+    if (narrower(type, b)) return RequestCheck::stopsNow(narrowerThanBase, narrowerReason(type, i, b));
+    const U32 h = b.groupStart(b.bucketIdOf(key.crc16(), key.crc32(), false, 0), type);
+    const U32* count = b.numBucketsToCheckFind(type);
+    if (count == nullptr || *count == 0) continue;
+    for (U32 k = 0; k < *count; ++k) {
+      const U32* width = b.entrySizeFind(type);
+      if (width == nullptr || *width == 0) {
+        return RequestCheck::stopsNow("width", bankText(i) + " has no entry width for " + stringValue(type));
+      }
+      const U32 start = (h + k) * b.bucketSize() + base;
+      const U32 end = start + b.bucketSize() / *width;
+      if (start <= eId.value() && eId.value() <= end) {
+        found = true;
+        matchBank = i;
+        matchBucket = h + k;
+        break;
+      }
+    }
+  }
+  if (!found) {
+    return RequestCheck::stopsNow("entryIdHelper()->checkEntryIdValidity( key, eId )",
+                                  "id " + idText(eId) + " is not in one of the key's candidate buckets");
+  }
+
+  // setEntryState: the position that the id names, which neither another key nor the key
+  // itself may hold, and whose slots must be free.
+  const MultiEntryTypeBank& b = *bankFind(matchBank);
+  const U32 slot = eId.value() & (b.bucketSize() - 1);
+  const U32 pos = (matchBank << 24) | ((matchBucket << 4) & 0xFFFFF0) | (slot & 0xF);
+  if (posToKeyHas(pos)) {
+    const HashEntryKey holder = posToKey(pos);
+    return RequestCheck::stopsNow("!hashTable()->posToKeyHas( pos )",
+                                  holder == key ? "the key already stands at id " + idText(eId) +
+                                                      "'s position; delete its request before asking for an id"
+                                                : "id " + idText(eId) + "'s position holds key " + keyText(holder));
+  }
+  if (keyToPosHas(key)) {
+    return RequestCheck::stopsNow("!hashTable()->keyToPosHas( key )",
+                                  "the key already stands at id " + idText(hashEntryStatus()->status(key)) +
+                                      "; delete its request before asking for another id");
+  }
+  if (narrowerSigned(type, b)) return RequestCheck::stopsNow(narrowerThanBaseSigned, narrowerReason(type, matchBank, b));
+  if (!b.slotsFree(type, matchBucket, slot)) {
+    return RequestCheck::stopsNow("\"!( bktState & mask )\" == nullptr",
+                                  "the slots of id " + idText(eId) + " overlap another entry");
+  }
+  const HashEntryKey* held = hashTableEntryFind(eId);
+  const bool heldByAnother = held != nullptr && !isEmptyMarker(*held) && !(*held == key);
+  if (heldByAnother && !sameHashes(*held, key)) {
+    return RequestCheck::stopsNow("false", "id " + idText(eId) + " is recorded for key " + keyText(*held));
+  }
+
+  RequestCheck verdict = RequestCheck::accepted("the key is placed at id " + idText(eId));
+  const U32 width = b.entrySize(type);
+  if (width > 1 && slot % width != 0) {
+    verdict.worsen(RequestCheck::stopsLater(walkFindsNoStart, "id " + idText(eId) + " names slot " +
+                                                                  std::to_string(slot) + ", where no entry " +
+                                                                  std::to_string(width) +
+                                                                  " slots wide may start: a later walk of the bucket "
+                                                                  "reaches a slot where no entry starts"));
+  }
+  if (width > 1 && b.phyBankId() == 0 && matchBucket == 0 && slot == 0) {
+    verdict.worsen(RequestCheck::stopsLater(walkFindsNoStart, "id " + idText(eId) +
+                                                                  " names the first slot of physical bank 0, where a "
+                                                                  "later walk of the bucket starts one slot in, "
+                                                                  "inside this entry"));
+  }
+  if (const EntryId standsAt = entryIdHelper_->entryIdOfPosition(pos); standsAt != eId) {
+    verdict.worsen(RequestCheck::hazardous("the key is published at id " + idText(eId) + " but stands at id " +
+                                           idText(standsAt) + "'s position: another key may be published at id " +
+                                           idText(eId)));
+  }
+  if (matchBucket >= b.numBuckets()) {
+    verdict.worsen(RequestCheck::hazardous("id " + idText(eId) + " lies past the end of " + bankText(matchBank) +
+                                           ": its position is bucket " + std::to_string(matchBucket) +
+                                           " of that bank, whose ids are the next bank's"));
+  }
+  if (heldByAnother) {
+    verdict.worsen(RequestCheck::hazardous("id " + idText(eId) + " is recorded for key " + keyText(*held) +
+                                           ", which has the same crc16 and crc32: that record is replaced"));
+  }
+  verdict.worsen(keyGeometry(key));
+  return verdict;
+}
+
+RequestCheck MultiEntryTypeHashTable::checkPlacement(const HashEntryKey& key) const {
+  if (RequestCheck missing = missingPart(); !missing.passes()) return missing;
+  const HashEntryType type = key.entryType();
+
+  // findEmptyPosition, as the reaction's first call makes it.
+  RequestCheck verdict;
+  bool found = false;
+  for (U32 i = 0; i < numBanks() && !found; ++i) {
+    if (i == noBankToAvoid) continue;
+    const MultiEntryTypeBank& b = *bankFind(i);
+    if (!debugEnabled_ && !b.selectsBuckets()) {
+      return RequestCheck::stopsNow("0", bankText(i) + "'s hash function hashLsb selects no bucket");
+    }
+    if (narrower(type, b)) return RequestCheck::stopsNow(narrowerThanBase, narrowerReason(type, i, b));
+    const U32 bucketId = b.groupStart(b.bucketIdOf(key.crc16(), key.crc32(), debugEnabled_, 0), type);
+    if (narrowerSigned(type, b)) return RequestCheck::stopsNow(narrowerThanBaseSigned, narrowerReason(type, i, b));
+    const MultiEntryTypeBank::SpaceSearch space = b.findSpace(type, bucketId);
+    if (!space.found) continue;
+    found = true;
+    const U32 pos = (i << 24) | ((space.bucket << 4) & 0xFFFFF0) | (space.slot & 0xF);
+    const std::string where = "id " + idText(entryIdHelper_->entryIdOfPosition(pos));
+    verdict = RequestCheck::accepted(keyToPosHas(key) ? "the key moves to " + where : "the key is placed at " + where);
+  }
+  if (!found) {
+    if (maxRecursiveSteps() == 0 && keyToPosHas(key)) {
+      verdict = RequestCheck::hazardous("with no step budget the key's result becomes the invalid id while it keeps "
+                                        "its slots at id " +
+                                        idText(hashEntryStatus()->status(key)) + ": the chip still holds it");
+    } else {
+      verdict = RequestCheck::accepted("no free place: occupants are moved to make room, or the key gets no room");
+    }
+  }
+  verdict.worsen(keyGeometry(key));
+  return verdict;
+}
+
+RequestCheck MultiEntryTypeHashTable::checkRemoval(const HashEntryKey& key) const {
+  const EntryId id = hashEntryStatus()->status(key);
+  if (!id.isValid()) return RequestCheck::accepted("the key has no place: only its result is removed");
+  if (!keyToPosHas(key)) {
+    return RequestCheck::hazardous("the key's result names id " + idText(id) +
+                                   " but the table holds no position for it: the removal clears position 0, "
+                                   "whichever key starts there");
+  }
+  if (bankFind(positionBank(keyToPos(key))) == nullptr) {
+    return RequestCheck::stopsNow("b", bankText(positionBank(keyToPos(key))) + ", where the key stands, is missing");
+  }
+  return RequestCheck::accepted("the key's slots are freed and its result removed");
+}
+
+Ptr<MultiHashTableBase> MultiEntryTypeHashTable::scratchCopy(Ptr<const HashEntryConfig> config,
+                                                             Ptr<HashEntryStatus> status) const {
+  Ptr<MultiEntryTypeHashTable> copy = multiEntryTypeHashTableFactory(
+      numBanks(), numBuckets(), numBucketEntries(), std::move(config), std::move(status), maxRecursiveSteps());
+  copy->debugEnabledIs(debugEnabled_);
+  for (const auto& member : bank_) {
+    const MultiEntryTypeBank& b = *member.value;
+    Ptr<MultiEntryTypeBank> twin =
+        copy->bankIs(b.baseEntryType(), member.key, b.numBuckets(), b.bucketSize(), b.hashFunc(), b.hashOffSet(),
+                     b.hashBits(), b.hashMask(), b.phyBankId(), b.doubleEntryTwoBucketMode());
+    // The geometry rows are attributes a client may change after creation: copy them as they are.
+    twin->bucketShiftDelAll();
+    twin->entrySizeDelAll();
+    twin->entryMaskDelAll();
+    twin->numBucketsToCheckDelAll();
+    for (const auto& row : b.bucketShiftCollection()) twin->bucketShiftIs(row.key, row.value);
+    for (const auto& row : b.entrySizeCollection()) twin->entrySizeIs(row.key, row.value);
+    for (const auto& row : b.entryMaskCollection()) twin->entryMaskIs(row.key, row.value);
+    for (const auto& row : b.numBucketsToCheckCollection()) twin->numBucketsToCheckIs(row.key, row.value);
+    for (const auto& state : b.bucketCollection()) twin->bucketIs(state.key, state.value);
+    for (const auto& locked : b.lockedBucketsCollection()) twin->lockedBucketsIs(locked.key);
+  }
+  for (const auto& record : posToKey_) copy->posToKeyIs(record.key, record.value);
+  for (const auto& record : keyToPos_) copy->keyToPosIs(record.key, record.value);
+  for (const auto& record : hashTableEntryCollection()) copy->hashTableEntryIs(record.key, record.value);
+  copy->numInsertionsInc(numInsertions());
+  copy->numDeletionsInc(numDeletions());
+  copy->numMovesInc(numMoves());
+  copy->entryIdHelperIs(entryIdHelperFactory(copy));
+  return copy;
+}
+
+}  // namespace TesselCentral
