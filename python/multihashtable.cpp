@@ -13,7 +13,8 @@
 // "no room" in a result). Entities are held by the library's own counted pointers, so a
 // Python object and the C++ side share one entity. Requests that the library's rules
 // forbid (an id that is not one of the key's candidates, removing a key no table saw)
-// stop the process with the library's assertion report, as they do in C++.
+// stop the process with the library's assertion report, as they do in C++; a table's
+// requestProblem(key, id) and removalProblem(key) tell so before the write.
 #include <pybind11/operators.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
@@ -258,6 +259,24 @@ PYBIND11_MODULE(multihashtable, m) {
       .def_property_readonly("phyBankId", &MultiEntryTypeBank::phyBankId)
       .def_property_readonly("doubleEntryTwoBucketMode", &MultiEntryTypeBank::doubleEntryTwoBucketMode);
 
+  py::enum_<RequestOutcome>(m, "RequestOutcome")
+      .value("unchanged", RequestOutcome::unchanged)
+      .value("noReaction", RequestOutcome::noReaction)
+      .value("accepted", RequestOutcome::accepted)
+      .value("hazardous", RequestOutcome::hazardous)
+      .value("stopsLater", RequestOutcome::stopsLater)
+      .value("stopsNow", RequestOutcome::stopsNow);
+  py::class_<RequestCheck>(m, "RequestCheck", "What a write would do, told before the client makes it")
+      .def_property_readonly("outcome", &RequestCheck::outcome)
+      .def_property_readonly("condition", &RequestCheck::condition)
+      .def_property_readonly("reason", &RequestCheck::reason)
+      .def_property_readonly("fatal", &RequestCheck::fatal)
+      .def_property_readonly("hazard", &RequestCheck::hazard)
+      .def_property_readonly("passes", &RequestCheck::passes)
+      .def("problem", &RequestCheck::problem)
+      .def("__str__", &RequestCheck::text)
+      .def("__repr__", [](const RequestCheck& c) { return "<RequestCheck " + c.text() + ">"; });
+
   py::class_<MultiHashTableBase, Fwk::Ptr<MultiHashTableBase>>(m, "MultiHashTableBase")
       .def_property_readonly("numBanks", &MultiHashTableBase::numBanks)
       .def_property_readonly("numBuckets", &MultiHashTableBase::numBuckets)
@@ -276,7 +295,23 @@ PYBIND11_MODULE(multihashtable, m) {
           },
           "Which key occupies each used EntryId, as a dict {id: HashEntryKey}")
       .def("audit", &MultiHashTableBase::audit,
-           "Checks the table's invariants; one line per violation, an empty list when consistent");
+           "Checks the table's invariants; one line per violation, an empty list when consistent")
+      .def(
+          "requestCheck",
+          [](const MultiHashTableBase& t, const HashEntryKey& key, std::optional<U32> id) {
+            return t.requestCheck(key, entryIdOf(id));
+          },
+          py::arg("key"), py::arg("id") = py::none(), "What configIs(key, id) would do, told before the write")
+      .def(
+          "requestProblem",
+          [](const MultiHashTableBase& t, const HashEntryKey& key, std::optional<U32> id) {
+            return t.requestProblem(key, entryIdOf(id));
+          },
+          py::arg("key"), py::arg("id") = py::none(),
+          "The request check's problem in one line; empty when configIs(key, id) is safe to make")
+      .def("removalCheck", &MultiHashTableBase::removalCheck, py::arg("key"), "What configDel(key) would do")
+      .def("removalProblem", &MultiHashTableBase::removalProblem, py::arg("key"),
+           "The removal check's problem in one line; empty when configDel(key) is safe to make");
 
   py::class_<MultiHashTable, MultiHashTableBase, Fwk::Ptr<MultiHashTable>>(m, "MultiHashTable",
                                                                            "The single-width table")

@@ -61,6 +61,22 @@ class SingleWidthTest(unittest.TestCase):
         self.assertEqual(table.numDeletions, 1)
         self.assertEqual(table.audit(), [])
 
+    def test_request_check_before_the_write(self):
+        config, status, table = single_width_table(steps=3)
+        self.assertEqual(table.requestProblem(A), "")
+        self.assertEqual(table.requestProblem(A, 5), "")
+        self.assertNotEqual(table.requestProblem(A, 3), "", "3 is not one of a's candidates")
+        check = table.requestCheck(A, 3)
+        self.assertEqual(check.outcome, mh.RequestOutcome.stopsNow)
+        self.assertTrue(check.fatal)
+        self.assertFalse(check.passes)
+        self.assertIn("checkEntryIdValidity", check.condition)
+        self.assertEqual(table.removalCheck(A).outcome, mh.RequestOutcome.unchanged, "a has no request yet")
+        config.configIs(A)
+        self.assertEqual(table.removalProblem(A), "")
+        self.assertEqual(table.removalCheck(A).outcome, mh.RequestOutcome.accepted)
+        self.assertEqual(status.status(A), 2)
+
     def test_keys(self):
         self.assertEqual(A, mh.HashEntryKey(1, 2, 0, T.singleWide))
         self.assertEqual(hash(A), hash(mh.HashEntryKey(1, 2)))
