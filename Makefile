@@ -41,3 +41,14 @@ soak: setup
 	@cmake --preset release >/dev/null
 	@cmake --build --preset release --target mht_soak
 	@./build/release/bench/mht_soak $(SOAK_ARGS)
+
+# Debian packages: `make packages` builds the release preset, makes the .deb files in
+# build/release/packages with CPack and checks them with lintian (docs/packaging.md).
+.PHONY: packages
+packages: setup
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release
+	@rm -f build/release/packages/*.deb
+	@cd build/release && cpack -G DEB
+	@lintian --fail-on error,warning --suppress-tags-from-file packaging/lintian-accepted build/release/packages/*.deb
+	@echo "packages: lintian found nothing beyond packaging/lintian-accepted"

@@ -4,7 +4,9 @@ set -euo pipefail
 
 packages=(cmake ninja-build g++ make libgtest-dev libgmock-dev libbenchmark-dev
           zlib1g-dev libboost-dev libcli11-dev nlohmann-json3-dev libedit-dev
-          clang libclang-rt-14-dev)
+          clang libclang-rt-14-dev
+          pkg-config dpkg-dev fakeroot file lintian help2man bash-completion
+          python3-dev python3-pybind11 python3-matplotlib)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

@@ -10,6 +10,7 @@
 #include "Report.h"
 #include "Shell.h"
 #include "Simulation.h"
+#include "Version.h"
 
 namespace {
 
@@ -80,6 +81,9 @@ WidthMix parseMix(const std::string& text) {
 int main(int argc, char** argv) {
   CLI::App app{"mht: simulate, replay and explore the hash-table placement library"};
   app.require_subcommand(1);
+  app.set_version_flag("--version", std::string("mht ") + libraryVersion + "\nlibrary MultiHashTable " + libraryVersion +
+                                        "\ncommit " + sourceCommit,
+                       "print the version of the tool and its library and the commit it was built from");
 
   // simulate
   auto* sim = app.add_subcommand("simulate", "fill a table through its requests until a key finds no room, then churn");

@@ -1,0 +1,98 @@
+# Makes the Debian packages of a build, unpacks them into a scratch root (nothing is
+# installed on the system), and uses them there: the client project with find_package,
+# the client compiled with pkg-config's flags, and the packaged mht. Lintian checks the
+# packages first: no error, and no warning beyond the accepted ones.
+#   cmake -DBUILD_DIR=<build> -DSOURCE_DIR=<tests/package> -DWORK_DIR=<scratch>
+#         -DCPACK=<cpack> -DCXX=<compiler> -DPKG_CONFIG=<pkg-config>
+#         -DLINTIAN=<lintian> -DLINTIAN_ACCEPTED=<packaging/lintian-accepted> -P RunDebPackageTest.cmake
+file(REMOVE_RECURSE "${WORK_DIR}")
+set(root "${WORK_DIR}/root")
+
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "failed (${rc}): ${ARGN}")
+  endif()
+endfunction()
+
+function(deb_field deb field var)
+  execute_process(COMMAND dpkg-deb -f "${deb}" ${field} OUTPUT_VARIABLE value OUTPUT_STRIP_TRAILING_WHITESPACE
+    RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "dpkg-deb -f ${deb} ${field} failed (${rc})")
+  endif()
+  set(${var} "${value}" PARENT_SCOPE)
+endfunction()
+
+function(expect_match what value regex)
+  if(NOT value MATCHES "${regex}")
+    message(FATAL_ERROR "${what}: '${value}' does not match '${regex}'")
+  endif()
+endfunction()
+
+run(${CPACK} -G DEB --config "${BUILD_DIR}/CPackConfig.cmake" -B "${WORK_DIR}/packages")
+file(GLOB debs "${WORK_DIR}/packages/*.deb")
+list(LENGTH debs count)
+if(NOT count EQUAL 3)
+  message(FATAL_ERROR "expected 3 packages, got: ${debs}")
+endif()
+
+run(${LINTIAN} --fail-on error,warning --suppress-tags-from-file "${LINTIAN_ACCEPTED}" ${debs})
+
+# The dependencies between the packages, and on the system's libraries.
+foreach(deb IN LISTS debs)
+  deb_field("${deb}" Package package)
+  deb_field("${deb}" Version version)
+  deb_field("${deb}" Depends depends)
+  message(STATUS "${package} ${version}: Depends: ${depends}")
+  if(package MATCHES "^libmultihashtable[0-9]+$")
+    set(runtime "${package}")
+    expect_match("${package} Depends" "${depends}" "libstdc\\+\\+6")
+  elseif(package STREQUAL "libmultihashtable-dev")
+    set(dev_depends "${depends}")
+    set(dev_version "${version}")
+  elseif(package STREQUAL "multihashtable-tools")
+    set(tools_depends "${depends}")
+    expect_match("${package} Depends" "${depends}" "libedit2")
+  else()
+    message(FATAL_ERROR "unexpected package ${package} in ${deb}")
+  endif()
+  run(dpkg-deb -x "${deb}" "${root}")
+endforeach()
+string(REPLACE "+" "\\+" runtime_re "${runtime}")
+expect_match("libmultihashtable-dev Depends" "${dev_depends}" "${runtime_re} \\(= ${dev_version}\\)")
+expect_match("multihashtable-tools Depends" "${tools_depends}" "${runtime_re}")
+
+set(libdir "${root}/usr/lib")
+if(NOT EXISTS "${libdir}/pkgconfig/multihashtable.pc")
+  file(GLOB_RECURSE pcfile "${root}/usr/lib/*/multihashtable.pc")
+  get_filename_component(pcdir "${pcfile}" DIRECTORY)
+  get_filename_component(libdir "${pcdir}" DIRECTORY)
+endif()
+set(ldpath "LD_LIBRARY_PATH=${libdir}")
+
+# find_package through CMAKE_PREFIX_PATH.
+run(${CMAKE_COMMAND} -S "${SOURCE_DIR}" -B "${WORK_DIR}/client" -G Ninja "-DCMAKE_PREFIX_PATH=${root}/usr")
+run(${CMAKE_COMMAND} --build "${WORK_DIR}/client")
+run(${CMAKE_COMMAND} -E env "${ldpath}" "${WORK_DIR}/client/client")
+
+# pkg-config through PKG_CONFIG_PATH.
+include("${CMAKE_CURRENT_LIST_DIR}/PkgConfigClient.cmake")
+mht_build_client_with_pkg_config("${libdir}/pkgconfig" "${SOURCE_DIR}/client.cpp" "${WORK_DIR}/pkg-config-client")
+run(${CMAKE_COMMAND} -E env "${ldpath}" "${WORK_DIR}/pkg-config-client")
+
+# The packaged tool.
+execute_process(COMMAND ${CMAKE_COMMAND} -E env "${ldpath}" "${root}/usr/bin/mht" --version
+  OUTPUT_VARIABLE version RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "mht --version failed (${rc})")
+endif()
+message(STATUS "mht --version: ${version}")
+expect_match("mht --version" "${version}" "^mht ${dev_version}\nlibrary MultiHashTable ${dev_version}\ncommit ")
+
+# The tool's man page and bash completion.
+foreach(file share/man/man1/mht.1.gz share/bash-completion/completions/mht)
+  if(NOT EXISTS "${root}/usr/${file}")
+    message(FATAL_ERROR "multihashtable-tools lacks /usr/${file}")
+  endif()
+endforeach()
