@@ -32,6 +32,10 @@ using namespace TesselCentral;
 using mht::fuzz::FuzzInput;
 
 constexpr std::size_t maxRequests = 400;
+// Above this step budget a failed search for room in a full table costs thousands of moves
+// tried, so an input gets fewer requests.
+constexpr U32 deepSteps = 5;
+constexpr std::size_t maxDeepRequests = 100;
 // A full resync places every request again, each with a search whose cost grows as a power
 // of the step budget: a few per input keep an input within the fuzzer's time limit.
 constexpr int maxResyncs = 3;
@@ -191,7 +195,8 @@ public:
   const std::vector<std::string>& script() const noexcept { return log_; }
 
   void run(FuzzInput& in) {
-    for (std::size_t n = 0; n < maxRequests && !in.atEnd(); ++n) {
+    const std::size_t requests = g_.steps > deepSteps ? maxDeepRequests : maxRequests;
+    for (std::size_t n = 0; n < requests && !in.atEnd(); ++n) {
       switch (in.byte() % 16) {
         case 0: case 1: case 2: case 3: case 4: case 5:
           placeNew(in, false);
