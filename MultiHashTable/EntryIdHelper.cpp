@@ -48,7 +48,7 @@ HashEntryKey EntryIdHelper::getHashEntryKey(EntryId id) {
 
 U32 EntryIdHelper::getLogicalBankId(EntryId id) {
   MHT_TRACE(2, "getLogicalBankId" << ", entryId: " << id);
-  return entryIdToPos(id) >> 24;
+  return positionBank(entryIdToPos(id));
 }
 
 U32 EntryIdHelper::getPhysicalBankId(EntryId id) {
@@ -61,12 +61,12 @@ U32 EntryIdHelper::getHwPosition(EntryId id) {
   MHT_TRACE(2, "getHwPosition" << ", entryId: " << id);
   const U32 pos = entryIdToPos(id);
   const U32 phyBankId = getPhysicalBankId(id);
-  return (phyBankId << 24) | (pos & 0xFFFFFF);
+  return positionInBank(pos, phyBankId);
 }
 
 U32 EntryIdHelper::getBucketId(EntryId id) {
   MHT_TRACE(2, "getBucketId" << ", entryId: " << id);
-  return (entryIdToPos(id) >> 4) & 0xFFFFF;
+  return positionBucket(entryIdToPos(id));
 }
 
 U64 EntryIdHelper::getBucketState(EntryId id) {
@@ -76,23 +76,22 @@ U64 EntryIdHelper::getBucketState(EntryId id) {
   return bankAt(b).bucket(bucket);
 }
 
+namespace {
+// The ids of a bank: one per slot.
+U32 slotsOf(const MultiEntryTypeBank& b) noexcept { return b.numBuckets() * b.bucketSize(); }
+}  // namespace
+
 EntryId EntryIdHelper::entryIdOfPosition(U32 pos) const {
-  const U32 slot = pos & 0xF;
-  const U32 bucket = (pos >> 4) & 0xFFFFF;
-  const U32 bank = (pos >> 24) & 0xFF;
   U32 base = 0;
-  for (U32 j = 0; j < bank; ++j) {
-    const MultiEntryTypeBank& b = bankAt(j);
-    base += b.numBuckets() * b.bucketSize();
-  }
+  for (U32 j = 0; j < positionBank(pos); ++j) base += slotsOf(bankAt(j));
   // The bucket term counts the table's slots per bucket, the base each bank's own.
-  return EntryId(base + slot + bucket * hashTable_->numBucketEntries());
+  return EntryId(base + positionSlot(pos) + positionBucket(pos) * hashTable_->numBucketEntries());
 }
 
 EntryId EntryIdHelper::posToEntryId(U32 pos) {
-  const U32 slot = pos & 0xF;
-  const U32 bucket = (pos >> 4) & 0xFFFFF;
-  const U32 bank = (pos >> 24) & 0xFF;
+  const U32 slot = positionSlot(pos);
+  const U32 bucket = positionBucket(pos);
+  const U32 bank = positionBank(pos);
   const U32 value = entryIdOfPosition(pos).value();
   MHT_TRACE(2, "posToEntryId" << " Bank " << bank << ", Bucket " << bucket << ", Slot " << slot << ", EntryId "
                               << value);
@@ -104,10 +103,7 @@ bool EntryIdHelper::findCandidateBucket(const HashEntryKey& key, EntryId eId, Ma
   U32 base = 0;
   for (U32 i = 0; i < hashTable_->numBanks(); ++i) {
     MultiEntryTypeBank& b = bankAt(i);
-    if (i > 0) {
-      const MultiEntryTypeBank& previous = bankAt(i - 1);
-      base += previous.numBuckets() * previous.bucketSize();
-    }
+    if (i > 0) base += slotsOf(bankAt(i - 1));
     const U32 h = b.calcBucketId(key.crc16(), key.crc32(), type, false, 0);
     const U32* count = b.numBucketsToCheckFind(type);
     if (count == nullptr || *count == 0) continue;
@@ -139,7 +135,7 @@ U32 EntryIdHelper::candidatePosition(const HashEntryKey& key, EntryId eId) {
   Match match{};
   if (!findCandidateBucket(key, eId, match)) return INVALID_POSITION;
   const U32 slot = eId.value() & (bankAt(match.bank).bucketSize() - 1);
-  return (match.bank << 24) | ((match.bucket << 4) & 0xFFFFF0) | (slot & 0xF);
+  return packPosition(match.bank, match.bucket, slot);
 }
 
 U32 EntryIdHelper::setEntryState(const HashEntryKey& key, EntryId eId) {
@@ -149,7 +145,7 @@ U32 EntryIdHelper::setEntryState(const HashEntryKey& key, EntryId eId) {
   // The slot comes from the id's low bits, so the id one past a bucket's range names
   // slot 0 of that same bucket (bucket sizes are powers of two).
   const U32 slot = eId.value() & (b.bucketSize() - 1);
-  const U32 pos = (match.bank << 24) | ((match.bucket << 4) & 0xFFFFF0) | (slot & 0xF);
+  const U32 pos = packPosition(match.bank, match.bucket, slot);
   MHT_ASSERT_TEXT(!hashTable_->posToKeyHas(pos), "!hashTable()->posToKeyHas( pos )");
   MHT_ASSERT_TEXT(!hashTable_->keyToPosHas(key), "!hashTable()->keyToPosHas( key )");
   hashTable_->posToKeyIs(pos, key);

@@ -27,14 +27,6 @@ constexpr U32 numBucketsToCheckSeed = 0xC4EC6006u;
 constexpr U32 maxDenseBuckets = U32{1} << 22;
 constexpr std::size_t denseEntryTypes = 16;
 
-// The occupancy bits of a bucket state live in its low 32 bits; the search looks at
-// nothing else.
-constexpr U32 occupancyOf(U64 state) noexcept { return static_cast<U32>(state); }
-
-// Bit position of the type nibble of a slot; the state word is built in 32 bits, so the
-// count wraps like a 32-bit shift.
-constexpr U32 nibbleShift(U32 slotId, U32 i) noexcept { return (16 + 4 * slotId + 4 * i) & 31; }
-
 }  // namespace
 
 MultiEntryTypeBank::MultiEntryTypeBank(HashEntryType baseEntryType, U32 bankId, U32 numBuckets, U32 bucketSize,
@@ -126,38 +118,33 @@ void MultiEntryTypeBank::updateBucketState(HashEntryType eType, U32 bucketId, U3
                                       << bucket(bucketId) << Fwk::dec << " slot: " << slotId << " add: " << add);
   MHT_ASSERT_TEXT(static_cast<int>(eType) >= static_cast<int>(baseEntryType()),
                   "( int )entryType >= ( int )baseEntryType()");
-  U64 bktState = bucket(bucketId);
+  const BucketState before(bucket(bucketId));
   const U32* typeMask = entryMaskFind(eType);
   const U32 mask = typeMask ? *typeMask << (slotId & 31) : 0;
   const U32* size = entrySizeFind(eType);
-  const U32 typeValue = static_cast<U32>(eType);
+  const U32 width = size ? *size : 0;
 
+  BucketState after;
   if (add) {
+    const U64 bktState = before.word();
     MHT_ASSERT_MSG(!(bktState & mask), "!( bktState & mask )",
                    "updateBucketState" << " bktState: 0x" << Fwk::hex << bktState << Fwk::dec << " mask 0x"
                                        << Fwk::hex << mask << Fwk::dec);
-    bktState |= mask;
     // Every slot that the entry covers carries its type.
-    for (U32 i = 0; size != nullptr && i < *size; ++i) {
-      bktState |= U64{typeValue << nibbleShift(slotId, i)};
-    }
-    MHT_ASSERT(bktState);
-    bucket_.is(bucketId, bktState);
+    after = before.with(eType, slotId, mask, width);
+    const U64 bktStateAfter = after.word();
+    MHT_ASSERT_TEXT(bktStateAfter, "bktState");
+    bucket_.is(bucketId, after.word());
   } else {
-    // The 32-bit complement widens without sign, which also clears the unused upper half.
-    bktState &= U64{static_cast<U32>(~mask)};
-    for (U32 i = 0; size != nullptr && i < *size; ++i) {
-      // Here the 32-bit complement widens with its sign: the upper half is kept as is.
-      const U32 keep = ~(U32{0xF} << nibbleShift(slotId, i));
-      bktState &= static_cast<U64>(static_cast<std::int64_t>(static_cast<std::int32_t>(keep)));
-    }
+    after = before.without(slotId, mask, width);
     // An empty bucket has no member, so the collection only holds buckets in use.
-    if (bktState == 0) {
+    if (after.empty()) {
       bucket_.del(bucketId);
     } else {
-      bucket_.is(bucketId, bktState);
+      bucket_.is(bucketId, after.word());
     }
   }
+  const U64 bktState = after.word();
   MHT_TRACE(2, "MultiEntryTypeBank::" << "updateBucketState" << " entryType: " << eType << " bucketId: " << bucketId
                                       << " bucketState: 0x" << Fwk::hex << bktState << Fwk::dec << " mask: 0x"
                                       << Fwk::hex << mask << Fwk::dec << " slot: " << slotId << " add: " << add);
@@ -166,7 +153,7 @@ void MultiEntryTypeBank::updateBucketState(HashEntryType eType, U32 bucketId, U3
 HashEntryType MultiEntryTypeBank::getEntryType(U32 bucketId, U32 slotId) const noexcept {
   const U64* state = bucketFind(bucketId);
   if (state == nullptr) return HashEntryType::empty;
-  return static_cast<HashEntryType>((*state >> ((4 * slotId + 16) & 63)) & 0xF);
+  return BucketState(*state).typeAt(slotId);
 }
 
 MultiEntryTypeBank::SpaceSearch MultiEntryTypeBank::findSpace(HashEntryType eType, U32 bucketId) const noexcept {
@@ -188,7 +175,7 @@ MultiEntryTypeBank::SpaceSearch MultiEntryTypeBank::findSpace(HashEntryType eTyp
       r.lastState = *state;
       // Runs are aligned to the entry's own size; only the occupancy bits decide.
       while (r.slot < bucketSize()) {
-        if ((r.mask & occupancyOf(r.lastState)) == 0) {
+        if ((r.mask & BucketState(r.lastState).occupancy()) == 0) {
           r.found = true;
           break;
         }
@@ -219,7 +206,7 @@ U32 MultiEntryTypeBank::checkBucketSpace(HashEntryType eType, U32 bucketId, bool
   U32 pos = INVALID_POSITION;
   if (r.found) {
     if (update) updateBucketState(eType, r.bucket, r.slot, true);
-    pos = (bankId() << 24) | ((r.bucket << 4) & 0xFFFFF0) | (r.slot & 0xF);
+    pos = packPosition(bankId(), r.bucket, r.slot);
   }
   MHT_TRACE(2, "MultiEntryTypeBank::" << "checkBucketSpace" << " bankId " << bankId() << " entryType: " << eType
                                       << " bucketId: " << r.bucket << " bucketState: 0x" << Fwk::hex << r.lastState

@@ -87,10 +87,7 @@ RequestCheck MultiEntryTypeHashTable::checkPlacementAt(const HashEntryKey& key, 
   U32 base = 0;
   for (U32 i = 0; i < numBanks() && !found; ++i) {
     const MultiEntryTypeBank& b = *bankFind(i);
-    if (i > 0) {
-      const MultiEntryTypeBank& previous = *bankFind(i - 1);
-      base += previous.numBuckets() * previous.bucketSize();
-    }
+    if (i > 0) base += bankFind(i - 1)->numBuckets() * bankFind(i - 1)->bucketSize();
     if (!b.selectsBuckets()) return RequestCheck::stopsNow("0", bankText(i) + "'s hash function hashLsb selects no bucket");
     if (narrower(type, b)) return RequestCheck::stopsNow(narrowerThanBase, narrowerReason(type, i, b));
     const U32 h = b.groupStart(b.bucketIdOf(key.crc16(), key.crc32(), false, 0), type);
@@ -120,7 +117,7 @@ RequestCheck MultiEntryTypeHashTable::checkPlacementAt(const HashEntryKey& key, 
   // itself may hold, and whose slots must be free.
   const MultiEntryTypeBank& b = *bankFind(matchBank);
   const U32 slot = eId.value() & (b.bucketSize() - 1);
-  const U32 pos = (matchBank << 24) | ((matchBucket << 4) & 0xFFFFF0) | (slot & 0xF);
+  const U32 pos = packPosition(matchBank, matchBucket, slot);
   if (posToKeyHas(pos)) {
     const HashEntryKey holder = posToKey(pos);
     return RequestCheck::stopsNow("!hashTable()->posToKeyHas( pos )",
@@ -196,7 +193,7 @@ RequestCheck MultiEntryTypeHashTable::checkPlacement(const HashEntryKey& key) co
     const MultiEntryTypeBank::SpaceSearch space = b.findSpace(type, bucketId);
     if (!space.found) continue;
     found = true;
-    const U32 pos = (i << 24) | ((space.bucket << 4) & 0xFFFFF0) | (space.slot & 0xF);
+    const U32 pos = packPosition(i, space.bucket, space.slot);
     const std::string where = "id " + idText(entryIdHelper_->entryIdOfPosition(pos));
     verdict = RequestCheck::accepted(keyToPosHas(key) ? "the key moves to " + where : "the key is placed at " + where);
   }

@@ -44,7 +44,9 @@
 #include <string_view>
 #include <vector>
 
+#include "BucketState.h"
 #include "MultiHashTableTypes.h"
+#include "Position.h"
 #include "RequestCheck.h"
 #include "fwk/Collection.h"
 #include "fwk/IndexedMap.h"
@@ -620,18 +622,6 @@ Ptr<MultiHashTable> multiHashTableFactory(U32 numBanks, U32 numBuckets, U32 numB
 
 // ---------------------------------------------------------------------------------------
 // Multi-width table
-
-// Packed positions of the multi-width table.
-inline constexpr U32 INVALID_POSITION = 0xFFFFFFFF;
-
-constexpr U32 packPosition(U32 bank, U32 bucket, U32 slot) noexcept {
-  return (bank << 24) | ((bucket << 4) & 0xFFFFF0) | (slot & 0xF);
-}
-constexpr U32 positionBank(U32 pos) noexcept { return pos >> 24; }
-constexpr U32 positionBucket(U32 pos) noexcept { return (pos >> 4) & 0xFFFFF; }
-constexpr U32 positionSlot(U32 pos) noexcept { return pos & 0xF; }
-
-static_assert(packPosition(3, 0xABCDE, 7) == 0x03ABCDE7);
 
 // Where a position is recorded in the table's array of positions: bank by bank, bucket by
 // bucket, slot by slot. A position outside the table's geometry has no place there and

@@ -70,9 +70,10 @@ std::vector<std::string> MultiEntryTypeHashTable::audit() const {
   }
 
   // Each placed key's slots carry its type; every used slot belongs to a placed key.
+  // The state that the placed keys make, bucket by bucket, built as the bank builds it.
   struct Expected {
-    U64 occupancy = 0;
-    U64 types = 0;
+    BucketState state;
+    bool operator==(const Expected&) const = default;
   };
   std::vector<Fwk::HashMap<U32, Expected>> expected;
   expected.reserve(numBanks());
@@ -86,24 +87,22 @@ std::vector<std::string> MultiEntryTypeHashTable::audit() const {
     }
     const U32 width = bank->entrySize(key.entryType());
     Expected& e = *expected[bankId].findOrInsert(positionBucket(pos)).first;
-    for (U32 s = positionSlot(pos); s < positionSlot(pos) + width && s < 4; ++s) {
-      e.occupancy |= U64{1} << s;
-      e.types |= U64{static_cast<U32>(key.entryType())} << (16 + 4 * s);
-    }
+    const U32 mask = bank->entryMask(key.entryType()) << (positionSlot(pos) & 31);
+    e.state = e.state.with(key.entryType(), positionSlot(pos), mask, width);
   }
   for (U32 b = 0; b < numBanks(); ++b) {
     const MultiEntryTypeBank* bank = bankCollection().get(b).ptr();
     if (bank == nullptr) continue;
     for (const auto& [bucket, state] : bank->bucketCollection()) {
       const Expected* e = expected[b].find(bucket);
-      const U64 want = e ? (e->occupancy | e->types) : 0;
+      const U64 want = e ? e->state.word() : 0;
       if (state != want) {
         v.add("bank ", b, " bucket ", bucket, ": state 0x", std::hex, state, " but its keys make 0x", want, std::dec);
       }
     }
     for (const auto& [bucket, e] : expected[b]) {
       if (!bank->bucketHas(bucket)) {
-        v.add("bank ", b, " bucket ", bucket, ": no state but its keys make 0x", std::hex, e.occupancy | e.types, std::dec);
+        v.add("bank ", b, " bucket ", bucket, ": no state but its keys make 0x", std::hex, e.state.word(), std::dec);
       }
     }
     if (bank->lockedBucketss() != 0) v.add("bank ", b, ": ", bank->lockedBucketss(), " buckets left locked");

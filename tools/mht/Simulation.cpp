@@ -170,9 +170,10 @@ private:
         for (const auto& [bucket, state] : bank->bucketCollection()) {
           if (bucket >= cells[bankId].size()) continue;
           BucketCell& c = cells[bankId][bucket];
-          c.slotsUsed = static_cast<U32>(std::popcount(state & 0xFFFF));
+          const BucketState words(state);
+          c.slotsUsed = static_cast<U32>(std::popcount(words.occupancy() & 0xFFFF));
           for (U32 s = 0; s < 4; ++s) {
-            const U32 width = static_cast<U32>((state >> (16 + 4 * s)) & 0xF);
+            const auto width = static_cast<U32>(words.typeAt(s));
             if (width) c.widthMask |= 1u << width;
           }
         }

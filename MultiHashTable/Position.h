@@ -1,0 +1,42 @@
+// Where an entry stands in a multi-width table: one word packing the bank, the bucket and
+// the first slot that the entry covers.
+//
+//   bits 31..24 bank | bits 23..4 bucket | bits 3..0 first slot        0xFFFFFFFF: nowhere
+//
+// A position is not an EntryId: the table's EntryIdHelper translates one into the other.
+// A hardware position has the same layout with the physical bank in the top byte.
+#pragma once
+
+#include "MultiHashTableTypes.h"
+
+namespace TesselCentral {
+
+inline constexpr U32 INVALID_POSITION = 0xFFFFFFFF;
+
+namespace position {
+inline constexpr U32 bankShift = 24;
+inline constexpr U32 bucketShift = 4;
+inline constexpr U32 bucketBits = 0xFFFFF;  // 20 bits of bucket
+inline constexpr U32 slotBits = 0xF;        // 4 bits of slot
+inline constexpr U32 belowBank = 0xFFFFFF;  // bucket and slot together
+}  // namespace position
+
+constexpr U32 packPosition(U32 bank, U32 bucket, U32 slot) noexcept {
+  return (bank << position::bankShift) | ((bucket << position::bucketShift) & (position::bucketBits << 4)) |
+         (slot & position::slotBits);
+}
+constexpr U32 positionBank(U32 pos) noexcept { return pos >> position::bankShift; }
+constexpr U32 positionBucket(U32 pos) noexcept { return (pos >> position::bucketShift) & position::bucketBits; }
+constexpr U32 positionSlot(U32 pos) noexcept { return pos & position::slotBits; }
+// The same bucket and slot under another bank id: the hardware position names the physical bank.
+constexpr U32 positionInBank(U32 pos, U32 bank) noexcept {
+  return (bank << position::bankShift) | (pos & position::belowBank);
+}
+
+static_assert(position::bankShift == position::bucketShift + 20, "the bucket field is 20 bits wide");
+static_assert(packPosition(3, 0xABCDE, 7) == 0x03ABCDE7);
+static_assert(positionBank(0x03ABCDE7) == 3 && positionBucket(0x03ABCDE7) == 0xABCDE && positionSlot(0x03ABCDE7) == 7);
+static_assert(packPosition(0, 0x1FFFFF, 0x1F) == 0x00FFFFFF, "bucket and slot keep their low bits only");
+static_assert(positionInBank(0x03ABCDE7, 6) == 0x06ABCDE7);
+
+}  // namespace TesselCentral
