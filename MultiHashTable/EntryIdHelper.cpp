@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "MultiHashTable.h"
+#include "internal/Diagnostics.h"
 #include "fwk/Assert.h"
 #include "fwk/Registry.h"
 #include "fwk/Trace.h"

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "MultiHashTable.h"
+#include "internal/Diagnostics.h"
 #include "fwk/Assert.h"
 #include "fwk/Trace.h"
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "MultiHashTable.h"
+#include "internal/Diagnostics.h"
 #include "fwk/Assert.h"
 #include "fwk/Error.h"
 #include "fwk/Registry.h"

@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "MultiHashTable.h"
+#include "internal/Diagnostics.h"
 #include "fwk/Assert.h"
 #include "fwk/Trace.h"
 

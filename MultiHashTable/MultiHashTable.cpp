@@ -1,6 +1,7 @@
 // Requests and results, the table base with its config reaction, banks, and the
 // single-width table.
 #include "MultiHashTable.h"
+#include "internal/Diagnostics.h"
 
 #include <algorithm>
 #include <string>

@@ -2,6 +2,7 @@
 // tables say what a placement or a removal would do (checkPlacementAt, checkPlacement,
 // checkRemoval); the base applies the config reaction's decision table around them.
 #include "RequestCheck.h"
+#include "internal/Diagnostics.h"
 
 #include <ostream>
 #include <sstream>

@@ -18,8 +18,9 @@ install(TARGETS framework MultiHashTable
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 install(DIRECTORY framework/fwk DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev FILES_MATCHING PATTERN "*.h")
+# The library's own trace and assertion statements (internal/) stay out of the package.
 install(DIRECTORY MultiHashTable/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/MultiHashTable COMPONENT dev
-  FILES_MATCHING PATTERN "*.h")
+  FILES_MATCHING PATTERN "*.h" PATTERN "internal" EXCLUDE)
 
 set(MHT_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/MultiHashTable)
 install(EXPORT MultiHashTableTargets NAMESPACE MultiHashTable:: DESTINATION ${MHT_CMAKE_DIR} COMPONENT dev)

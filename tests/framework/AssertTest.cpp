@@ -1,4 +1,5 @@
 #include "fwk/Assert.h"
+#include "internal/Diagnostics.h"
 
 #include <gtest/gtest.h>
 

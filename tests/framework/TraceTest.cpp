@@ -1,4 +1,5 @@
 #include "fwk/Trace.h"
+#include "internal/Diagnostics.h"
 
 #include <gtest/gtest.h>
 

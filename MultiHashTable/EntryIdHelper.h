@@ -1,0 +1,62 @@
+// EntryIdHelper: the multi-width table's translator between positions and EntryIds, the
+// questions a client asks about an id, and the rule for a requested id.
+#pragma once
+
+#include "MultiEntryTypeHashTable.h"
+#include "fwk/Entity.h"
+
+namespace TesselCentral {
+
+// Entry id translation for the multi-width table
+//
+// EntryId = base(bank) + bucket * table.numBucketEntries + slot, where base(bank) is the
+// number of slots (numBuckets * bucketSize) of all lower logical banks. The hardware
+// position of an id is its position with the logical bank replaced by the physical one.
+
+class EntryIdHelper : public Fwk::Entity {
+public:
+  explicit EntryIdHelper(Ptr<MultiEntryTypeHashTable> hashTable);
+  static Ptr<EntryIdHelper> EntryIdHelperIs(Ptr<MultiEntryTypeHashTable> hashTable);
+
+  const Ptr<MultiEntryTypeHashTable>& hashTable() const noexcept { return hashTable_; }
+
+  // The position of the key that holds the id; 0 (not INVALID_POSITION) when no key does.
+  virtual U32 entryIdToPos(EntryId id);
+  // The position with the physical bank id in bits 31..24.
+  virtual U32 getHwPosition(EntryId id);
+  HashEntryKey getHashEntryKey(EntryId id);
+  U32 getLogicalBankId(EntryId id);
+  U32 getPhysicalBankId(EntryId id);
+  U32 getBucketId(EntryId id);
+  U64 getBucketState(EntryId id);
+  // Pure arithmetic: any position translates, occupied or not.
+  EntryId posToEntryId(U32 pos);
+  // posToEntryId without its trace; every bank below the position's must exist.
+  EntryId entryIdOfPosition(U32 pos) const;
+
+  // Whether eId lies in one of the key's candidate buckets in some bank (both bounds of a
+  // bucket's range inclusive).
+  bool checkEntryIdValidity(const HashEntryKey& key, EntryId eId);
+  // Occupies the position that eId stands for: maps and bucket state; returns the
+  // position, or INVALID_POSITION when eId fits nowhere.
+  U32 setEntryState(const HashEntryKey& key, EntryId eId);
+  // The position that setEntryState would occupy for eId, changing nothing;
+  // INVALID_POSITION when eId fits nowhere.
+  U32 candidatePosition(const HashEntryKey& key, EntryId eId);
+
+  const Fwk::TypeInfo* fwkType() const noexcept override;
+
+private:
+  struct Match {
+    U32 bank;
+    U32 bucket;
+  };
+  bool findCandidateBucket(const HashEntryKey& key, EntryId eId, Match& match);
+  MultiEntryTypeBank& bankAt(U32 bankId) const;
+
+  const Ptr<MultiEntryTypeHashTable> hashTable_;
+};
+
+Ptr<EntryIdHelper> entryIdHelperFactory(Ptr<MultiEntryTypeHashTable> hashTable);
+
+}  // namespace TesselCentral

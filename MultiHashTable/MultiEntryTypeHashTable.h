@@ -1,0 +1,178 @@
+// MultiEntryTypeHashTable: the multi-width table. Entries take one, two or four aligned
+// slots; inside the table an entry is addressed by a packed position (Position.h), which
+// its EntryIdHelper translates to the client's EntryIds.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "MultiEntryTypeBank.h"
+#include "Position.h"
+#include "TableBase.h"
+#include "fwk/Collection.h"
+#include "fwk/IndexedMap.h"
+
+namespace TesselCentral {
+
+class EntryIdHelper;
+
+// Multi-width table
+
+// Where a position is recorded in the table's array of positions: bank by bank, bucket by
+// bucket, slot by slot. A position outside the table's geometry has no place there and
+// goes to the hash map beside it.
+struct PositionIndex {
+  U32 numBanks = 0;
+  U32 numBuckets = 0;
+  U32 numBucketEntries = 0;
+
+  std::uint64_t operator()(U32 pos) const noexcept {
+    const U32 bank = positionBank(pos);
+    const U32 bucket = positionBucket(pos);
+    const U32 slot = positionSlot(pos);
+    if (bank >= numBanks || bucket >= numBuckets || slot >= numBucketEntries) return ~std::uint64_t{0};
+    return (std::uint64_t{bank} * numBuckets + bucket) * numBucketEntries + slot;
+  }
+  U32 key(std::uint64_t index) const noexcept {
+    const auto slot = static_cast<U32>(index % numBucketEntries);
+    const std::uint64_t bucketOfTable = index / numBucketEntries;
+    return packPosition(static_cast<U32>(bucketOfTable / numBuckets), static_cast<U32>(bucketOfTable % numBuckets), slot);
+  }
+};
+
+class MultiEntryTypeHashTable : public MultiHashTableBase {
+public:
+  using KeyByPosition = Fwk::IndexedMap<U32, HashEntryKey, PositionIndex>;
+  using PositionByKey = Fwk::HashMap<HashEntryKey, U32>;
+  using BankById = Fwk::HashMap<U32, Ptr<MultiEntryTypeBank>>;
+
+  static Ptr<MultiEntryTypeHashTable> MultiEntryTypeHashTableIs(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
+                                                                Ptr<const HashEntryConfig> hashEntryConfig,
+                                                                Ptr<HashEntryStatus> hashEntryStatus,
+                                                                U32 maxRecursiveSteps);
+
+  // Which key starts at a position, and where a key stands: always inverse to each other.
+  HashEntryKey posToKey(U32 pos) const noexcept { return posToKey_.get(pos); }
+  bool posToKeyHas(U32 pos) const noexcept { return posToKey_.has(pos); }
+  void posToKeyIs(U32 pos, const HashEntryKey& key) { posToKey_.is(pos, key); }
+  HashEntryKey posToKeyDel(U32 pos) { return posToKey_.del(pos); }
+  void posToKeyDelAll() { posToKey_.delAll(); }
+  const KeyByPosition& posToKeyCollection() const noexcept { return posToKey_; }
+  U32 keyToPos(const HashEntryKey& key) const noexcept { return keyToPos_.get(key); }
+  bool keyToPosHas(const HashEntryKey& key) const noexcept { return keyToPos_.has(key); }
+  void keyToPosIs(const HashEntryKey& key, U32 pos) { keyToPos_.is(key, pos); }
+  U32 keyToPosDel(const HashEntryKey& key) { return keyToPos_.del(key); }
+  void keyToPosDelAll() { keyToPos_.delAll(); }
+  const PositionByKey& keyToPosCollection() const noexcept { return keyToPos_; }
+
+  // Create-or-get by bankId, as MultiHashTable::bankIs, with the MultiEntryTypeBank's
+  // ten arguments.
+  Ptr<MultiEntryTypeBank> bankIs(HashEntryType baseEntryType, U32 bankId, U32 numBuckets, U32 bucketSize,
+                                 HashFunc hashFunc, U32 hashOffSet, U32 hashBits, U32 hashMask, U32 phyBankId,
+                                 bool doubleEntryTwoBucketMode);
+  Ptr<MultiEntryTypeBank> bankDel(U32 bankId);
+  void bankDelAll();
+  Ptr<MultiEntryTypeBank> bank(U32 bankId) const noexcept { return bank_.get(bankId); }
+  // The bank with a logical id, or null, without taking a reference.
+  MultiEntryTypeBank* bankFind(U32 bankId) const noexcept {
+    if (bankId < bankIndex_.size()) return bankIndex_[bankId];
+    const Ptr<MultiEntryTypeBank>* found = bank_.find(bankId);
+    return found ? found->ptr() : nullptr;
+  }
+  const BankById& bankCollection() const noexcept { return bank_; }
+
+  bool debugEnabled() const noexcept { return debugEnabled_; }
+  void debugEnabledIs(bool debugEnabled) noexcept { debugEnabled_ = debugEnabled; }
+  bool initialized() const noexcept { return initialized_; }
+  void initializedIs(bool initialized) noexcept { initialized_ = initialized; }
+
+  // The translator between positions and EntryIds. The table and its helper hold each
+  // other: before dropping its last pointer to the table, a client calls
+  // entryIdHelperIs(nullptr) to break the cycle.
+  const Ptr<EntryIdHelper>& entryIdHelper() const noexcept { return entryIdHelper_; }
+  void entryIdHelperIs(Ptr<EntryIdHelper> helper);
+
+  void hasNotificationActiveIs(bool active) override;
+
+  // The first free position for the key in its buckets, banks in ascending order, skipping
+  // origBank and banks whose candidate buckets are locked; reserved in the bucket state.
+  U32 findEmptyPosition(const HashEntryKey& key, U32 origBank, U32 step);
+
+  // Places the key, evicting occupants recursively when its buckets are full. Returns the
+  // key's position, or INVALID_POSITION.
+  U32 insertEntry(const HashEntryKey& key, U32 origBankId, U32 recursionStep) override;
+  void insertEntryWithId(const HashEntryKey& key, EntryId eId) override;
+  void removeEntry(const HashEntryKey& key) override;
+  // Asserts that no bucket of any bank is left locked.
+  void checkSanity() override;
+  // keyToPos and posToKey inverse, bucket states equal to the placed keys' widths and
+  // types, status and hashTableEntry agreeing with the positions, no bucket locked,
+  // insertions less deletions equal to the placed keys.
+  std::vector<std::string> audit() const override;
+
+  // Commits a placement (move false: a new key) or a move to every collection and the status.
+  void doAddOrMoveEntry(const HashEntryKey& key, U32 newPos, bool move);
+
+  void scratchRelease() override { entryIdHelperIs(nullptr); }
+
+protected:
+  RequestCheck checkPlacementAt(const HashEntryKey& key, EntryId id) const override;
+  RequestCheck checkPlacement(const HashEntryKey& key) const override;
+  RequestCheck checkRemoval(const HashEntryKey& key) const override;
+  Ptr<MultiHashTableBase> scratchCopy(Ptr<const HashEntryConfig> config, Ptr<HashEntryStatus> status) const override;
+
+public:
+  void handleInitialized();
+
+  const Fwk::TypeInfo* fwkType() const noexcept override;
+
+  ~MultiEntryTypeHashTable() override;
+
+private:
+  MultiEntryTypeHashTable(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
+                          Ptr<const HashEntryConfig> hashEntryConfig, Ptr<HashEntryStatus> hashEntryStatus,
+                          U32 maxRecursiveSteps);
+
+  MultiEntryTypeBank& bankAt(U32 bankId) const;
+  // The translator, which must be set before anything is placed.
+  EntryIdHelper& helper() const;
+
+  // The steps of making room for a key that found no free place: in one bank, its group of
+  // buckets locked; in one bucket, slot by slot; one victim at least as wide as the key; the
+  // run of narrower victims that the key's slots cover. Each says whether room was made at
+  // freePos.
+  struct Eviction {
+    const HashEntryKey& key;
+    U32 recursionStep;
+    U32 step;              // maxRecursiveSteps - recursionStep: calcBucketId's last argument
+    const char* function;  // insertEntry's signature, which the steps' assertions report
+  };
+  bool makeRoomInBank(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32& freePos);
+  bool makeRoomInBucket(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 entrySize, U32& freePos);
+  bool evictOne(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 s, U32 entrySize, U32 freePos);
+  bool evictRun(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 s, U32 entrySize, U32 freePos);
+
+  // The check's view of the banks and the helper, and of the key's width against every bank.
+  RequestCheck missingPart() const;
+  RequestCheck keyGeometry(const HashEntryKey& key) const;
+
+  KeyByPosition posToKey_;
+  PositionByKey keyToPos_;
+  BankById bank_;
+  // The banks whose ids fit a position's 8 bank bits, by id: the searches' fast path. The
+  // bank collection holds the references.
+  std::array<MultiEntryTypeBank*, 256> bankIndex_{};
+  bool debugEnabled_ = false;
+  Ptr<EntryIdHelper> entryIdHelper_;
+  bool initialized_ = false;
+};
+
+Ptr<MultiEntryTypeHashTable> multiEntryTypeHashTableFactory(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
+                                                            Ptr<const HashEntryConfig> hashEntryConfig,
+                                                            Ptr<HashEntryStatus> hashEntryStatus,
+                                                            U32 maxRecursiveSteps);
+
+}  // namespace TesselCentral
+
+// The table holds its translator: a client of the table gets the whole of it.
+#include "EntryIdHelper.h"  // IWYU pragma: export

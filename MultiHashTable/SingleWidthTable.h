@@ -1,0 +1,128 @@
+// MultiHashTable: the single-width table. Every entry takes one slot; an EntryId is
+// computed from bank, bucket and slot in one of two layouts.
+#pragma once
+
+#include <array>
+#include <vector>
+
+#include "Bank.h"
+#include "TableBase.h"
+#include "fwk/Collection.h"
+
+namespace TesselCentral {
+
+// Single-width table
+
+class MultiHashTable : public MultiHashTableBase {
+public:
+  using BankById = Fwk::HashMap<U32, Ptr<Bank>>;
+
+  // Creates the table and subscribes it to the requests.
+  static Ptr<MultiHashTable> MultiHashTableIs(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
+                                              Ptr<const HashEntryConfig> hashEntryConfig,
+                                              Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps,
+                                              bool bucketSpanBanks);
+
+  bool bucketSpanBanks() const noexcept { return bucketSpanBanks_; }
+  bool initialized() const noexcept { return initialized_; }
+  void initializedIs(bool initialized) noexcept { initialized_ = initialized; }
+
+  // Create-or-get by bankId: an existing bank is returned when every argument matches it,
+  // otherwise Fwk::ReinstantiationError names the first differing attribute.
+  Ptr<Bank> bankIs(HashEntryType baseEntryType, U32 bankId, U32 numBuckets, U32 bucketSize, HashFunc hashFunc,
+                   U32 hashOffSet, U32 hashBits, U32 hashMask);
+  Ptr<Bank> bankDel(U32 bankId);
+  void bankDelAll();
+  Ptr<Bank> bank(U32 bankId) const noexcept { return bank_.get(bankId); }
+  // The bank with an id, or null, without taking a reference.
+  Bank* bankFind(U32 bankId) const noexcept {
+    if (bankId < bankIndex_.size()) return bankIndex_[bankId];
+    const Ptr<Bank>* found = bank_.find(bankId);
+    return found ? found->ptr() : nullptr;
+  }
+  const BankById& bankCollection() const noexcept { return bank_; }
+
+  // The EntryId of a slot, in the layout that bucketSpanBanks chooses.
+  EntryId calcEntryId(U32 bankId, U32 bucketId, SlotId slot) const;
+  // calcEntryId without its trace.
+  EntryId entryIdOf(U32 bankId, U32 bucketId, SlotId slot) const noexcept {
+    return EntryId(bucketSpanBanks_ ? (bucketId * numBanks() + bankId) * numBucketEntries() + slot.value()
+                                    : (bankId * numBuckets() + bucketId) * numBucketEntries() + slot.value());
+  }
+
+  void hasNotificationActiveIs(bool active) override;
+
+  // Places the key in a free candidate slot, else makes room by moving occupants
+  // (bank 0 <-> bank 1) up to recursionStep deep. Always returns 0; the outcome is in
+  // the status.
+  U32 insertEntry(const HashEntryKey& key, U32 origBankId, U32 recursionStep) override;
+  // Whether eId is one of the key's candidate slots, free or not.
+  bool checkEntryIdValidity(const HashEntryKey& key, EntryId eId) override;
+  // Places the key at the requested id, which must be one of its candidates and free (or
+  // held by a key with the same crc16 and crc32). The key's previous position is kept.
+  void insertEntryWithId(const HashEntryKey& key, EntryId eId) override;
+  // Frees the position that the key's status names and removes the status.
+  void removeEntry(const HashEntryKey& key) override;
+
+  // Moves the key at eId into its bucket in targetBank, making room there recursively
+  // with up to stepsRemaining moves; true when eId is free afterwards.
+  bool rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining, HashEntryType entryType);
+
+  // Every valid status names an id recorded for the key (or a key with the same hashes),
+  // every id is below the capacity, and the counters cover the recorded ids.
+  std::vector<std::string> audit() const override;
+
+protected:
+  RequestCheck checkPlacementAt(const HashEntryKey& key, EntryId id) const override;
+  RequestCheck checkPlacement(const HashEntryKey& key) const override;
+  RequestCheck checkRemoval(const HashEntryKey& key) const override;
+  Ptr<MultiHashTableBase> scratchCopy(Ptr<const HashEntryConfig> config, Ptr<HashEntryStatus> status) const override;
+
+public:
+  void handleInitialized();
+
+  const Fwk::TypeInfo* fwkType() const noexcept override;
+
+  ~MultiHashTable() override;
+
+private:
+  MultiHashTable(U32 numBanks, U32 numBuckets, U32 numBucketEntries, Ptr<const HashEntryConfig> hashEntryConfig,
+                 Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps, bool bucketSpanBanks);
+
+  Bank& bankAt(U32 bankId) const noexcept;
+  U32 bucketOf(const HashEntryKey& key, U32 bankId) const;
+
+  // The entries whose keys the running rehashEntry calls of one placement are moving,
+  // outermost first. A link lasts as long as its call.
+  class ChainLink {
+  public:
+    ChainLink(std::vector<EntryId>& chain, EntryId eId) : chain_(chain) { chain_.push_back(eId); }
+    ~ChainLink() { chain_.pop_back(); }
+    ChainLink(const ChainLink&) = delete;
+    ChainLink& operator=(const ChainLink&) = delete;
+
+  private:
+    std::vector<EntryId>& chain_;
+  };
+  // Whether a call further up the chain than the newest one is moving the key at eId.
+  bool isMovingFurtherUp(EntryId eId) const noexcept;
+
+  // The check's view of the banks: a missing bank, or one whose hash function selects no
+  // bucket, and where the key's buckets lie against the table's geometry.
+  RequestCheck missingBank() const;
+  RequestCheck keyGeometry(const HashEntryKey& key) const;
+
+  const bool bucketSpanBanks_;
+  std::vector<EntryId> rehashChain_;
+  BankById bank_;
+  // The first banks by id, the placement loops' fast path; the collection holds the references.
+  std::array<Bank*, 256> bankIndex_{};
+  bool initialized_ = false;
+};
+
+Ptr<MultiHashTable> multiHashTableFactory(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
+                                          Ptr<const HashEntryConfig> hashEntryConfig,
+                                          Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps,
+                                          bool bucketSpanBanks);
+
+}  // namespace TesselCentral

@@ -1,0 +1,171 @@
+// MultiHashTableBase: the abstract table. Its geometry, the requests and results, the
+// record of which key occupies each EntryId, the counters, and the config reaction that
+// turns every changed request into a placement, a removal or nothing.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "MultiHashTableTypes.h"
+#include "RequestCheck.h"
+#include "RequestsAndResults.h"
+#include "fwk/IndexedMap.h"
+
+namespace TesselCentral {
+
+// The most ids (or positions) that a table records in an array; the ids of a larger
+// table above it go to a hash map. A chip's table is filled, so an array as large as the
+// table costs less than a hash map of the same ids once the table is about three quarters
+// full, and it is allocated by the first placement, not by the table's creation.
+inline constexpr U32 maxDenseTableSlots = U32{1} << 22;
+
+// Table base and the config reaction
+
+class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
+public:
+  // Ids below the table's capacity index an array; the rare id beyond it (a bank whose
+  // mask reaches past the table's buckets) lives in a hash map beside it.
+  using KeyByEntryId = Fwk::IndexedMap<EntryId, HashEntryKey>;
+
+  // The origBankId of every placement that a request starts: no bank to avoid.
+  static constexpr U32 noBankToAvoid = 128;
+
+  static Ptr<MultiHashTableBase> MultiHashTableBaseIs(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
+                                                      Ptr<const HashEntryConfig> hashEntryConfig,
+                                                      Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps);
+
+  U32 numBanks() const noexcept { return numBanks_; }
+  U32 numBuckets() const noexcept { return numBuckets_; }
+  U32 numBucketEntries() const noexcept { return numBucketEntries_; }
+  const Ptr<const HashEntryConfig>& hashEntryConfig() const noexcept { return hashEntryConfig_; }
+  const Ptr<HashEntryStatus>& hashEntryStatus() const noexcept { return hashEntryStatus_; }
+  U32 maxRecursiveSteps() const noexcept { return maxRecursiveSteps_; }
+  SlotId fapId() const noexcept { return fapId_; }
+  void fapIdIs(SlotId fapId) noexcept { fapId_ = fapId; }
+
+  U32 numInsertions() const noexcept { return numInsertions_; }
+  U32 numDeletions() const noexcept { return numDeletions_; }
+  U32 numMoves() const noexcept { return numMoves_; }
+  U32 numInsertionsInc(U32 n) noexcept { return numInsertions_ += n; }
+  U32 numDeletionsInc(U32 n) noexcept { return numDeletions_ += n; }
+  U32 numMovesInc(U32 n) noexcept { return numMoves_ += n; }
+
+  // Which key occupies each used EntryId. Changing it publishes nothing.
+  HashEntryKey hashTableEntry(EntryId eId) const noexcept {
+    const HashEntryKey* key = hashTableEntry_.find(eId);
+    return key ? *key : HashEntryKey();
+  }
+  const HashEntryKey* hashTableEntryFind(EntryId eId) const noexcept { return hashTableEntry_.find(eId); }
+  bool hashTableEntryHas(EntryId eId) const noexcept { return hashTableEntry_.has(eId); }
+  void hashTableEntryIs(EntryId eId, const HashEntryKey& key) { hashTableEntry_.is(eId, key); }
+  // Frees the id; false when no key held it.
+  bool hashTableEntryDel(EntryId eId) { return hashTableEntry_.erase(eId); }
+  void hashTableEntryDelAll() { hashTableEntry_.delAll(); }
+  const KeyByEntryId& hashTableEntryCollection() const noexcept { return hashTableEntry_; }
+
+  // numBanks * numBuckets * numBucketEntries, wrapping in 32 bits.
+  U32 tableCapacity() const noexcept { return numBanks_ * numBuckets_ * numBucketEntries_; }
+
+  // Subscribes to (true) or unsubscribes from (false) the requests.
+  virtual void hasNotificationActiveIs(bool active);
+
+  // The subscriber callback: reacts to changes of the config collection (attribute 130)
+  // unless the table is being destroyed. An exception escaping the reaction terminates.
+  void hashEntryConfigDispatch(const Fwk::Notification& n) noexcept;
+  // The reaction to one changed request.
+  void handleHashUpdate(const HashEntryKey& key);
+  // Full resync: reacts to every current request; never removes anything.
+  void handleHashUpdate();
+
+  // Placement, implemented by the derived tables; the base's versions assert.
+  virtual U32 insertEntry(const HashEntryKey& key, U32 origBankId, U32 recursionStep);
+  virtual bool checkEntryIdValidity(const HashEntryKey& key, EntryId eId);
+  virtual void insertEntryWithId(const HashEntryKey& key, EntryId eId);
+  virtual void removeEntry(const HashEntryKey& key);
+  virtual void checkSanity();
+
+  // Checks every invariant that the table keeps between operations; one line of text per
+  // violation, none when the table is consistent. Reads only.
+  virtual std::vector<std::string> audit() const;
+
+  // What configIs(key, id) on the table's requests would do, told before the write:
+  // nothing, the placement, a fatal assertion now or in a later request, or a published id
+  // that another key may be published at. Changes nothing and traces nothing; costs about
+  // what the first pass of a placement costs.
+  RequestCheck requestCheck(const HashEntryKey& key, EntryId id) const;
+  // The request check's problem in one line; empty when the write is safe to make.
+  std::string requestProblem(const HashEntryKey& key, EntryId id) const { return requestCheck(key, id).problem(); }
+  // What configDel(key) would do.
+  RequestCheck removalCheck(const HashEntryKey& key) const;
+  std::string removalProblem(const HashEntryKey& key) const { return removalCheck(key).problem(); }
+  // Whether the full resync, handleHashUpdate(), would stop the agent. It runs the resync
+  // on a scratch copy of the table, so it costs a copy of the table and the resync itself.
+  RequestCheck resyncCheck() const;
+  std::string resyncProblem() const { return resyncCheck().problem(); }
+
+  // Brings the results in line with the requests without ever stopping the agent: a key
+  // whose result is not what its request asks gets what the request's reaction would do,
+  // when the request check passes; a key that a move took away from its requested id stays
+  // where it stands; a result whose request is gone is removed. Every key it leaves as it
+  // stands is in the report with the reason, and traced at level 2.
+  ReconcileReport reconcile();
+
+  // What the reaction to a request R for the key would do, the request being written.
+  RequestCheck reactionCheck(const HashEntryKey& key, EntryId requested) const;
+
+  // Drops what a scratch copy of a table holds of itself, before the copy is dropped.
+  virtual void scratchRelease() {}
+
+  const Fwk::TypeInfo* fwkType() const noexcept override;
+
+protected:
+  // How many ids or positions the table records in arrays: all its slots, up to
+  // maxDenseTableSlots.
+  std::size_t denseSlotCount() const noexcept {
+    return static_cast<std::size_t>(
+        std::min(std::uint64_t{numBanks_} * numBuckets_ * numBucketEntries_, std::uint64_t{maxDenseTableSlots}));
+  }
+
+  MultiHashTableBase(U32 numBanks, U32 numBuckets, U32 numBucketEntries, Ptr<const HashEntryConfig> hashEntryConfig,
+                     Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps);
+  ~MultiHashTableBase() override;
+
+  // The first step of every table's destruction: no notification reaches it afterwards.
+  void retireReactors();
+
+  // Whether the table reacts to its requests now.
+  bool listening() const noexcept;
+
+  // The derived tables' parts of the checks: what insertEntryWithId(key, id), insertEntry
+  // of the key and removeEntry(key) would do, in that table's terms.
+  virtual RequestCheck checkPlacementAt(const HashEntryKey& key, EntryId id) const;
+  virtual RequestCheck checkPlacement(const HashEntryKey& key) const;
+  virtual RequestCheck checkRemoval(const HashEntryKey& key) const;
+  // A table of the same kind and geometry, with the same banks, records and results, that
+  // reacts to `config`: the ground for a dry run.
+  virtual Ptr<MultiHashTableBase> scratchCopy(Ptr<const HashEntryConfig> config, Ptr<HashEntryStatus> status) const;
+
+private:
+  void onNotification(const Fwk::Notification& n) override { hashEntryConfigDispatch(n); }
+  bool subscribed() const noexcept;
+
+  const U32 numBanks_;
+  const U32 numBuckets_;
+  const U32 numBucketEntries_;
+  Ptr<const HashEntryConfig> hashEntryConfig_;
+  Ptr<HashEntryStatus> hashEntryStatus_;
+  const U32 maxRecursiveSteps_;
+  SlotId fapId_{127};
+  U32 numInsertions_ = 0;
+  U32 numDeletions_ = 0;
+  U32 numMoves_ = 0;
+  KeyByEntryId hashTableEntry_;
+};
+
+Ptr<MultiHashTableBase> multiHashTableBaseFactory(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
+                                                  Ptr<const HashEntryConfig> hashEntryConfig,
+                                                  Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps);
+
+}  // namespace TesselCentral
