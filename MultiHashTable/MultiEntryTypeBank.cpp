@@ -88,7 +88,7 @@ void MultiEntryTypeBank::handleInitialized() {
       break;
     case HashEntryType::empty:
     default:
-      MHT_ASSERT(0 && "BaseEntryType should be non empty");
+      MHT_ASSERT_TEXT(false, "0 && \"BaseEntryType should be non empty\"");
       break;
   }
 }

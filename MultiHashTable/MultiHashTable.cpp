@@ -154,7 +154,7 @@ void MultiHashTableBase::handleHashUpdate(const HashEntryKey& key) {
   MHT_TRACE(1, "MultiHashTableBase::" << "handleHashUpdate" << " key: " << key);
   const EntryId* requested = hashEntryConfig_->configFind(key);
   if (requested == nullptr) {
-    MHT_ASSERT(hashEntryStatus()->statusHas( key ));
+    MHT_ASSERT_TEXT(hashEntryStatus()->statusHas(key), "hashEntryStatus()->statusHas( key )");
     removeEntry(key);
     return;
   }
@@ -177,20 +177,20 @@ void MultiHashTableBase::handleHashUpdate() {
 }
 
 U32 MultiHashTableBase::insertEntry(const HashEntryKey&, U32, U32) {
-  MHT_ASSERT(0 && "Derived class needs to implement this");
+  MHT_ASSERT_TEXT(false, "0 && \"Derived class needs to implement this\"");
   return 0;
 }
 
 bool MultiHashTableBase::checkEntryIdValidity(const HashEntryKey&, EntryId) {
-  MHT_ASSERT(0 && "Derived class needs to implement this");
+  MHT_ASSERT_TEXT(false, "0 && \"Derived class needs to implement this\"");
   return false;
 }
 
 void MultiHashTableBase::insertEntryWithId(const HashEntryKey&, EntryId) {
-  MHT_ASSERT(0 && "Derived class needs to implement this");
+  MHT_ASSERT_TEXT(false, "0 && \"Derived class needs to implement this\"");
 }
 
-void MultiHashTableBase::removeEntry(const HashEntryKey&) { MHT_ASSERT(0 && "Derived class needs to implement this"); }
+void MultiHashTableBase::removeEntry(const HashEntryKey&) { MHT_ASSERT_TEXT(false, "0 && \"Derived class needs to implement this\""); }
 
 void MultiHashTableBase::checkSanity() { MHT_TRACE(1, "virtual void TesselCentral::MultiHashTableBase::checkSanity()"); }
 
@@ -270,7 +270,7 @@ U32 Bank::hashedBucketId(U16 crc16, U32 crc32) const noexcept {
 
 U32 Bank::calcBucketId(U16 crc16, U32 crc32, HashEntryType, bool debugEnabled, U32 debugCrcInc) {
   if (debugEnabled) return debugBucketId(debugCrcInc);
-  if (hashFunc_ == HashFunc::hashLsb) MHT_ASSERT(0);
+  if (hashFunc_ == HashFunc::hashLsb) MHT_ASSERT_TEXT(false, "0");
   const U32 bucketId = hashedBucketId(crc16, crc32);
   MHT_TRACE(2, "Bank::" << "calcBucketId" << " bucketId: " << bucketId);
   return bucketId;
@@ -409,7 +409,7 @@ U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep)
       for (U32 s = 0; s < numBucketEntries(); ++s) {
         const EntryId eId = calcEntryId(b, bucket, SlotId(static_cast<U8>(s)));
         if (!rehashEntry(eId, b == 0 ? 1 : 0, recursionStep, key.entryType())) continue;
-        MHT_ASSERT(! hashTableEntryHas( eId ));
+        MHT_ASSERT_TEXT(!hashTableEntryHas(eId), "! hashTableEntryHas( eId )");
         chosen = eId;
         found = true;
         break;
@@ -494,10 +494,10 @@ bool MultiHashTable::checkEntryIdValidity(const HashEntryKey& key, EntryId eId) 
 
 void MultiHashTable::insertEntryWithId(const HashEntryKey& key, EntryId eId) {
   MHT_TRACE(2, "insertEntryWithId" << " Insert key: " << key << " eId: " << eId);
-  MHT_ASSERT(checkEntryIdValidity( key, eId ));
+  MHT_ASSERT_TEXT(checkEntryIdValidity(key, eId), "checkEntryIdValidity( key, eId )");
   // A position held by another key is never taken over by a request.
   if (const HashEntryKey* held = hashTableEntryFind(eId); held != nullptr && !isEmptyMarker(*held)) {
-    if (!sameHashes(*held, key)) MHT_ASSERT(false);
+    if (!sameHashes(*held, key)) MHT_ASSERT_TEXT(false, "false");
   }
   hashTableEntryIs(eId, key);
   numInsertionsInc(1);
