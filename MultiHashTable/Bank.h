@@ -14,7 +14,7 @@ using Fwk::Ptr;
 
 // One bank: its geometry and how a key's crc16 and crc32 select a bucket.
 class Bank : public Fwk::Entity {
-public:
+ public:
   Bank(HashEntryType baseEntryType, U32 bankId, U32 numBuckets, U32 bucketSize, HashFunc hashFunc, U32 hashOffSet,
        U32 hashBits, U32 hashMask);
   static Ptr<Bank> BankIs(HashEntryType baseEntryType, U32 bankId, U32 numBuckets, U32 bucketSize, HashFunc hashFunc,
@@ -49,11 +49,11 @@ public:
 
   const Fwk::TypeInfo* fwkType() const noexcept override;
 
-protected:
+ protected:
   U32 debugBucketId(U32 debugCrcInc) const noexcept;
   U32 hashedBucketId(U16 crc16, U32 crc32) const noexcept;
 
-private:
+ private:
   const HashEntryType baseEntryType_;
   const U32 bankId_;
   const U32 numBuckets_;

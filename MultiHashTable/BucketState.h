@@ -14,7 +14,7 @@
 namespace TesselCentral {
 
 class BucketState {
-public:
+ public:
   constexpr BucketState() noexcept = default;
   constexpr explicit BucketState(U64 word) noexcept : word_(word) {}
 
@@ -51,7 +51,7 @@ public:
   // The bit at which the type nibble of slot + i starts, wrapping like a 32-bit shift.
   static constexpr U32 nibbleShift(U32 slot, U32 i) noexcept { return (16 + 4 * slot + 4 * i) & 31; }
 
-private:
+ private:
   U64 word_ = 0;
 };
 

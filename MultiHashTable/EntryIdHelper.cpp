@@ -9,10 +9,10 @@
 #include <utility>
 
 #include "MultiHashTable.h"
-#include "internal/Diagnostics.h"
 #include "fwk/Assert.h"
 #include "fwk/Registry.h"
 #include "fwk/Trace.h"
+#include "internal/Diagnostics.h"
 
 namespace TesselCentral {
 
@@ -35,7 +35,8 @@ MultiEntryTypeBank& EntryIdHelper::bankAt(U32 bankId) const {
 }
 
 U32 EntryIdHelper::entryIdToPos(EntryId id) {
-  MHT_TRACE(2, "entryIdToPos" << ", entryId: " << id);
+  MHT_TRACE(2, "entryIdToPos"
+                   << ", entryId: " << id);
   // An id that no key holds reads as the missing-entry key, whose position reads as 0:
   // callers must know that the id is in use.
   const HashEntryKey key = hashTable_->hashTableEntry(id);
@@ -43,35 +44,41 @@ U32 EntryIdHelper::entryIdToPos(EntryId id) {
 }
 
 HashEntryKey EntryIdHelper::getHashEntryKey(EntryId id) {
-  MHT_TRACE(2, "getHashEntryKey" << ", entryId: " << id);
+  MHT_TRACE(2, "getHashEntryKey"
+                   << ", entryId: " << id);
   return hashTable_->hashTableEntry(id);
 }
 
 U32 EntryIdHelper::getLogicalBankId(EntryId id) {
-  MHT_TRACE(2, "getLogicalBankId" << ", entryId: " << id);
+  MHT_TRACE(2, "getLogicalBankId"
+                   << ", entryId: " << id);
   return positionBank(entryIdToPos(id));
 }
 
 U32 EntryIdHelper::getPhysicalBankId(EntryId id) {
-  MHT_TRACE(2, "getPhysicalBankId" << ", entryId: " << id);
+  MHT_TRACE(2, "getPhysicalBankId"
+                   << ", entryId: " << id);
   const U32 b = getLogicalBankId(id);
   return bankAt(b).phyBankId();
 }
 
 U32 EntryIdHelper::getHwPosition(EntryId id) {
-  MHT_TRACE(2, "getHwPosition" << ", entryId: " << id);
+  MHT_TRACE(2, "getHwPosition"
+                   << ", entryId: " << id);
   const U32 pos = entryIdToPos(id);
   const U32 phyBankId = getPhysicalBankId(id);
   return positionInBank(pos, phyBankId);
 }
 
 U32 EntryIdHelper::getBucketId(EntryId id) {
-  MHT_TRACE(2, "getBucketId" << ", entryId: " << id);
+  MHT_TRACE(2, "getBucketId"
+                   << ", entryId: " << id);
   return positionBucket(entryIdToPos(id));
 }
 
 U64 EntryIdHelper::getBucketState(EntryId id) {
-  MHT_TRACE(2, "getBucketState" << ", entryId: " << id);
+  MHT_TRACE(2, "getBucketState"
+                   << ", entryId: " << id);
   const U32 bucket = getBucketId(id);
   const U32 b = getLogicalBankId(id);
   return bankAt(b).bucket(bucket);
@@ -94,8 +101,8 @@ EntryId EntryIdHelper::posToEntryId(U32 pos) {
   const U32 bucket = positionBucket(pos);
   const U32 bank = positionBank(pos);
   const U32 value = entryIdOfPosition(pos).value();
-  MHT_TRACE(2, "posToEntryId" << " Bank " << bank << ", Bucket " << bucket << ", Slot " << slot << ", EntryId "
-                              << value);
+  MHT_TRACE(2, "posToEntryId"
+                   << " Bank " << bank << ", Bucket " << bucket << ", Slot " << slot << ", EntryId " << value);
   return EntryId(value);
 }
 

@@ -14,7 +14,7 @@ namespace TesselCentral {
 // position of an id is its position with the logical bank replaced by the physical one.
 
 class EntryIdHelper : public Fwk::Entity {
-public:
+ public:
   explicit EntryIdHelper(Ptr<MultiEntryTypeHashTable> hashTable);
   static Ptr<EntryIdHelper> EntryIdHelperIs(Ptr<MultiEntryTypeHashTable> hashTable);
 
@@ -46,7 +46,7 @@ public:
 
   const Fwk::TypeInfo* fwkType() const noexcept override;
 
-private:
+ private:
   struct Match {
     U32 bank;
     U32 bucket;

@@ -5,9 +5,9 @@
 #include <algorithm>
 
 #include "MultiHashTable.h"
-#include "internal/Diagnostics.h"
 #include "fwk/Assert.h"
 #include "fwk/Trace.h"
+#include "internal/Diagnostics.h"
 
 namespace TesselCentral {
 
@@ -109,14 +109,18 @@ U32 MultiEntryTypeBank::calcBucketId(U16 crc16, U32 crc32, HashEntryType entryTy
   MHT_ASSERT_TEXT(static_cast<U32>(entryType) >= static_cast<U32>(baseEntryType()),
                   "( U32 )entryType >= ( U32 )baseEntryType()");
   const U32 bucketId = groupStart(raw, entryType);
-  MHT_TRACE(2, "MultiEntryTypeBank::" << "calcBucketId" << " bankId: " << bankId() << " bucketId: " << bucketId);
+  MHT_TRACE(2, "MultiEntryTypeBank::"
+                   << "calcBucketId"
+                   << " bankId: " << bankId() << " bucketId: " << bucketId);
   return bucketId;
 }
 
 void MultiEntryTypeBank::updateBucketState(HashEntryType eType, U32 bucketId, U32 slotId, bool add) {
-  MHT_TRACE(2, "MultiEntryTypeBank::" << "updateBucketState" << " bankId " << bankId() << " entryType: " << eType
-                                      << " bucketId: " << bucketId << " bucketState: 0x" << Fwk::hex
-                                      << bucket(bucketId) << Fwk::dec << " slot: " << slotId << " add: " << add);
+  MHT_TRACE(2, "MultiEntryTypeBank::"
+                   << "updateBucketState"
+                   << " bankId " << bankId() << " entryType: " << eType << " bucketId: " << bucketId
+                   << " bucketState: 0x" << Fwk::hex << bucket(bucketId) << Fwk::dec << " slot: " << slotId
+                   << " add: " << add);
   MHT_ASSERT_TEXT(static_cast<int>(eType) >= static_cast<int>(baseEntryType()),
                   "( int )entryType >= ( int )baseEntryType()");
   const BucketState before(bucket(bucketId));
@@ -129,8 +133,9 @@ void MultiEntryTypeBank::updateBucketState(HashEntryType eType, U32 bucketId, U3
   if (add) {
     const U64 bktState = before.word();
     MHT_ASSERT_MSG(!(bktState & mask), "!( bktState & mask )",
-                   "updateBucketState" << " bktState: 0x" << Fwk::hex << bktState << Fwk::dec << " mask 0x"
-                                       << Fwk::hex << mask << Fwk::dec);
+                   "updateBucketState"
+                       << " bktState: 0x" << Fwk::hex << bktState << Fwk::dec << " mask 0x" << Fwk::hex << mask
+                       << Fwk::dec);
     // Every slot that the entry covers carries its type.
     after = before.with(eType, slotId, mask, width);
     const U64 bktStateAfter = after.word();
@@ -146,9 +151,11 @@ void MultiEntryTypeBank::updateBucketState(HashEntryType eType, U32 bucketId, U3
     }
   }
   const U64 bktState = after.word();
-  MHT_TRACE(2, "MultiEntryTypeBank::" << "updateBucketState" << " entryType: " << eType << " bucketId: " << bucketId
-                                      << " bucketState: 0x" << Fwk::hex << bktState << Fwk::dec << " mask: 0x"
-                                      << Fwk::hex << mask << Fwk::dec << " slot: " << slotId << " add: " << add);
+  MHT_TRACE(2, "MultiEntryTypeBank::"
+                   << "updateBucketState"
+                   << " entryType: " << eType << " bucketId: " << bucketId << " bucketState: 0x" << Fwk::hex << bktState
+                   << Fwk::dec << " mask: 0x" << Fwk::hex << mask << Fwk::dec << " slot: " << slotId
+                   << " add: " << add);
 }
 
 HashEntryType MultiEntryTypeBank::getEntryType(U32 bucketId, U32 slotId) const noexcept {
@@ -200,19 +207,21 @@ MultiEntryTypeBank::SpaceSearch MultiEntryTypeBank::findSpace(HashEntryType eTyp
 U32 MultiEntryTypeBank::checkBucketSpace(HashEntryType eType, U32 bucketId, bool update) {
   MHT_ASSERT_TEXT(static_cast<int>(eType) >= static_cast<int>(baseEntryType()),
                   "( int )entryType >= ( int )baseEntryType()");
-  MHT_TRACE(9, "MultiEntryTypeBank::" << "checkBucketSpace" << " bankId " << bankId()
-                                      << " numBucketToCheck: " << numBucketsToCheck(eType)
-                                      << " size: " << entrySize(eType) << " mask: " << entryMask(eType));
+  MHT_TRACE(9, "MultiEntryTypeBank::"
+                   << "checkBucketSpace"
+                   << " bankId " << bankId() << " numBucketToCheck: " << numBucketsToCheck(eType)
+                   << " size: " << entrySize(eType) << " mask: " << entryMask(eType));
   const SpaceSearch r = findSpace(eType, bucketId);
   U32 pos = INVALID_POSITION;
   if (r.found) {
     if (update) updateBucketState(eType, r.bucket, r.slot, true);
     pos = packPosition(bankId(), r.bucket, r.slot);
   }
-  MHT_TRACE(2, "MultiEntryTypeBank::" << "checkBucketSpace" << " bankId " << bankId() << " entryType: " << eType
-                                      << " bucketId: " << r.bucket << " bucketState: 0x" << Fwk::hex << r.lastState
-                                      << " mask: 0x" << r.mask << Fwk::dec << " slot: " << r.slot
-                                      << " update: " << update << " found " << r.found);
+  MHT_TRACE(2, "MultiEntryTypeBank::"
+                   << "checkBucketSpace"
+                   << " bankId " << bankId() << " entryType: " << eType << " bucketId: " << r.bucket
+                   << " bucketState: 0x" << Fwk::hex << r.lastState << " mask: 0x" << r.mask << Fwk::dec
+                   << " slot: " << r.slot << " update: " << update << " found " << r.found);
   return pos;
 }
 

@@ -25,7 +25,7 @@ namespace TesselCentral {
 // group (bucketShift): in doubleEntryTwoBucketMode a wider entry may stand in any bucket
 // of an aligned group of 2 or 4 buckets.
 class MultiEntryTypeBank : public Bank {
-public:
+ public:
   using U32ByType = Fwk::IndexedMap<HashEntryType, U32>;
   using StateByBucket = Fwk::IndexedMap<U32, U64>;
   struct Locked {
@@ -121,7 +121,7 @@ public:
 
   const Fwk::TypeInfo* fwkType() const noexcept override;
 
-private:
+ private:
   const U32 phyBankId_;
   const bool doubleEntryTwoBucketMode_;
   StateByBucket bucket_;

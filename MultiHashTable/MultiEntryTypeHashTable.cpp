@@ -5,11 +5,11 @@
 #include <utility>
 
 #include "MultiHashTable.h"
-#include "internal/Diagnostics.h"
 #include "fwk/Assert.h"
 #include "fwk/Error.h"
 #include "fwk/Registry.h"
 #include "fwk/Trace.h"
+#include "internal/Diagnostics.h"
 
 namespace TesselCentral {
 
@@ -27,8 +27,8 @@ constexpr U32 multiWidthBankSeed = 0xBA2C0003u;
 MultiEntryTypeHashTable::MultiEntryTypeHashTable(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
                                                  Ptr<const HashEntryConfig> hashEntryConfig,
                                                  Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps)
-    : MultiHashTableBase(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig),
-                         std::move(hashEntryStatus), maxRecursiveSteps),
+    : MultiHashTableBase(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig), std::move(hashEntryStatus),
+                         maxRecursiveSteps),
       posToKey_(denseSlotCount(), posToKeySeed, PositionIndex{numBanks, numBuckets, numBucketEntries}),
       keyToPos_(keyToPosSeed),
       bank_(multiWidthBankSeed) {
@@ -76,9 +76,8 @@ void MultiEntryTypeHashTable::hasNotificationActiveIs(bool active) {
 }
 
 Ptr<MultiEntryTypeBank> MultiEntryTypeHashTable::bankIs(HashEntryType baseEntryType, U32 bankId, U32 numBuckets,
-                                                        U32 bucketSize, HashFunc hashFunc, U32 hashOffSet,
-                                                        U32 hashBits, U32 hashMask, U32 phyBankId,
-                                                        bool doubleEntryTwoBucketMode) {
+                                                        U32 bucketSize, HashFunc hashFunc, U32 hashOffSet, U32 hashBits,
+                                                        U32 hashMask, U32 phyBankId, bool doubleEntryTwoBucketMode) {
   if (const Ptr<MultiEntryTypeBank>* existing = bank_.find(bankId)) {
     const MultiEntryTypeBank& b = **existing;
     constexpr std::string_view type = "TesselCentral::MultiEntryTypeBank";
@@ -87,9 +86,9 @@ Ptr<MultiEntryTypeBank> MultiEntryTypeHashTable::bankIs(HashEntryType baseEntryT
     Fwk::requireSameAttribute(type, "doubleEntryTwoBucketMode", b.doubleEntryTwoBucketMode(), doubleEntryTwoBucketMode);
     return *existing;
   }
-  Ptr<MultiEntryTypeBank> created = multiEntryTypeBankFactory(baseEntryType, bankId, numBuckets, bucketSize, hashFunc,
-                                                              hashOffSet, hashBits, hashMask, phyBankId,
-                                                              doubleEntryTwoBucketMode);
+  Ptr<MultiEntryTypeBank> created =
+      multiEntryTypeBankFactory(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits, hashMask,
+                                phyBankId, doubleEntryTwoBucketMode);
   bank_.is(bankId, created);
   if (bankId < bankIndex_.size()) bankIndex_[bankId] = created.ptr();
   return created;
@@ -134,7 +133,9 @@ void MultiEntryTypeHashTable::checkSanity() {
 }
 
 U32 MultiEntryTypeHashTable::findEmptyPosition(const HashEntryKey& key, U32 origBank, U32 step) {
-  MHT_TRACE(1, "MultiEntryTypeHashTable::" << "findEmptyPosition" << " Key: " << key << " origBank " << origBank);
+  MHT_TRACE(1, "MultiEntryTypeHashTable::"
+                   << "findEmptyPosition"
+                   << " Key: " << key << " origBank " << origBank);
   for (U32 i = 0; i < numBanks(); ++i) {
     if (i == origBank) continue;
     // A missing bank has no room.
@@ -150,7 +151,9 @@ U32 MultiEntryTypeHashTable::findEmptyPosition(const HashEntryKey& key, U32 orig
 }
 
 void MultiEntryTypeHashTable::removeEntry(const HashEntryKey& key) {
-  MHT_TRACE(1, "MultiEntryTypeHashTable::" << "removeEntry" << " Key: " << key);
+  MHT_TRACE(1, "MultiEntryTypeHashTable::"
+                   << "removeEntry"
+                   << " Key: " << key);
   const EntryId* status = hashEntryStatus()->statusFind(key);
   if (status == nullptr) {
     MHT_ASSERT_TEXT(!keyToPosHas(key), "!keyToPosHas( key )");
@@ -159,7 +162,9 @@ void MultiEntryTypeHashTable::removeEntry(const HashEntryKey& key) {
   const EntryId eId = *status;
   if (eId.value() == EntryId::max) {
     // The key never got a place: only its status is to be cleared.
-    MHT_TRACE(1, "removeEntry" << " Invalid entryId found in status. " << "Just clear status ");
+    MHT_TRACE(1, "removeEntry"
+                     << " Invalid entryId found in status. "
+                     << "Just clear status ");
     hashEntryStatus()->statusDelFound(key, status);
     return;
   }
@@ -172,7 +177,8 @@ void MultiEntryTypeHashTable::removeEntry(const HashEntryKey& key) {
   const U32 bucket = positionBucket(pos);
   const U32 bank = positionBank(pos);
   bankAt(bank).updateBucketState(key.entryType(), bucket, slot, false);
-  MHT_TRACE(1, "removeEntry" << " entryId: " << eId);
+  MHT_TRACE(1, "removeEntry"
+                   << " entryId: " << eId);
 
   posToKey_.erase(pos);
   hashTableEntryDel(eId);
@@ -181,7 +187,8 @@ void MultiEntryTypeHashTable::removeEntry(const HashEntryKey& key) {
 }
 
 void MultiEntryTypeHashTable::insertEntryWithId(const HashEntryKey& key, EntryId eId) {
-  MHT_TRACE(2, "insertEntryWithId" << " Insert key: " << key << " eId: " << eId);
+  MHT_TRACE(2, "insertEntryWithId"
+                   << " Insert key: " << key << " eId: " << eId);
   EntryIdHelper& translator = helper();
   MHT_ASSERT_TEXT(translator.checkEntryIdValidity(key, eId), "entryIdHelper()->checkEntryIdValidity( key, eId )");
   const U32 pos = translator.setEntryState(key, eId);

@@ -36,12 +36,13 @@ struct PositionIndex {
   U32 key(std::uint64_t index) const noexcept {
     const auto slot = static_cast<U32>(index % numBucketEntries);
     const std::uint64_t bucketOfTable = index / numBucketEntries;
-    return packPosition(static_cast<U32>(bucketOfTable / numBuckets), static_cast<U32>(bucketOfTable % numBuckets), slot);
+    return packPosition(static_cast<U32>(bucketOfTable / numBuckets), static_cast<U32>(bucketOfTable % numBuckets),
+                        slot);
   }
 };
 
 class MultiEntryTypeHashTable : public MultiHashTableBase {
-public:
+ public:
   using KeyByPosition = Fwk::IndexedMap<U32, HashEntryKey, PositionIndex>;
   using PositionByKey = Fwk::HashMap<HashEntryKey, U32>;
   using BankById = Fwk::HashMap<U32, Ptr<MultiEntryTypeBank>>;
@@ -115,20 +116,20 @@ public:
 
   void scratchRelease() override { entryIdHelperIs(nullptr); }
 
-protected:
+ protected:
   RequestCheck checkPlacementAt(const HashEntryKey& key, EntryId id) const override;
   RequestCheck checkPlacement(const HashEntryKey& key) const override;
   RequestCheck checkRemoval(const HashEntryKey& key) const override;
   Ptr<MultiHashTableBase> scratchCopy(Ptr<const HashEntryConfig> config, Ptr<HashEntryStatus> status) const override;
 
-public:
+ public:
   void handleInitialized();
 
   const Fwk::TypeInfo* fwkType() const noexcept override;
 
   ~MultiEntryTypeHashTable() override;
 
-private:
+ private:
   MultiEntryTypeHashTable(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
                           Ptr<const HashEntryConfig> hashEntryConfig, Ptr<HashEntryStatus> hashEntryStatus,
                           U32 maxRecursiveSteps);

@@ -5,9 +5,9 @@
 #include <tuple>
 
 #include "MultiHashTable.h"
-#include "internal/Diagnostics.h"
 #include "fwk/Assert.h"
 #include "fwk/Trace.h"
+#include "internal/Diagnostics.h"
 
 namespace TesselCentral {
 
@@ -17,8 +17,9 @@ namespace {
 // the victims' own insertions must not choose, or evict into, the buckets that this level
 // of the recursion is emptying. Released whether or not room was made.
 class BucketGroupLock {
-public:
-  BucketGroupLock(MultiEntryTypeBank& bank, U32 bucketStart, U32 count) : bank_(bank), start_(bucketStart), count_(count) {
+ public:
+  BucketGroupLock(MultiEntryTypeBank& bank, U32 bucketStart, U32 count)
+      : bank_(bank), start_(bucketStart), count_(count) {
     MHT_TRACE_IN("insertEntry", 6, "Lock buckets bucketStart: " << start_ << " bucketEnd: " << start_ + count_ - 1);
     for (U32 j = 0; j < count_; ++j) bank_.lockedBucketsIs(start_ + j);
   }
@@ -29,7 +30,7 @@ public:
   BucketGroupLock(const BucketGroupLock&) = delete;
   BucketGroupLock& operator=(const BucketGroupLock&) = delete;
 
-private:
+ private:
   MultiEntryTypeBank& bank_;
   const U32 start_;
   const U32 count_;
@@ -38,9 +39,10 @@ private:
 }  // namespace
 
 U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId, U32 recursionStep) {
-  MHT_TRACE(2, "MultiEntryTypeHashTable::" << "insertEntry" << " Insert key: " << key << " origBankId " << origBankId
-                                           << " recursionStep " << recursionStep
-                                           << ", debugEnabled: " << debugEnabled_);
+  MHT_TRACE(2, "MultiEntryTypeHashTable::"
+                   << "insertEntry"
+                   << " Insert key: " << key << " origBankId " << origBankId << " recursionStep " << recursionStep
+                   << ", debugEnabled: " << debugEnabled_);
   // 0 on the first attempt, one more at each level of recursion.
   const U32 step = maxRecursiveSteps() - recursionStep;
 
@@ -54,19 +56,26 @@ U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId
   }
 
   if (maxRecursiveSteps() == 0) {
-    MHT_TRACE(2, "MultiEntryTypeHashTable::" << "insertEntry" << " doesn't support "
-                                             << " recursion and failed to allocate entry for " << key);
+    MHT_TRACE(2, "MultiEntryTypeHashTable::"
+                     << "insertEntry"
+                     << " doesn't support "
+                     << " recursion and failed to allocate entry for " << key);
     hashEntryStatus()->statusIs(key, EntryId());
     return INVALID_POSITION;
   }
   MHT_ASSERT_TEXT(recursionStep <= maxRecursiveSteps(), "recursionStep <= maxRecursiveSteps()");
   if (recursionStep == 0) {
     // A victim that cannot go deeper stays where it is.
-    MHT_TRACE(2, "MultiEntryTypeHashTable::" << "insertEntry" << " end of recursion "
-                                             << " failed to allocate entry for " << key);
+    MHT_TRACE(2, "MultiEntryTypeHashTable::"
+                     << "insertEntry"
+                     << " end of recursion "
+                     << " failed to allocate entry for " << key);
     return INVALID_POSITION;
   }
-  MHT_TRACE(2, "MultiEntryTypeHashTable::" << "insertEntry" << " no space found" << " rehashing the key: " << key);
+  MHT_TRACE(2, "MultiEntryTypeHashTable::"
+                   << "insertEntry"
+                   << " no space found"
+                   << " rehashing the key: " << key);
 
   const Eviction eviction{key, recursionStep, step, __PRETTY_FUNCTION__};
   U32 freePos = INVALID_POSITION;
@@ -102,14 +111,16 @@ bool MultiEntryTypeHashTable::makeRoomInBank(const Eviction& e, U32 i, MultiEntr
   const U32 entrySize = b.entrySize(keyType);
   if (b.bucketsLocked(bucketStart, keyType)) {
     // An outer level of the recursion is emptying these buckets: leave them alone.
-    MHT_TRACE_IN("insertEntry", 6, "Buckets are already locked bucketStart: " << bucketStart << " bucketEnd: " << bucketStart + n - 1);
+    MHT_TRACE_IN("insertEntry", 6,
+                 "Buckets are already locked bucketStart: " << bucketStart << " bucketEnd: " << bucketStart + n - 1);
     return false;
   }
   const BucketGroupLock lock(b, bucketStart, n);
   for (U32 kk = 0; kk < n; ++kk) {
     const U32 k = bucketStart + kk;
-    MHT_TRACE_IN("insertEntry", 5, " entrySize: " << entrySize << " bank: " << i << " bucketId: " << k
-                                << ", bucketSize: " << b.bucketSize());
+    MHT_TRACE_IN(
+        "insertEntry", 5,
+        " entrySize: " << entrySize << " bank: " << i << " bucketId: " << k << ", bucketSize: " << b.bucketSize());
     if (b.bucketSize() == 0) continue;
     const U32 numConsecutiveFreeEntriesRequired = entrySize;
     MHT_ASSERT_IN(e.function, numConsecutiveFreeEntriesRequired);
@@ -119,14 +130,16 @@ bool MultiEntryTypeHashTable::makeRoomInBank(const Eviction& e, U32 i, MultiEntr
   return false;
 }
 
-bool MultiEntryTypeHashTable::makeRoomInBucket(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k,
-                                               U32 entrySize, U32& freePos) {
+bool MultiEntryTypeHashTable::makeRoomInBucket(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 entrySize,
+                                               U32& freePos) {
   U32 s = 0;
   while (s < b.bucketSize()) {
     if (b.phyBankId() == 0 && k == 0 && s == 0) {
       // Position 0 is never used.
       s = entrySize;
-      MHT_TRACE_IN("insertEntry", 5, "insertEntry" << " skip position 0 ");
+      MHT_TRACE_IN("insertEntry", 5,
+                   "insertEntry"
+                       << " skip position 0 ");
       continue;
     }
     freePos = packPosition(i, k, s);
@@ -146,7 +159,9 @@ bool MultiEntryTypeHashTable::makeRoomInBucket(const Eviction& e, U32 i, MultiEn
     // must all go.
     if (evictRun(e, i, b, k, s, entrySize, freePos)) return true;
     // The victims already moved stay at their new places.
-    MHT_TRACE_IN("insertEntry", 2, "insertEntry" << ", cannot move entry to bank: " << i << ", bucket: " << k << ", slot: " << s);
+    MHT_TRACE_IN("insertEntry", 2,
+                 "insertEntry"
+                     << ", cannot move entry to bank: " << i << ", bucket: " << k << ", slot: " << s);
     s += entrySize;
   }
   return false;
@@ -156,10 +171,12 @@ bool MultiEntryTypeHashTable::evictOne(const Eviction& e, U32 i, MultiEntryTypeB
                                        U32 freePos) {
   const U32 occSize = b.entrySize(b.getEntryType(k, s));
   MHT_ASSERT_MSG_IN(e.function, posToKeyHas(freePos), "posToKeyHas( entryPos )",
-                 "insertEntry" << " entryPos: 0x" << Fwk::hex << freePos << Fwk::dec);
+                    "insertEntry"
+                        << " entryPos: 0x" << Fwk::hex << freePos << Fwk::dec);
   const HashEntryKey victim = posToKey(freePos);
   const U32 r = insertEntry(victim, i, e.recursionStep - 1);
-  MHT_TRACE_IN("insertEntry", 5, " entrySize: " << entrySize << " slotEntrySize: " << occSize << " recursion yields newPos: 0x"
+  MHT_TRACE_IN("insertEntry", 5,
+               " entrySize: " << entrySize << " slotEntrySize: " << occSize << " recursion yields newPos: 0x"
                               << Fwk::hex << r << Fwk::dec);
   return r != INVALID_POSITION && b.getEntryType(k, s) == HashEntryType::empty;
 }
@@ -178,10 +195,12 @@ bool MultiEntryTypeHashTable::evictRun(const Eviction& e, U32 i, MultiEntryTypeB
       const U32 w = b.entrySize(u);
       const U32 entryPos = packPosition(i, k, slotId);
       MHT_ASSERT_MSG_IN(e.function, posToKeyHas(entryPos), "posToKeyHas( entryPos )",
-                     "insertEntry" << " entryPos: 0x" << Fwk::hex << entryPos << Fwk::dec);
+                        "insertEntry"
+                            << " entryPos: 0x" << Fwk::hex << entryPos << Fwk::dec);
       const U32 r = insertEntry(posToKey(entryPos), i, e.recursionStep - 1);
-      MHT_TRACE_IN("insertEntry", 5, " entrySize: " << entrySize << " slotEntrySize: " << w << " recursion yields newPos: 0x"
-                                  << Fwk::hex << r << Fwk::dec);
+      MHT_TRACE_IN("insertEntry", 5,
+                   " entrySize: " << entrySize << " slotEntrySize: " << w << " recursion yields newPos: 0x" << Fwk::hex
+                                  << r << Fwk::dec);
       if (r == INVALID_POSITION) return false;
       remaining -= w;
       slotId += w;
@@ -194,8 +213,9 @@ bool MultiEntryTypeHashTable::evictRun(const Eviction& e, U32 i, MultiEntryTypeB
 }
 
 void MultiEntryTypeHashTable::doAddOrMoveEntry(const HashEntryKey& key, U32 newPos, bool move) {
-  MHT_TRACE(2, "MultiEntryTypeHashTable::" << "doAddOrMoveEntry" << " key " << key << " newPos " << newPos << " move "
-                                           << move);
+  MHT_TRACE(2, "MultiEntryTypeHashTable::"
+                   << "doAddOrMoveEntry"
+                   << " key " << key << " newPos " << newPos << " move " << move);
   EntryIdHelper& translator = helper();
   // The key's keyToPos value, looked up once and written last.
   U32* keyPos = nullptr;
@@ -210,8 +230,9 @@ void MultiEntryTypeHashTable::doAddOrMoveEntry(const HashEntryKey& key, U32 newP
         .updateBucketState(key.entryType(), positionBucket(curPos), positionSlot(curPos), false);
     posToKey_.erase(curPos);
     const EntryId oldEntryId = translator.posToEntryId(curPos);
-    MHT_TRACE(2, "MultiEntryTypeHashTable::" << "doAddOrMoveEntry" << " oldPosition 0x" << Fwk::hex << curPos
-                                             << Fwk::dec << " oldEntryId " << oldEntryId);
+    MHT_TRACE(2, "MultiEntryTypeHashTable::"
+                     << "doAddOrMoveEntry"
+                     << " oldPosition 0x" << Fwk::hex << curPos << Fwk::dec << " oldEntryId " << oldEntryId);
     hashTableEntryDel(oldEntryId);
     numMovesInc(1);
   } else {
@@ -224,8 +245,9 @@ void MultiEntryTypeHashTable::doAddOrMoveEntry(const HashEntryKey& key, U32 newP
   }
 
   const EntryId newEntryId = translator.posToEntryId(newPos);
-  MHT_TRACE(2, "MultiEntryTypeHashTable::" << "doAddOrMoveEntry" << " newPosition 0x" << Fwk::hex << newPos
-                                           << Fwk::dec << " new entryId " << newEntryId);
+  MHT_TRACE(2, "MultiEntryTypeHashTable::"
+                   << "doAddOrMoveEntry"
+                   << " newPosition 0x" << Fwk::hex << newPos << Fwk::dec << " new entryId " << newEntryId);
   if (keyPos != nullptr) {
     *keyPos = newPos;
   } else {

@@ -35,13 +35,14 @@ std::string narrowerReason(HashEntryType type, U32 b, const MultiEntryTypeBank& 
 
 RequestCheck MultiEntryTypeHashTable::missingPart() const {
   if (!entryIdHelper_) {
-    return RequestCheck::stopsNow("entryIdHelper()", "the table has no EntryIdHelper: set one with entryIdHelperIs "
-                                                     "before the first request");
+    return RequestCheck::stopsNow("entryIdHelper()",
+                                  "the table has no EntryIdHelper: set one with entryIdHelperIs "
+                                  "before the first request");
   }
   for (U32 b = 0; b < numBanks(); ++b) {
     if (bankFind(b) == nullptr) {
-      return RequestCheck::stopsNow("b", bankText(b) + " is missing: every bank below numBanks must exist before a " +
-                                             "key is placed");
+      return RequestCheck::stopsNow(
+          "b", bankText(b) + " is missing: every bank below numBanks must exist before a " + "key is placed");
     }
   }
   return RequestCheck::accepted();
@@ -66,11 +67,11 @@ RequestCheck MultiEntryTypeHashTable::keyGeometry(const HashEntryKey& key) const
     }
     const U32* width = b.entrySizeFind(type);
     if (width != nullptr && *width != 0 && b.bucketSize() % *width != 0) {
-      verdict.worsen(RequestCheck::stopsLater(
-          "slotId < b->bucketSize()", "a " + stringValue(type) + " entry takes " + std::to_string(*width) +
-                                          " slots, which do not divide " + bankText(i) + "'s bucketSize " +
-                                          std::to_string(b.bucketSize()) +
-                                          ": a run may hang over the bucket's end, where a later walk stops"));
+      verdict.worsen(RequestCheck::stopsLater("slotId < b->bucketSize()",
+                                              "a " + stringValue(type) + " entry takes " + std::to_string(*width) +
+                                                  " slots, which do not divide " + bankText(i) + "'s bucketSize " +
+                                                  std::to_string(b.bucketSize()) +
+                                                  ": a run may hang over the bucket's end, where a later walk stops"));
     }
   }
   return verdict;
@@ -88,7 +89,8 @@ RequestCheck MultiEntryTypeHashTable::checkPlacementAt(const HashEntryKey& key, 
   for (U32 i = 0; i < numBanks() && !found; ++i) {
     const MultiEntryTypeBank& b = *bankFind(i);
     if (i > 0) base += bankFind(i - 1)->numBuckets() * bankFind(i - 1)->bucketSize();
-    if (!b.selectsBuckets()) return RequestCheck::stopsNow("0", bankText(i) + "'s hash function hashLsb selects no bucket");
+    if (!b.selectsBuckets())
+      return RequestCheck::stopsNow("0", bankText(i) + "'s hash function hashLsb selects no bucket");
     if (narrower(type, b)) return RequestCheck::stopsNow(narrowerThanBase, narrowerReason(type, i, b));
     const U32 h = b.groupStart(b.bucketIdOf(key.crc16(), key.crc32(), false, 0), type);
     const U32* count = b.numBucketsToCheckFind(type);
@@ -130,7 +132,8 @@ RequestCheck MultiEntryTypeHashTable::checkPlacementAt(const HashEntryKey& key, 
                                   "the key already stands at id " + idText(hashEntryStatus()->status(key)) +
                                       "; delete its request before asking for another id");
   }
-  if (narrowerSigned(type, b)) return RequestCheck::stopsNow(narrowerThanBaseSigned, narrowerReason(type, matchBank, b));
+  if (narrowerSigned(type, b))
+    return RequestCheck::stopsNow(narrowerThanBaseSigned, narrowerReason(type, matchBank, b));
   if (!b.slotsFree(type, matchBucket, slot)) {
     return RequestCheck::stopsNow("\"!( bktState & mask )\" == nullptr",
                                   "the slots of id " + idText(eId) + " overlap another entry");
@@ -199,9 +202,10 @@ RequestCheck MultiEntryTypeHashTable::checkPlacement(const HashEntryKey& key) co
   }
   if (!found) {
     if (maxRecursiveSteps() == 0 && keyToPosHas(key)) {
-      verdict = RequestCheck::hazardous("with no step budget the key's result becomes the invalid id while it keeps "
-                                        "its slots at id " +
-                                        idText(hashEntryStatus()->status(key)) + ": the chip still holds it");
+      verdict = RequestCheck::hazardous(
+          "with no step budget the key's result becomes the invalid id while it keeps "
+          "its slots at id " +
+          idText(hashEntryStatus()->status(key)) + ": the chip still holds it");
     } else {
       verdict = RequestCheck::accepted("no free place: occupants are moved to make room, or the key gets no room");
     }

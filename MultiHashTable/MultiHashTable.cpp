@@ -88,8 +88,8 @@ Ptr<HashEntryStatus> hashEntryStatusFactory() { return HashEntryStatus::HashEntr
 // Table base
 
 MultiHashTableBase::MultiHashTableBase(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
-                                       Ptr<const HashEntryConfig> hashEntryConfig,
-                                       Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps)
+                                       Ptr<const HashEntryConfig> hashEntryConfig, Ptr<HashEntryStatus> hashEntryStatus,
+                                       U32 maxRecursiveSteps)
     : numBanks_(numBanks),
       numBuckets_(numBuckets),
       numBucketEntries_(numBucketEntries),
@@ -121,9 +121,8 @@ Ptr<MultiHashTableBase> MultiHashTableBase::MultiHashTableBaseIs(U32 numBanks, U
                                                                  Ptr<const HashEntryConfig> hashEntryConfig,
                                                                  Ptr<HashEntryStatus> hashEntryStatus,
                                                                  U32 maxRecursiveSteps) {
-  return Fwk::adoptTracked(new MultiHashTableBase(
-      numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig), std::move(hashEntryStatus),
-      maxRecursiveSteps));
+  return Fwk::adoptTracked(new MultiHashTableBase(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig),
+                                                  std::move(hashEntryStatus), maxRecursiveSteps));
 }
 
 Ptr<MultiHashTableBase> multiHashTableBaseFactory(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
@@ -151,7 +150,9 @@ void MultiHashTableBase::hashEntryConfigDispatch(const Fwk::Notification& n) noe
 }
 
 void MultiHashTableBase::handleHashUpdate(const HashEntryKey& key) {
-  MHT_TRACE(1, "MultiHashTableBase::" << "handleHashUpdate" << " key: " << key);
+  MHT_TRACE(1, "MultiHashTableBase::"
+                   << "handleHashUpdate"
+                   << " key: " << key);
   const EntryId* requested = hashEntryConfig_->configFind(key);
   if (requested == nullptr) {
     MHT_ASSERT_TEXT(hashEntryStatus()->statusHas(key), "hashEntryStatus()->statusHas( key )");
@@ -190,9 +191,13 @@ void MultiHashTableBase::insertEntryWithId(const HashEntryKey&, EntryId) {
   MHT_ASSERT_TEXT(false, "0 && \"Derived class needs to implement this\"");
 }
 
-void MultiHashTableBase::removeEntry(const HashEntryKey&) { MHT_ASSERT_TEXT(false, "0 && \"Derived class needs to implement this\""); }
+void MultiHashTableBase::removeEntry(const HashEntryKey&) {
+  MHT_ASSERT_TEXT(false, "0 && \"Derived class needs to implement this\"");
+}
 
-void MultiHashTableBase::checkSanity() { MHT_TRACE(1, "virtual void TesselCentral::MultiHashTableBase::checkSanity()"); }
+void MultiHashTableBase::checkSanity() {
+  MHT_TRACE(1, "virtual void TesselCentral::MultiHashTableBase::checkSanity()");
+}
 
 // ---------------------------------------------------------------------------------------
 // Bank
@@ -219,8 +224,8 @@ Ptr<Bank> bankFactory(HashEntryType baseEntryType, U32 bankId, U32 numBuckets, U
   return Bank::BankIs(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits, hashMask);
 }
 
-void Bank::requireSameArguments(std::string_view typeName, HashEntryType baseEntryType, U32 numBuckets,
-                                U32 bucketSize, HashFunc hashFunc, U32 hashOffSet, U32 hashBits, U32 hashMask) const {
+void Bank::requireSameArguments(std::string_view typeName, HashEntryType baseEntryType, U32 numBuckets, U32 bucketSize,
+                                HashFunc hashFunc, U32 hashOffSet, U32 hashBits, U32 hashMask) const {
   Fwk::requireSameAttribute(typeName, "baseEntryType", baseEntryType_, baseEntryType);
   Fwk::requireSameAttribute(typeName, "numBuckets", numBuckets_, numBuckets);
   Fwk::requireSameAttribute(typeName, "bucketSize", bucketSize_, bucketSize);
@@ -272,7 +277,9 @@ U32 Bank::calcBucketId(U16 crc16, U32 crc32, HashEntryType, bool debugEnabled, U
   if (debugEnabled) return debugBucketId(debugCrcInc);
   if (hashFunc_ == HashFunc::hashLsb) MHT_ASSERT_TEXT(false, "0");
   const U32 bucketId = hashedBucketId(crc16, crc32);
-  MHT_TRACE(2, "Bank::" << "calcBucketId" << " bucketId: " << bucketId);
+  MHT_TRACE(2, "Bank::"
+                   << "calcBucketId"
+                   << " bucketId: " << bucketId);
   return bucketId;
 }
 
@@ -282,8 +289,8 @@ U32 Bank::calcBucketId(U16 crc16, U32 crc32, HashEntryType, bool debugEnabled, U
 MultiHashTable::MultiHashTable(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
                                Ptr<const HashEntryConfig> hashEntryConfig, Ptr<HashEntryStatus> hashEntryStatus,
                                U32 maxRecursiveSteps, bool bucketSpanBanks)
-    : MultiHashTableBase(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig),
-                         std::move(hashEntryStatus), maxRecursiveSteps),
+    : MultiHashTableBase(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig), std::move(hashEntryStatus),
+                         maxRecursiveSteps),
       bucketSpanBanks_(bucketSpanBanks),
       bank_(singleWideBankSeed) {
   // A chain holds one link per step and one more; reserved once so that no placement allocates.
@@ -300,9 +307,8 @@ Ptr<MultiHashTable> MultiHashTable::MultiHashTableIs(U32 numBanks, U32 numBucket
                                                      Ptr<const HashEntryConfig> hashEntryConfig,
                                                      Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps,
                                                      bool bucketSpanBanks) {
-  auto table = Fwk::adoptTracked(new MultiHashTable(numBanks, numBuckets, numBucketEntries,
-                                                             std::move(hashEntryConfig), std::move(hashEntryStatus),
-                                                             maxRecursiveSteps, bucketSpanBanks));
+  auto table = Fwk::adoptTracked(new MultiHashTable(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig),
+                                                    std::move(hashEntryStatus), maxRecursiveSteps, bucketSpanBanks));
   table->hasNotificationActiveIs(true);
   return table;
 }
@@ -315,9 +321,7 @@ Ptr<MultiHashTable> multiHashTableFactory(U32 numBanks, U32 numBuckets, U32 numB
                                           std::move(hashEntryStatus), maxRecursiveSteps, bucketSpanBanks);
 }
 
-void MultiHashTable::handleInitialized() {
-  MHT_TRACE(1, "void TesselCentral::MultiHashTable::handleInitialized()");
-}
+void MultiHashTable::handleInitialized() { MHT_TRACE(1, "void TesselCentral::MultiHashTable::handleInitialized()"); }
 
 void MultiHashTable::hasNotificationActiveIs(bool active) {
   if (active == notificationActive()) return;
@@ -331,8 +335,8 @@ Ptr<Bank> MultiHashTable::bankIs(HashEntryType baseEntryType, U32 bankId, U32 nu
                                       hashOffSet, hashBits, hashMask);
     return *existing;
   }
-  Ptr<Bank> created = bankFactory(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits,
-                                  hashMask);
+  Ptr<Bank> created =
+      bankFactory(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits, hashMask);
   bank_.is(bankId, created);
   if (bankId < bankIndex_.size()) bankIndex_[bankId] = created.ptr();
   return created;
@@ -350,8 +354,8 @@ void MultiHashTable::bankDelAll() {
 
 EntryId MultiHashTable::calcEntryId(U32 bankId, U32 bucketId, SlotId slot) const {
   const EntryId eId = entryIdOf(bankId, bucketId, slot);
-  MHT_TRACE(2, "calcEntryId" << " Bank " << bankId << ", Bucket " << bucketId << ", Slot " << slot << ", Pos "
-                             << eId);
+  MHT_TRACE(2, "calcEntryId"
+                   << " Bank " << bankId << ", Bucket " << bucketId << ", Slot " << slot << ", Pos " << eId);
   return eId;
 }
 
@@ -365,7 +369,8 @@ U32 MultiHashTable::bucketOf(const HashEntryKey& key, U32 bankId) const {
 }
 
 U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep) {
-  MHT_TRACE(2, "insertEntry" << " Insert key: " << key);
+  MHT_TRACE(2, "insertEntry"
+                   << " Insert key: " << key);
   HashEntryStatus& status = *hashEntryStatus();
   // A key that failed once is tried again only after its request is deleted and re-added.
   if (const EntryId* current = status.statusFind(key); current != nullptr && !current->isValid()) return 0;
@@ -380,7 +385,8 @@ U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep)
     for (U32 s = 0; s < numBucketEntries(); ++s) {
       const EntryId e = calcEntryId(b, bucket, SlotId(static_cast<U8>(s)));
       const HashEntryKey* stored = hashTableEntryFind(e);
-      MHT_TRACE(2, "insertEntry" << "hashTableEntry( " << e << " ) " << (stored ? *stored : HashEntryKey()));
+      MHT_TRACE(2, "insertEntry"
+                       << "hashTableEntry( " << e << " ) " << (stored ? *stored : HashEntryKey()));
       if (stored == nullptr || isEmptyMarker(*stored)) {
         chosen = e;
         found = true;
@@ -396,7 +402,8 @@ U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep)
         break;
       }
       // Only crc16 and crc32 are compared: a key with the same hashes counts as this one.
-      MHT_TRACE(2, "insertEntry" << " Found existing key: " << e);
+      MHT_TRACE(2, "insertEntry"
+                       << " Found existing key: " << e);
       status.statusIs(key, e);
       return 0;
     }
@@ -418,20 +425,23 @@ U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep)
   }
 
   if (!found) {
-    MHT_TRACE(2, "insertEntry" << "Failed to find empty slot for key: " << key);
+    MHT_TRACE(2, "insertEntry"
+                     << "Failed to find empty slot for key: " << key);
     status.statusIs(key, EntryId());
     return 0;
   }
   hashTableEntryIs(chosen, key);
   numInsertionsInc(1);
-  MHT_TRACE(2, "insertEntry" << " Insert key: " << key << " at eId: " << chosen);
+  MHT_TRACE(2, "insertEntry"
+                   << " Insert key: " << key << " at eId: " << chosen);
   status.statusIs(key, chosen);
   return 0;
 }
 
 bool MultiHashTable::rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining, HashEntryType entryType) {
-  MHT_TRACE(2, "rehashEntry" << " rehash eId: " << eId << " to bank " << targetBank << " with " << stepsRemaining
-                             << " steps remaining");
+  MHT_TRACE(2, "rehashEntry"
+                   << " rehash eId: " << eId << " to bank " << targetBank << " with " << stepsRemaining
+                   << " steps remaining");
   const HashEntryKey* occupant = hashTableEntryFind(eId);
   if (occupant == nullptr) return true;
   const HashEntryKey moving = *occupant;
@@ -466,14 +476,16 @@ bool MultiHashTable::rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining
   // move that key again: the outer call would then take the record of whichever key was
   // moved into the entry meanwhile. The deeper moves made for this call stay done.
   if (isMovingFurtherUp(eId)) {
-    MHT_TRACE(2, "rehashEntry" << " eId: " << eId << " is already being moved further up the chain; not moved");
+    MHT_TRACE(2, "rehashEntry"
+                     << " eId: " << eId << " is already being moved further up the chain; not moved");
     return false;
   }
   hashTableEntryDel(eId);
   hashTableEntryIs(target, moving);
   hashEntryStatus()->statusIs(moving, target);
   numMovesInc(1);
-  MHT_TRACE(2, "rehashEntry" << " Insert key: " << moving << " at eId: " << target);
+  MHT_TRACE(2, "rehashEntry"
+                   << " Insert key: " << moving << " at eId: " << target);
   return true;
 }
 
@@ -493,7 +505,8 @@ bool MultiHashTable::checkEntryIdValidity(const HashEntryKey& key, EntryId eId) 
 }
 
 void MultiHashTable::insertEntryWithId(const HashEntryKey& key, EntryId eId) {
-  MHT_TRACE(2, "insertEntryWithId" << " Insert key: " << key << " eId: " << eId);
+  MHT_TRACE(2, "insertEntryWithId"
+                   << " Insert key: " << key << " eId: " << eId);
   MHT_ASSERT_TEXT(checkEntryIdValidity(key, eId), "checkEntryIdValidity( key, eId )");
   // A position held by another key is never taken over by a request.
   if (const HashEntryKey* held = hashTableEntryFind(eId); held != nullptr && !isEmptyMarker(*held)) {
@@ -506,11 +519,13 @@ void MultiHashTable::insertEntryWithId(const HashEntryKey& key, EntryId eId) {
 }
 
 void MultiHashTable::removeEntry(const HashEntryKey& key) {
-  MHT_TRACE(1, "removeEntry" << " Key: " << key);
+  MHT_TRACE(1, "removeEntry"
+                   << " Key: " << key);
   const EntryId* status = hashEntryStatus()->statusFind(key);
   if (status == nullptr) return;
   const EntryId e = *status;
-  MHT_TRACE(1, "removeEntry" << " entryId: " << e);
+  MHT_TRACE(1, "removeEntry"
+                   << " entryId: " << e);
   // The position is freed whoever holds it.
   if (hashTableEntryDel(e)) numDeletionsInc(1);
   hashEntryStatus()->statusDelFound(key, status);

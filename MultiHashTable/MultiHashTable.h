@@ -38,14 +38,14 @@
 #pragma once
 
 // The one header a client includes: one header per concept behind it.
-#include "BucketState.h"          // a multi-width bucket's state word
-#include "Bank.h"                 // a bank and its bucket selection
-#include "EntryIdHelper.h"        // positions <-> EntryIds for the multi-width table
-#include "MultiEntryTypeBank.h"   // a bank of entries of several widths
+#include "Bank.h"                     // a bank and its bucket selection
+#include "BucketState.h"              // a multi-width bucket's state word
+#include "EntryIdHelper.h"            // positions <-> EntryIds for the multi-width table
+#include "MultiEntryTypeBank.h"       // a bank of entries of several widths
 #include "MultiEntryTypeHashTable.h"  // the multi-width table
-#include "MultiHashTableTypes.h"  // keys, ids, enumerations
-#include "Position.h"             // a multi-width position
-#include "RequestCheck.h"         // what a write would do, told before it is made
-#include "RequestsAndResults.h"   // HashEntryConfig and HashEntryStatus
-#include "SingleWidthTable.h"     // the single-width table
-#include "TableBase.h"            // the abstract table and its config reaction
+#include "MultiHashTableTypes.h"      // keys, ids, enumerations
+#include "Position.h"                 // a multi-width position
+#include "RequestCheck.h"             // what a write would do, told before it is made
+#include "RequestsAndResults.h"       // HashEntryConfig and HashEntryStatus
+#include "SingleWidthTable.h"         // the single-width table
+#include "TableBase.h"                // the abstract table and its config reaction

@@ -10,7 +10,7 @@ namespace TesselCentral {
 namespace {
 
 class Violations {
-public:
+ public:
   template <class... Parts>
   void add(const Parts&... parts) {
     std::ostringstream os;
@@ -19,7 +19,7 @@ public:
   }
   std::vector<std::string> take() { return std::move(lines_); }
 
-private:
+ private:
   std::vector<std::string> lines_;
 };
 
@@ -62,11 +62,13 @@ std::vector<std::string> MultiEntryTypeHashTable::audit() const {
   // keyToPos and posToKey are inverse to each other.
   for (const auto& [key, pos] : keyToPosCollection()) {
     const HashEntryKey* at = posToKeyCollection().find(pos);
-    if (at == nullptr || !(*at == key)) v.add("keyToPos: ", key, " at 0x", std::hex, pos, std::dec, " has no matching posToKey");
+    if (at == nullptr || !(*at == key))
+      v.add("keyToPos: ", key, " at 0x", std::hex, pos, std::dec, " has no matching posToKey");
   }
   for (const auto& [pos, key] : posToKeyCollection()) {
     const U32* at = keyToPosCollection().find(key);
-    if (at == nullptr || *at != pos) v.add("posToKey: 0x", std::hex, pos, std::dec, " holds ", key, ", which keyToPos places elsewhere");
+    if (at == nullptr || *at != pos)
+      v.add("posToKey: 0x", std::hex, pos, std::dec, " holds ", key, ", which keyToPos places elsewhere");
   }
 
   // Each placed key's slots carry its type; every used slot belongs to a placed key.

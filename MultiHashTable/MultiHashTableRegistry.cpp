@@ -29,8 +29,8 @@ struct Types {
   const Fwk::TypeInfo* entryIdHelper = nullptr;
 };
 
-const std::vector<std::string> bankParameters = {"baseEntryType", "bankId",  "numBuckets", "bucketSize",
-                                                 "hashFunc",      "hashOffSet", "hashBits", "hashMask"};
+const std::vector<std::string> bankParameters = {"baseEntryType", "bankId",     "numBuckets", "bucketSize",
+                                                 "hashFunc",      "hashOffSet", "hashBits",   "hashMask"};
 
 std::vector<std::string> with(std::vector<std::string> a, const std::vector<std::string>& b) {
   a.insert(a.end(), b.begin(), b.end());
@@ -77,8 +77,8 @@ Types registerTypes() {
       .attribute<&MultiHashTableBase::numInsertions>(own + 7, "numInsertions", mutableAttr)
       .attribute<&MultiHashTableBase::numDeletions>(own + 8, "numDeletions", mutableAttr)
       .attribute<&MultiHashTableBase::numMoves>(own + 9, "numMoves", mutableAttr)
-      .collection<&MultiHashTableBase::hashTableEntryCollection>(own + 10, "hashTableEntry",
-                                                                 "EntryId -> HashEntryKey", mutableAttr)
+      .collection<&MultiHashTableBase::hashTableEntryCollection>(own + 10, "hashTableEntry", "EntryId -> HashEntryKey",
+                                                                 mutableAttr)
       .attribute<&MultiHashTableBase::tableCapacity>(own + 11, "tableCapacity")
       .operation<static_cast<void (MultiHashTableBase::*)()>(&MultiHashTableBase::handleHashUpdate)>(
           own + 12, "handleHashUpdate", {})
@@ -126,8 +126,7 @@ Types registerTypes() {
 
   EntityType<MultiEntryTypeBank> multiBank(module, "TesselCentral::MultiEntryTypeBank", types.bank);
   multiBank.attribute<&MultiEntryTypeBank::phyBankId>(added, "phyBankId", constructorSet)
-      .attribute<&MultiEntryTypeBank::doubleEntryTwoBucketMode>(added + 1, "doubleEntryTwoBucketMode",
-                                                                constructorSet)
+      .attribute<&MultiEntryTypeBank::doubleEntryTwoBucketMode>(added + 1, "doubleEntryTwoBucketMode", constructorSet)
       .collection<&MultiEntryTypeBank::bucketCollection>(added + 2, "bucket", "U32 -> U64", mutableAttr)
       .reader(added + 3, "lockedBuckets", "set of U32", mutableAttr | collectionAttr,
               [](const MultiEntryTypeBank& b) {
@@ -140,15 +139,12 @@ Types registerTypes() {
               })
       .collection<&MultiEntryTypeBank::bucketShiftCollection>(added + 4, "bucketShift", "HashEntryType -> U32",
                                                               mutableAttr)
-      .collection<&MultiEntryTypeBank::entrySizeCollection>(added + 5, "entrySize", "HashEntryType -> U32",
-                                                            mutableAttr)
-      .collection<&MultiEntryTypeBank::entryMaskCollection>(added + 6, "entryMask", "HashEntryType -> U32",
-                                                            mutableAttr)
+      .collection<&MultiEntryTypeBank::entrySizeCollection>(added + 5, "entrySize", "HashEntryType -> U32", mutableAttr)
+      .collection<&MultiEntryTypeBank::entryMaskCollection>(added + 6, "entryMask", "HashEntryType -> U32", mutableAttr)
       .collection<&MultiEntryTypeBank::numBucketsToCheckCollection>(added + 7, "numBucketsToCheck",
                                                                     "HashEntryType -> U32", mutableAttr)
       .attribute<&MultiEntryTypeBank::initialized>(added + 8, "initialized", mutableAttr)
-      .operation<&MultiEntryTypeBank::checkBucketSpace>(added + 9, "checkBucketSpace",
-                                                        {"eType", "bucketId", "update"})
+      .operation<&MultiEntryTypeBank::checkBucketSpace>(added + 9, "checkBucketSpace", {"eType", "bucketId", "update"})
       .operation<&MultiEntryTypeBank::bucketsLocked>(added + 10, "bucketsLocked", {"bucketId", "entryType"})
       .operation<&MultiEntryTypeBank::updateBucketState>(added + 11, "updateBucketState",
                                                          {"eType", "bucketId", "slotId", "add"})
@@ -159,12 +155,10 @@ Types registerTypes() {
   types.multiEntryTypeBank = &multiBank.info();
 
   EntityType<MultiEntryTypeHashTable> multi(module, "TesselCentral::MultiEntryTypeHashTable", types.tableBase);
-  multi.collection<&MultiEntryTypeHashTable::posToKeyCollection>(added, "posToKey", "U32 -> HashEntryKey",
-                                                                 mutableAttr)
+  multi.collection<&MultiEntryTypeHashTable::posToKeyCollection>(added, "posToKey", "U32 -> HashEntryKey", mutableAttr)
       .collection<&MultiEntryTypeHashTable::keyToPosCollection>(added + 1, "keyToPos", "HashEntryKey -> U32",
                                                                 mutableAttr)
-      .collection<&MultiEntryTypeHashTable::bankCollection>(added + 2, "bank", "U32 -> MultiEntryTypeBank",
-                                                            mutableAttr)
+      .collection<&MultiEntryTypeHashTable::bankCollection>(added + 2, "bank", "U32 -> MultiEntryTypeBank", mutableAttr)
       .attribute<&MultiEntryTypeHashTable::debugEnabled>(added + 3, "debugEnabled", mutableAttr)
       .attribute<&MultiEntryTypeHashTable::entryIdHelper>(added + 4, "entryIdHelper", mutableAttr)
       .attribute<&MultiEntryTypeHashTable::initialized>(added + 5, "initialized", mutableAttr)
@@ -175,8 +169,7 @@ Types registerTypes() {
       .operation<&MultiEntryTypeHashTable::debugEnabledIs>(added + 9, "debugEnabledIs", {"debugEnabled"})
       .operation<&MultiEntryTypeHashTable::findEmptyPosition>(added + 10, "findEmptyPosition",
                                                               {"key", "origBank", "step"})
-      .operation<&MultiEntryTypeHashTable::doAddOrMoveEntry>(added + 11, "doAddOrMoveEntry",
-                                                             {"key", "newPos", "move"})
+      .operation<&MultiEntryTypeHashTable::doAddOrMoveEntry>(added + 11, "doAddOrMoveEntry", {"key", "newPos", "move"})
       .factory<&multiEntryTypeHashTableFactory>(tableParameters);
   types.multiWidthTable = &multi.info();
 

@@ -76,9 +76,9 @@ std::ostream& operator<<(std::ostream& os, const HashEntryKey& key) {
   // The key may be streamed while hexadecimal output is on; its text form is decimal.
   const auto flags = os.flags();
   os << std::dec << HashEntryKey::typeName() << Fwk::valueOpen << "crc16" << Fwk::attributeAssign << key.crc16()
-     << Fwk::attributeSeparator << "crc32" << Fwk::attributeAssign << key.crc32() << Fwk::attributeSeparator
-     << "fapId" << Fwk::attributeAssign << key.fapId() << Fwk::attributeSeparator << "entryType"
-     << Fwk::attributeAssign << key.entryType() << Fwk::valueClose;
+     << Fwk::attributeSeparator << "crc32" << Fwk::attributeAssign << key.crc32() << Fwk::attributeSeparator << "fapId"
+     << Fwk::attributeAssign << key.fapId() << Fwk::attributeSeparator << "entryType" << Fwk::attributeAssign
+     << key.entryType() << Fwk::valueClose;
   os.flags(flags);
   return os;
 }
@@ -117,8 +117,8 @@ namespace {
   key.attributeIs({Fwk::firstValueAttrId + 0, "crc16", "U16", Fwk::constructorSet, {}, {}, {}});
   key.attributeIs({Fwk::firstValueAttrId + 1, "crc32", "U32", Fwk::constructorSet, {}, {}, {}});
   key.attributeIs({Fwk::firstValueAttrId + 2, "fapId", "U32", Fwk::constructorSet, {}, {}, {}});
-  key.attributeIs({Fwk::firstValueAttrId + 3, "entryType", "TesselCentral::HashEntryType", Fwk::constructorSet,
-                   {}, {}, {}});
+  key.attributeIs(
+      {Fwk::firstValueAttrId + 3, "entryType", "TesselCentral::HashEntryType", Fwk::constructorSet, {}, {}, {}});
   Fwk::TypeInfo& id = Fwk::registerValueType<EntryId>(module, std::string(EntryId::typeName()));
   id.attributeIs({Fwk::firstValueAttrId + 0, "value", "U32", Fwk::mutableAttr, {}, {}, {}});
   Fwk::registerValueType<SlotId>(module, std::string(SlotId::typeName()));

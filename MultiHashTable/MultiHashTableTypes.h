@@ -23,14 +23,14 @@ using U64 = std::uint64_t;
 
 namespace TesselCentral {
 
-using ::U8;
 using ::U16;
 using ::U32;
 using ::U64;
+using ::U8;
 
 // The platform's slot number: eight bits that print as a decimal number, not a character.
 class SlotId {
-public:
+ public:
   constexpr SlotId() noexcept = default;
   constexpr SlotId(U8 value) noexcept : value_(value) {}
   static SlotId fromText(std::string_view text);
@@ -38,7 +38,7 @@ public:
   constexpr U8 value() const noexcept { return value_; }
   constexpr operator U8() const noexcept { return value_; }
 
-private:
+ private:
   U8 value_ = 0;
 };
 std::ostream& operator<<(std::ostream& os, SlotId slot);
@@ -76,7 +76,7 @@ std::string stringValue(HashEntryType t);
 // width. Immutable; copied by value everywhere. The default key {0, 0, 0, singleWide}
 // doubles as the empty-slot marker of the tables.
 class HashEntryKey {
-public:
+ public:
   constexpr HashEntryKey() noexcept = default;
   constexpr HashEntryKey(U16 crc16, U32 crc32, U32 fapId, HashEntryType entryType) noexcept
       : crc16_(crc16), crc32_(crc32), fapId_(fapId), entryType_(entryType) {}
@@ -117,7 +117,7 @@ public:
     return state.value();
   }
 
-private:
+ private:
   U16 crc16_ = 0;
   U32 crc32_ = 0;
   U32 fapId_ = 0;
@@ -140,7 +140,7 @@ inline bool isEmptyMarker(const HashEntryKey& key) noexcept { return key == Hash
 // The number of an entry position, as the client programs it into the hardware. The
 // default, 0xFFFFFFFF, is the invalid id: "anywhere" in a request, "no room" in a result.
 class EntryId {
-public:
+ public:
   static constexpr U32 min = 0;
   static constexpr U32 max = 0xFFFFFFFF;
 
@@ -166,7 +166,7 @@ public:
   // The framework's generic text form, as opposed to operator<<'s bare number.
   std::string text() const;
 
-private:
+ private:
   U32 value_ = max;
 };
 

@@ -107,8 +107,9 @@ RequestCheck MultiHashTableBase::requestCheck(const HashEntryKey& key, EntryId i
     return RequestCheck::unchanged("the request collection already holds " + idText(id) + " for the key");
   }
   if (!listening()) {
-    return RequestCheck::noReaction("the table does not listen to its requests: the request waits for a resync or a "
-                                    "reconcile");
+    return RequestCheck::noReaction(
+        "the table does not listen to its requests: the request waits for a resync or a "
+        "reconcile");
   }
   return reactionCheck(key, id);
 }
@@ -125,8 +126,9 @@ RequestCheck MultiHashTableBase::removalCheck(const HashEntryKey& key) const {
   if (!hashEntryConfig_) return RequestCheck::noReaction("the table has no request collection");
   if (!hashEntryConfig_->configHas(key)) return RequestCheck::unchanged("the key has no request: nothing is published");
   if (!listening()) {
-    return RequestCheck::noReaction("the table does not listen to its requests: the key keeps its place until a "
-                                    "reconcile");
+    return RequestCheck::noReaction(
+        "the table does not listen to its requests: the key keeps its place until a "
+        "reconcile");
   }
   if (!hashEntryStatus_->statusHas(key)) {
     return RequestCheck::stopsNow("hashEntryStatus()->statusHas( key )",
@@ -156,26 +158,26 @@ namespace {
 
 // Silences the library's trace for a dry run, so that a check leaves no trace of its own.
 class TraceSilence {
-public:
+ public:
   TraceSilence() noexcept : previous_(multiHashTableTrace().levelMask()) { multiHashTableTrace().levelMaskIs(0); }
   ~TraceSilence() { multiHashTableTrace().levelMaskIs(previous_); }
   TraceSilence(const TraceSilence&) = delete;
   TraceSilence& operator=(const TraceSilence&) = delete;
 
-private:
+ private:
   U32 previous_;
 };
 
 // Drops a scratch copy's links to itself (a multi-width table and its helper hold each
 // other) on every way out of a dry run.
 class ScratchRelease {
-public:
+ public:
   explicit ScratchRelease(MultiHashTableBase& table) noexcept : table_(table) {}
   ~ScratchRelease() { table_.scratchRelease(); }
   ScratchRelease(const ScratchRelease&) = delete;
   ScratchRelease& operator=(const ScratchRelease&) = delete;
 
-private:
+ private:
   MultiHashTableBase& table_;
 };
 
@@ -219,14 +221,17 @@ RequestCheck MultiHashTableBase::resyncCheck() const {
 }
 
 ReconcileReport MultiHashTableBase::reconcile() {
-  MHT_TRACE(1, "MultiHashTableBase::" << "reconcile");
+  MHT_TRACE(1, "MultiHashTableBase::"
+                   << "reconcile");
   ReconcileReport report;
   if (!hashEntryConfig_) return report;
-  const auto keep = [&](const HashEntryKey& key, EntryId requested, std::string reason) {
-    MHT_TRACE(2, "MultiHashTableBase::" << "reconcile" << " keeps key: " << key << " requested: " << requested
-                                        << " reason: " << reason);
-    report.kept(KeptRequest{key, requested, std::move(reason)});
-  };
+  const auto keep =
+      [&](const HashEntryKey& key, EntryId requested, std::string reason) {
+        MHT_TRACE(2, "MultiHashTableBase::"
+                         << "reconcile"
+                         << " keeps key: " << key << " requested: " << requested << " reason: " << reason);
+        report.kept(KeptRequest{key, requested, std::move(reason)});
+      };
 
   // Results whose request is gone: what the request's deletion would have done.
   std::vector<HashEntryKey> withoutRequest;

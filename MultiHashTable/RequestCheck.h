@@ -31,7 +31,7 @@ enum class RequestOutcome : U8 {
 std::string_view outcomeName(RequestOutcome outcome) noexcept;
 
 class RequestCheck {
-public:
+ public:
   RequestCheck() = default;
   RequestCheck(RequestOutcome outcome, std::string condition, std::string reason)
       : outcome_(outcome), condition_(std::move(condition)), reason_(std::move(reason)) {}
@@ -71,7 +71,7 @@ public:
   // The outcome keeps the more severe of this and other (the first one found on a tie).
   void worsen(RequestCheck other);
 
-private:
+ private:
   RequestOutcome outcome_ = RequestOutcome::accepted;
   std::string condition_;
   std::string reason_;
@@ -88,7 +88,7 @@ struct KeptRequest {
 
 // What reconcile() did: how many keys it acted on, and the keys it left as they stand.
 class ReconcileReport {
-public:
+ public:
   void actedOn() noexcept { ++acted_; }
   void kept(KeptRequest request) { kept_.push_back(std::move(request)); }
 
@@ -98,7 +98,7 @@ public:
   static constexpr std::string_view typeName() { return "TesselCentral::ReconcileReport"; }
   static ReconcileReport fromText(std::string_view text);
 
-private:
+ private:
   U32 acted_ = 0;
   std::vector<KeptRequest> kept_;
 };

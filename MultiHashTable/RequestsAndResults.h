@@ -20,7 +20,7 @@ namespace detail {
 // A key -> EntryId collection whose every real change is published on the owner's
 // publisher as attribute 130, with the key and the previous value (null when new).
 class PublishedEntryIds {
-public:
+ public:
   explicit PublishedEntryIds(U32 collectionConstant) : members_(collectionConstant) {}
 
   const EntryIdByKey& members() const noexcept { return members_; }
@@ -33,7 +33,7 @@ public:
   void delAll(const Fwk::Publisher& publisher);
   void clearSilently() { members_.delAll(); }
 
-private:
+ private:
   EntryIdByKey members_;
 };
 
@@ -42,7 +42,7 @@ private:
 // The client's requests: for each key, the EntryId it wants, or the invalid EntryId for
 // "anywhere". Writing the same request twice is silent.
 class HashEntryConfig : public Fwk::Entity {
-public:
+ public:
   static constexpr Fwk::AttrId configAttrId = Fwk::firstOwnAttrId;
 
   static Ptr<HashEntryConfig> HashEntryConfigIs();
@@ -69,7 +69,7 @@ public:
 
   ~HashEntryConfig() override;
 
-private:
+ private:
   HashEntryConfig();
   detail::PublishedEntryIds config_;
   mutable Fwk::Publisher publisher_;  // declared last: torn down before the collection
@@ -78,7 +78,7 @@ private:
 // The library's results: for each key the table handled, the EntryId where it stands,
 // or the invalid EntryId when it found no room. Only the table writes it.
 class HashEntryStatus : public Fwk::Entity {
-public:
+ public:
   static constexpr Fwk::AttrId statusAttrId = Fwk::firstOwnAttrId;
 
   static Ptr<HashEntryStatus> HashEntryStatusIs();
@@ -104,7 +104,7 @@ public:
 
   ~HashEntryStatus() override;
 
-private:
+ private:
   HashEntryStatus();
   detail::PublishedEntryIds status_;
   mutable Fwk::Publisher publisher_;

@@ -23,7 +23,8 @@ RequestCheck noBucketSelected(U32 b) {
 RequestCheck MultiHashTable::missingBank() const {
   for (U32 b = 0; b < numBanks(); ++b) {
     if (bankFind(b) == nullptr) {
-      return RequestCheck::stopsNow("", bankText(b) + " is missing: every bank below numBanks must exist before a key " +
+      return RequestCheck::stopsNow("", bankText(b) +
+                                            " is missing: every bank below numBanks must exist before a key " +
                                             "is placed, or the placement reads a bank that is not there");
     }
   }
@@ -36,8 +37,9 @@ RequestCheck MultiHashTable::missingBank() const {
 RequestCheck MultiHashTable::keyGeometry(const HashEntryKey& key) const {
   RequestCheck verdict = RequestCheck::accepted();
   if (key.crc16() == 0 && key.crc32() == 0) {
-    verdict.worsen(RequestCheck::hazardous("a key whose crc16 and crc32 are both 0 is taken for the empty-slot marker: "
-                                           "other keys may be placed over it"));
+    verdict.worsen(
+        RequestCheck::hazardous("a key whose crc16 and crc32 are both 0 is taken for the empty-slot marker: "
+                                "other keys may be placed over it"));
   }
   for (U32 b = 0; b < numBanks(); ++b) {
     const Bank& bank = *bankFind(b);
@@ -49,8 +51,8 @@ RequestCheck MultiHashTable::keyGeometry(const HashEntryKey& key) const {
     const U32 bucket = bank.bucketIdOf(key.crc16(), key.crc32(), false, 0);
     if (bucket >= numBuckets()) {
       verdict.worsen(RequestCheck::hazardous("the key's bucket " + std::to_string(bucket) + " in " + bankText(b) +
-                                             " lies at or past the table's numBuckets " +
-                                             std::to_string(numBuckets()) + ": its ids are another bank's slots"));
+                                             " lies at or past the table's numBuckets " + std::to_string(numBuckets()) +
+                                             ": its ids are another bank's slots"));
     }
   }
   return verdict;
@@ -65,7 +67,8 @@ RequestCheck MultiHashTable::checkPlacementAt(const HashEntryKey& key, EntryId e
     const Bank& bank = *bankFind(b);
     if (!bank.selectsBuckets()) return noBucketSelected(b);
     const U32 bucket = bank.bucketIdOf(key.crc16(), key.crc32(), false, 0);
-    for (U32 s = 0; s < numBucketEntries() && !valid; ++s) valid = entryIdOf(b, bucket, SlotId(static_cast<U8>(s))) == eId;
+    for (U32 s = 0; s < numBucketEntries() && !valid; ++s)
+      valid = entryIdOf(b, bucket, SlotId(static_cast<U8>(s))) == eId;
   }
   if (!valid) {
     return RequestCheck::stopsNow("checkEntryIdValidity( key, eId )",
@@ -87,8 +90,8 @@ RequestCheck MultiHashTable::checkPlacementAt(const HashEntryKey& key, EntryId e
   }
   if (const EntryId* current = hashEntryStatus()->statusFind(key); current != nullptr && current->isValid()) {
     verdict.worsen(RequestCheck::hazardous("the key stands at id " + idText(*current) +
-                                           ", which stays recorded for it after it is published at id " +
-                                           idText(eId) + ": that slot is lost until another key's removal frees it"));
+                                           ", which stays recorded for it after it is published at id " + idText(eId) +
+                                           ": that slot is lost until another key's removal frees it"));
   }
   verdict.worsen(keyGeometry(key));
   return verdict;
@@ -96,8 +99,9 @@ RequestCheck MultiHashTable::checkPlacementAt(const HashEntryKey& key, EntryId e
 
 RequestCheck MultiHashTable::checkPlacement(const HashEntryKey& key) const {
   if (const EntryId* current = hashEntryStatus()->statusFind(key); current != nullptr && !current->isValid()) {
-    return RequestCheck::noReaction("the key found no room before: it is tried again only after its request is "
-                                    "deleted and written anew");
+    return RequestCheck::noReaction(
+        "the key found no room before: it is tried again only after its request is "
+        "deleted and written anew");
   }
   if (RequestCheck missing = missingBank(); !missing.passes()) return missing;
 
@@ -133,8 +137,9 @@ RequestCheck MultiHashTable::checkPlacement(const HashEntryKey& key) const {
     }
   }
   if (!decided) {
-    verdict = RequestCheck::accepted("no candidate slot is free: occupants are moved to make room, or the key gets "
-                                     "no room");
+    verdict = RequestCheck::accepted(
+        "no candidate slot is free: occupants are moved to make room, or the key gets "
+        "no room");
   }
   verdict.worsen(keyGeometry(key));
   return verdict;

@@ -14,7 +14,7 @@ namespace TesselCentral {
 // Single-width table
 
 class MultiHashTable : public MultiHashTableBase {
-public:
+ public:
   using BankById = Fwk::HashMap<U32, Ptr<Bank>>;
 
   // Creates the table and subscribes it to the requests.
@@ -72,20 +72,20 @@ public:
   // every id is below the capacity, and the counters cover the recorded ids.
   std::vector<std::string> audit() const override;
 
-protected:
+ protected:
   RequestCheck checkPlacementAt(const HashEntryKey& key, EntryId id) const override;
   RequestCheck checkPlacement(const HashEntryKey& key) const override;
   RequestCheck checkRemoval(const HashEntryKey& key) const override;
   Ptr<MultiHashTableBase> scratchCopy(Ptr<const HashEntryConfig> config, Ptr<HashEntryStatus> status) const override;
 
-public:
+ public:
   void handleInitialized();
 
   const Fwk::TypeInfo* fwkType() const noexcept override;
 
   ~MultiHashTable() override;
 
-private:
+ private:
   MultiHashTable(U32 numBanks, U32 numBuckets, U32 numBucketEntries, Ptr<const HashEntryConfig> hashEntryConfig,
                  Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps, bool bucketSpanBanks);
 
@@ -95,13 +95,13 @@ private:
   // The entries whose keys the running rehashEntry calls of one placement are moving,
   // outermost first. A link lasts as long as its call.
   class ChainLink {
-  public:
+   public:
     ChainLink(std::vector<EntryId>& chain, EntryId eId) : chain_(chain) { chain_.push_back(eId); }
     ~ChainLink() { chain_.pop_back(); }
     ChainLink(const ChainLink&) = delete;
     ChainLink& operator=(const ChainLink&) = delete;
 
-  private:
+   private:
     std::vector<EntryId>& chain_;
   };
   // Whether a call further up the chain than the newest one is moving the key at eId.

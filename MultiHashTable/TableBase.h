@@ -24,7 +24,7 @@ inline constexpr U32 maxDenseTableSlots = U32{1} << 22;
 // Table base and the config reaction
 
 class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
-public:
+ public:
   // Ids below the table's capacity index an array; the rare id beyond it (a bank whose
   // mask reaches past the table's buckets) lives in a hash map beside it.
   using KeyByEntryId = Fwk::IndexedMap<EntryId, HashEntryKey>;
@@ -120,7 +120,7 @@ public:
 
   const Fwk::TypeInfo* fwkType() const noexcept override;
 
-protected:
+ protected:
   // How many ids or positions the table records in arrays: all its slots, up to
   // maxDenseTableSlots.
   std::size_t denseSlotCount() const noexcept {
@@ -147,7 +147,7 @@ protected:
   // reacts to `config`: the ground for a dry run.
   virtual Ptr<MultiHashTableBase> scratchCopy(Ptr<const HashEntryConfig> config, Ptr<HashEntryStatus> status) const;
 
-private:
+ private:
   void onNotification(const Fwk::Notification& n) override { hashEntryConfigDispatch(n); }
   bool subscribed() const noexcept;
 

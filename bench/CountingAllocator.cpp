@@ -1,8 +1,8 @@
 #include "CountingAllocator.h"
 
+#include <malloc.h>
 #include <atomic>
 #include <cstdlib>
-#include <malloc.h>
 #include <new>
 
 namespace bench {

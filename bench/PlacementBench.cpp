@@ -37,8 +37,7 @@ std::unique_ptr<TableSession> newTable(const TableSpec& shape) {
 }
 
 std::vector<HashEntryKey> keysFor(TableKind kind, std::size_t n, U64 keySeed = seed) {
-  KeySource source(KeySourceKind::random, keySeed, kind == TableKind::single ? WidthMix{100, 0, 0} : WidthMix{},
-                   {});
+  KeySource source(KeySourceKind::random, keySeed, kind == TableKind::single ? WidthMix{100, 0, 0} : WidthMix{}, {});
   std::vector<HashEntryKey> keys;
   keys.reserve(n);
   for (std::size_t i = 0; i < n; ++i) keys.push_back(source.next());
@@ -88,7 +87,8 @@ void BM_Place(benchmark::State& state, TableKind kind, double from, double to) {
     state.ResumeTiming();
   }
   perOperation(state, operations);
-  state.SetLabel("fill " + std::to_string(static_cast<int>(from * 100)) + "-" + std::to_string(static_cast<int>(to * 100)) + "%");
+  state.SetLabel("fill " + std::to_string(static_cast<int>(from * 100)) + "-" +
+                 std::to_string(static_cast<int>(to * 100)) + "%");
 }
 
 // Removal (configDel) of every key of a table at 50 % fill.
@@ -312,12 +312,18 @@ void scaling(benchmark::internal::Benchmark* b) {
 
 }  // namespace
 
-BENCHMARK_CAPTURE(BM_Place, single_0_50, TableKind::single, 0.0, 0.5)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Place, single_50_90, TableKind::single, 0.5, 0.9)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Place, single_0_50, TableKind::single, 0.0, 0.5)
+    ->Arg(defaultBuckets)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Place, single_50_90, TableKind::single, 0.5, 0.9)
+    ->Arg(defaultBuckets)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Remove, single, TableKind::single)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Lookup, single, TableKind::single)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Place, multi_0_50, TableKind::multi, 0.0, 0.5)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Place, multi_50_90, TableKind::multi, 0.5, 0.9)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Place, multi_50_90, TableKind::multi, 0.5, 0.9)
+    ->Arg(defaultBuckets)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Remove, multi, TableKind::multi)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Lookup, multi, TableKind::multi)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PlaceAtId)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
@@ -326,8 +332,12 @@ BENCHMARK_CAPTURE(BM_Churn, multi, TableKind::multi)->Arg(defaultBuckets)->Unit(
 BENCHMARK(BM_BaselineInsert)->Apply(scaling)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_BaselineErase)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_BaselineFind)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Place, single_scaling_0_50, TableKind::single, 0.0, 0.5)->Apply(scaling)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(BM_Place, multi_scaling_0_50, TableKind::multi, 0.0, 0.5)->Apply(scaling)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Place, single_scaling_0_50, TableKind::single, 0.0, 0.5)
+    ->Apply(scaling)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Place, multi_scaling_0_50, TableKind::multi, 0.0, 0.5)
+    ->Apply(scaling)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Memory, single, TableKind::single)->Arg(defaultBuckets)->Iterations(1);
 BENCHMARK_CAPTURE(BM_Memory, multi, TableKind::multi)->Arg(defaultBuckets)->Iterations(1);
 BENCHMARK(BM_BaselineMemory)->Arg(defaultBuckets)->Iterations(1);

@@ -82,9 +82,12 @@ Options parse(int argc, char** argv) {
       o.steps = static_cast<U32>(steps);
     } else if (arg == "--table") {
       end = nullptr;
-      if (value == "single") o.multi = false;
-      else if (value == "multi") o.single = false;
-      else if (value != "both") usage("--table takes single, multi or both");
+      if (value == "single")
+        o.multi = false;
+      else if (value == "multi")
+        o.single = false;
+      else if (value != "both")
+        usage("--table takes single, multi or both");
       continue;
     } else {
       usage("an unknown option");
@@ -117,9 +120,11 @@ struct Figures {
 };
 
 class Soak {
-public:
+ public:
   Soak(TableKind kind, const Options& o)
-      : options_(o), session_(TableSpec{kind, 4, 4096, 4, o.steps, false}), rng_(o.seed ^ (kind == TableKind::multi ? 0x5A : 0)) {
+      : options_(o),
+        session_(TableSpec{kind, 4, 4096, 4, o.steps, false}),
+        rng_(o.seed ^ (kind == TableKind::multi ? 0x5A : 0)) {
     for (const BankSpec& b : defaultBanks(session_.shape(), false)) session_.bankIs(b);
   }
 
@@ -149,7 +154,7 @@ public:
 
   U32 moves() const { return session_.table().numMoves(); }
 
-private:
+ private:
   double fill() const { return static_cast<double>(slotsUsed_) / static_cast<double>(session_.capacity()); }
 
   HashEntryType width() {
@@ -181,7 +186,8 @@ private:
     if (MultiHashTable* t = session_.single()) {
       const U32 b = static_cast<U32>(rng_() % t->numBanks());
       const U32 bucket = t->bank(b)->calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
-      for (U32 s = 0; s < t->numBucketEntries(); ++s) ids.push_back(t->entryIdOf(b, bucket, SlotId(static_cast<U8>(s))));
+      for (U32 s = 0; s < t->numBucketEntries(); ++s)
+        ids.push_back(t->entryIdOf(b, bucket, SlotId(static_cast<U8>(s))));
     } else {
       MultiEntryTypeHashTable* m = session_.multi();
       const U32 i = static_cast<U32>(rng_() % m->numBanks());
@@ -266,9 +272,9 @@ void report(const char* name, const Figures& f, U32 moves) {
       "       fill %.1f %% to %.1f %%, %u moves; audits: %llu run, %llu clean; peak RSS so far %.1f MB\n",
       name, static_cast<unsigned long long>(f.requests), static_cast<unsigned long long>(f.placements),
       static_cast<unsigned long long>(f.byId), static_cast<unsigned long long>(f.removals),
-      static_cast<unsigned long long>(f.noRoom), f.seconds, f.seconds > 0 ? static_cast<double>(f.requests) / f.seconds : 0.0,
-      100 * f.minFill, 100 * f.maxFill, moves, static_cast<unsigned long long>(f.audits),
-      static_cast<unsigned long long>(f.auditsClean), peakRssMb());
+      static_cast<unsigned long long>(f.noRoom), f.seconds,
+      f.seconds > 0 ? static_cast<double>(f.requests) / f.seconds : 0.0, 100 * f.minFill, 100 * f.maxFill, moves,
+      static_cast<unsigned long long>(f.audits), static_cast<unsigned long long>(f.auditsClean), peakRssMb());
   std::fflush(stdout);
 }
 
@@ -276,11 +282,12 @@ void report(const char* name, const Figures& f, U32 moves) {
 
 int main(int argc, char** argv) {
   const Options options = parse(argc, argv);
-  std::printf("mht_soak: %llu requests per table, fill band %.0f-%.0f %%, audit every %llu requests, seed %llu, "
-              "maxRecursiveSteps %u\n",
-              static_cast<unsigned long long>(options.requests), 100 * options.fillLow, 100 * options.fillHigh,
-              static_cast<unsigned long long>(options.auditEvery), static_cast<unsigned long long>(options.seed),
-              options.steps);
+  std::printf(
+      "mht_soak: %llu requests per table, fill band %.0f-%.0f %%, audit every %llu requests, seed %llu, "
+      "maxRecursiveSteps %u\n",
+      static_cast<unsigned long long>(options.requests), 100 * options.fillLow, 100 * options.fillHigh,
+      static_cast<unsigned long long>(options.auditEvery), static_cast<unsigned long long>(options.seed),
+      options.steps);
   if (options.single) {
     Soak soak(TableKind::single, options);
     const Figures f = soak.run();

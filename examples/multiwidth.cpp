@@ -9,7 +9,7 @@
 using namespace TesselCentral;
 
 class StatusPrinter : public Fwk::Reactor {
-public:
+ public:
   explicit StatusPrinter(const HashEntryStatus& status) : status_(status) { status.publisher().subscriberIs(*this); }
 
   void onNotification(const Fwk::Notification& n) override {
@@ -20,7 +20,7 @@ public:
     std::cout << (now == nullptr ? "removed" : now->isValid() ? std::to_string(now->value()) : "no room") << '\n';
   }
 
-private:
+ private:
   const HashEntryStatus& status_;
 };
 
@@ -37,11 +37,11 @@ int main() {
 
   StatusPrinter printer(*status);
 
-  const HashEntryKey k1(1, 1, 0, HashEntryType::doubleWide);  // bank 0 bucket 1, bank 1 bucket 1
-  const HashEntryKey k2(0, 0, 0, HashEntryType::singleWide);  // bank 0 bucket 0, bank 1 bucket 0
-  const HashEntryKey k3(0, 5, 0, HashEntryType::quadWide);    // bank 0 bucket 1, bank 1 bucket 0
-  const HashEntryKey k4(0, 9, 0, HashEntryType::doubleWide);  // bank 0 bucket 1, bank 1 bucket 0
-  const HashEntryKey k5(0, 13, 0, HashEntryType::singleWide); // bank 0 bucket 1, bank 1 bucket 0
+  const HashEntryKey k1(1, 1, 0, HashEntryType::doubleWide);   // bank 0 bucket 1, bank 1 bucket 1
+  const HashEntryKey k2(0, 0, 0, HashEntryType::singleWide);   // bank 0 bucket 0, bank 1 bucket 0
+  const HashEntryKey k3(0, 5, 0, HashEntryType::quadWide);     // bank 0 bucket 1, bank 1 bucket 0
+  const HashEntryKey k4(0, 9, 0, HashEntryType::doubleWide);   // bank 0 bucket 1, bank 1 bucket 0
+  const HashEntryKey k5(0, 13, 0, HashEntryType::singleWide);  // bank 0 bucket 1, bank 1 bucket 0
 
   std::cout << "double-wide k1, single-wide k2, quad-wide k3, double-wide k4\n";
   for (const auto& k : {k1, k2, k3, k4}) config->configIs(k, EntryId());
@@ -54,8 +54,8 @@ int main() {
     const EntryId id = status->status(k);
     const U32 hw = ids.getHwPosition(id);
     std::cout << "  " << std::setw(10) << k.entryType() << " crc32=" << std::setw(2) << k.crc32() << " id "
-              << std::setw(2) << id << " -> bank " << positionBank(hw) << " bucket " << positionBucket(hw)
-              << " slot " << positionSlot(hw) << '\n';
+              << std::setw(2) << id << " -> bank " << positionBank(hw) << " bucket " << positionBucket(hw) << " slot "
+              << positionSlot(hw) << '\n';
   }
 
   // Tear-down: the table and its helper hold each other; break the cycle first.

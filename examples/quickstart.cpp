@@ -8,7 +8,7 @@ using namespace TesselCentral;
 
 // Prints every result the moment the table publishes it, inside the agent's own write.
 class StatusPrinter : public Fwk::Reactor {
-public:
+ public:
   explicit StatusPrinter(const HashEntryStatus& status) : status_(status) { status.publisher().subscriberIs(*this); }
 
   void onNotification(const Fwk::Notification& n) override {
@@ -22,7 +22,7 @@ public:
     }
   }
 
-private:
+ private:
   const HashEntryStatus& status_;
 };
 

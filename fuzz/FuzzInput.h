@@ -11,7 +11,7 @@
 namespace mht::fuzz {
 
 class FuzzInput {
-public:
+ public:
   FuzzInput(const std::uint8_t* data, std::size_t size) noexcept : data_(data), size_(size) {}
 
   bool atEnd() const noexcept { return next_ >= size_; }
@@ -45,7 +45,7 @@ public:
     return text;
   }
 
-private:
+ private:
   const std::uint8_t* data_;
   std::size_t size_;
   std::size_t next_ = 0;

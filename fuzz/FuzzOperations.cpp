@@ -92,7 +92,9 @@ Geometry readGeometry(FuzzInput& in) {
     BankGeometry b;
     if (g.multi) {
       const U32 kind = in.byte();
-      b.base = kind < 224 ? HashEntryType::singleWide : kind < 248 ? HashEntryType::doubleWide : HashEntryType::quadWide;
+      b.base = kind < 224   ? HashEntryType::singleWide
+               : kind < 248 ? HashEntryType::doubleWide
+                            : HashEntryType::quadWide;
       b.numBuckets = U32{1} << in.below(7);
     } else {
       b.numBuckets = g.numBuckets;
@@ -149,9 +151,8 @@ void printLog() {
 }
 
 class Driver {
-public:
-  explicit Driver(const Geometry& g)
-      : g_(g), config_(hashEntryConfigFactory()), status_(hashEntryStatusFactory()) {
+ public:
+  explicit Driver(const Geometry& g) : g_(g), config_(hashEntryConfigFactory()), status_(hashEntryStatusFactory()) {
     activeLog = &log_;
     std::ostringstream table;
     if (g.multi) {
@@ -198,13 +199,21 @@ public:
     const std::size_t requests = g_.steps > deepSteps ? maxDeepRequests : maxRequests;
     for (std::size_t n = 0; n < requests && !in.atEnd(); ++n) {
       switch (in.byte() % 16) {
-        case 0: case 1: case 2: case 3: case 4: case 5:
+        case 0:
+        case 1:
+        case 2:
+        case 3:
+        case 4:
+        case 5:
           placeNew(in, false);
           break;
-        case 6: case 7:
+        case 6:
+        case 7:
           placeNew(in, true);
           break;
-        case 8: case 9: case 10:
+        case 8:
+        case 9:
+        case 10:
           removeOne(in);
           break;
         case 11:
@@ -217,18 +226,22 @@ public:
           requestAtIdAgain(in);
           break;
         case 14:
-          if (in.flag()) resync();
-          else reconcile();
+          if (in.flag())
+            resync();
+          else
+            reconcile();
           break;
         default:
-          if (in.chance(10)) removeAll();
-          else placeNew(in, false);
+          if (in.chance(10))
+            removeAll();
+          else
+            placeNew(in, false);
           break;
       }
     }
   }
 
-private:
+ private:
   void chooseKeyTypes() {
     if (!multi_) {
       keyTypes_ = {HashEntryType::singleWide};
@@ -258,7 +271,8 @@ private:
     if (single_) {
       for (U32 b = 0; b < g_.numBanks; ++b) {
         const U32 bucket = single_->bank(b)->calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
-        for (U32 s = 0; s < g_.numBucketEntries; ++s) ids.push_back(single_->entryIdOf(b, bucket, SlotId(static_cast<U8>(s))));
+        for (U32 s = 0; s < g_.numBucketEntries; ++s)
+          ids.push_back(single_->entryIdOf(b, bucket, SlotId(static_cast<U8>(s))));
       }
     } else {
       EntryIdHelper& helper = *multi_->entryIdHelper();
@@ -267,7 +281,8 @@ private:
         if (static_cast<U32>(key.entryType()) < static_cast<U32>(b.baseEntryType())) continue;
         const U32 first = b.groupStart(b.bucketIdOf(key.crc16(), key.crc32(), false, 0), key.entryType());
         for (U32 k = 0; k < b.numBucketsToCheck(key.entryType()); ++k) {
-          for (U32 s = 0; s <= b.bucketSize(); ++s) ids.push_back(EntryId(helper.entryIdOfPosition(packPosition(i, first + k, 0)).value() + s));
+          for (U32 s = 0; s <= b.bucketSize(); ++s)
+            ids.push_back(EntryId(helper.entryIdOfPosition(packPosition(i, first + k, 0)).value() + s));
         }
       }
     }

@@ -25,9 +25,10 @@
 namespace {
 
 constexpr std::array<std::string_view, 20> safeOperations = {
-    "configIs",  "configDel",  "configDelAll",      "configHas",    "configOf",       "statusIs",     "statusDel",
-    "statusDelAll", "statusHas", "statusOf",        "hashTableEntryOf", "calcEntryId", "bankIs",     "bankDel",
-    "getEntryType", "bucketsLocked", "debugEnabledIs", "lockedBucketsIs", "lockedBucketsDel", "tableCapacity"};
+    "configIs",         "configDel",      "configDelAll",    "configHas",        "configOf",
+    "statusIs",         "statusDel",      "statusDelAll",    "statusHas",        "statusOf",
+    "hashTableEntryOf", "calcEntryId",    "bankIs",          "bankDel",          "getEntryType",
+    "bucketsLocked",    "debugEnabledIs", "lockedBucketsIs", "lockedBucketsDel", "tableCapacity"};
 
 std::string_view unqualified(std::string_view type) {
   constexpr std::string_view prefix = "TesselCentral::";

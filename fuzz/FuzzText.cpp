@@ -77,7 +77,8 @@ void parseEnum(std::string_view text) {
 void parseNumber(std::string_view text, std::uint64_t max) {
   const std::uint64_t v = Fwk::parseUnsigned(text, "number", max);
   if (v > max) roundTripFailed("parseUnsigned above its maximum", text, std::to_string(v));
-  if (Fwk::parseUnsigned(std::to_string(v), "number", max) != v) roundTripFailed("parseUnsigned", text, std::to_string(v));
+  if (Fwk::parseUnsigned(std::to_string(v), "number", max) != v)
+    roundTripFailed("parseUnsigned", text, std::to_string(v));
 }
 
 void normalise(std::string_view typeName, std::string_view text) {
@@ -122,8 +123,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       default: {
         // A type name of the input's own: the registry must refuse unknown ones cleanly.
         const std::size_t cut = text.find('\n');
-        if (cut == std::string_view::npos) normalise(text, {});
-        else normalise(text.substr(0, cut), text.substr(cut + 1));
+        if (cut == std::string_view::npos)
+          normalise(text, {});
+        else
+          normalise(text.substr(0, cut), text.substr(cut + 1));
         break;
       }
     }

@@ -8,18 +8,18 @@
 // (an exit would end the process before libFuzzer could save it).
 #pragma once
 
+#include <unistd.h>
 #include <cstdlib>
 #include <ostream>
 #include <streambuf>
 #include <string>
-#include <unistd.h>
 
 #include "fwk/Trace.h"
 
 namespace mht::fuzz {
 
 class FindingBuffer : public std::streambuf {
-protected:
+ protected:
   int_type overflow(int_type c) override {
     if (c != traits_type::eof()) text_ += static_cast<char>(c);
     return traits_type::not_eof(c);
@@ -39,35 +39,35 @@ protected:
     return 0;
   }
 
-private:
+ private:
   std::string text_;
 };
 
 class FindingStream : public std::ostream {
-public:
+ public:
   FindingStream() : std::ostream(&buffer_) {}
 
-private:
+ private:
   FindingBuffer buffer_;
 };
 
 class NullBuffer : public std::streambuf {
-protected:
+ protected:
   int_type overflow(int_type c) override { return traits_type::not_eof(c); }
   std::streamsize xsputn(const char*, std::streamsize n) override { return n; }
 };
 
 class NullStream : public std::ostream {
-public:
+ public:
   NullStream() : std::ostream(&buffer_) {}
 
-private:
+ private:
   NullBuffer buffer_;
 };
 
 // Swallows the library's trace lines while a script that turned tracing on runs.
 class NullTraceSink : public Fwk::TraceSink {
-public:
+ public:
   void write(const Fwk::TraceRecord&) override {}
 };
 

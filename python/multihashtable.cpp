@@ -69,7 +69,7 @@ py::dict resultsOf(const Collection& collection) {
 
 // A trace sink that keeps the formatted lines for Python to read.
 class TraceCapture : public Fwk::TraceSink {
-public:
+ public:
   void write(const Fwk::TraceRecord& record) override { lines_.push_back(Fwk::StreamTraceSink::format(record)); }
   const std::vector<std::string>& lines() const noexcept { return lines_; }
   std::string text() const {
@@ -79,14 +79,14 @@ public:
   }
   void clear() noexcept { lines_.clear(); }
 
-private:
+ private:
   std::vector<std::string> lines_;
 };
 
 // The library's trace handle as Python sees it. It keeps the installed capture alive, and
 // gives the handle back to standard error when the module goes away.
 class TraceControl {
-public:
+ public:
   ~TraceControl() { multiHashTableTrace().sinkIs(nullptr); }
   U32 levelMask() const noexcept { return multiHashTableTrace().levelMask(); }
   void levelMaskIs(U32 mask) noexcept { multiHashTableTrace().levelMaskIs(mask); }
@@ -100,18 +100,19 @@ public:
     sink_ = std::move(sink);
   }
 
-private:
+ private:
   py::object sink_ = py::none();
 };
 
 HashFunc hashFuncNamed(const std::string& name) { return Fwk::sequenceToValue<HashFunc>(name, "hashFunc"); }
 
 // The simulation with mht simulate's options and checks; returns its JSON report as a dict.
-py::object simulateForPython(const std::string& table, U32 banks, U32 buckets, U32 slots, U32 steps, bool bucketSpanBanks,
-                    bool doubleEntryTwoBucketMode, const std::vector<std::tuple<U32, std::string, U32, U32, U32>>& bankHash,
-                    const std::tuple<double, double, double>& mix, const std::string& keys,
-                    const std::vector<std::string>& prefixes, std::optional<U64> requests, std::optional<double> fillTarget,
-                    U64 churn, U64 seed) {
+py::object simulateForPython(const std::string& table, U32 banks, U32 buckets, U32 slots, U32 steps,
+                             bool bucketSpanBanks, bool doubleEntryTwoBucketMode,
+                             const std::vector<std::tuple<U32, std::string, U32, U32, U32>>& bankHash,
+                             const std::tuple<double, double, double>& mix, const std::string& keys,
+                             const std::vector<std::string>& prefixes, std::optional<U64> requests,
+                             std::optional<double> fillTarget, U64 churn, U64 seed) {
   using namespace mht;
   const auto fail = [](const std::string& option, const std::string& what) {
     throw py::value_error(option + ": " + what);
@@ -202,7 +203,8 @@ PYBIND11_MODULE(multihashtable, m) {
       .def(py::init<U16, U32, U32, HashEntryType>(), py::arg("crc16"), py::arg("crc32"), py::arg("fapId") = 0,
            py::arg("entryType") = HashEntryType::singleWide)
       .def(py::init([](const py::tuple& t) {
-             if (t.size() < 2 || t.size() > 4) throw py::value_error("a key tuple is (crc16, crc32[, fapId[, entryType]])");
+             if (t.size() < 2 || t.size() > 4)
+               throw py::value_error("a key tuple is (crc16, crc32[, fapId[, entryType]])");
              return HashEntryKey(t[0].cast<U16>(), t[1].cast<U32>(), t.size() > 2 ? t[2].cast<U32>() : 0,
                                  t.size() > 3 ? t[3].cast<HashEntryType>() : HashEntryType::singleWide);
            }),
@@ -217,11 +219,12 @@ PYBIND11_MODULE(multihashtable, m) {
       .def("__repr__", &keyRepr);
   py::implicitly_convertible<py::tuple, HashEntryKey>();
 
-  py::class_<HashEntryConfig, Fwk::Ptr<HashEntryConfig>>(m, "HashEntryConfig",
-                                                         "The client's requests: key -> wanted EntryId, or None for anywhere")
+  py::class_<HashEntryConfig, Fwk::Ptr<HashEntryConfig>>(
+      m, "HashEntryConfig", "The client's requests: key -> wanted EntryId, or None for anywhere")
       .def(py::init(&hashEntryConfigFactory))
       .def(
-          "configIs", [](HashEntryConfig& c, const HashEntryKey& key, std::optional<U32> id) { c.configIs(key, entryIdOf(id)); },
+          "configIs",
+          [](HashEntryConfig& c, const HashEntryKey& key, std::optional<U32> id) { c.configIs(key, entryIdOf(id)); },
           py::arg("key"), py::arg("id") = py::none(), "Adds or changes a request; the tables react inside this call")
       .def(
           "configDel", [](HashEntryConfig& c, const HashEntryKey& key) { return idValue(c.configDel(key)); },
@@ -231,19 +234,21 @@ PYBIND11_MODULE(multihashtable, m) {
           "config", [](const HashEntryConfig& c, const HashEntryKey& key) { return idValue(c.config(key)); },
           py::arg("key"))
       .def("configHas", &HashEntryConfig::configHas, py::arg("key"))
-      .def("requests", [](const HashEntryConfig& c) { return resultsOf(c.configCollection()); },
-           "Every request as a dict {HashEntryKey: id or None}")
+      .def(
+          "requests", [](const HashEntryConfig& c) { return resultsOf(c.configCollection()); },
+          "Every request as a dict {HashEntryKey: id or None}")
       .def("__len__", [](const HashEntryConfig& c) { return c.configCollection().size(); });
 
-  py::class_<HashEntryStatus, Fwk::Ptr<HashEntryStatus>>(m, "HashEntryStatus",
-                                                         "The library's results: key -> EntryId, or None where there was no room")
+  py::class_<HashEntryStatus, Fwk::Ptr<HashEntryStatus>>(
+      m, "HashEntryStatus", "The library's results: key -> EntryId, or None where there was no room")
       .def(py::init(&hashEntryStatusFactory))
       .def(
           "status", [](const HashEntryStatus& s, const HashEntryKey& key) { return idValue(s.status(key)); },
           py::arg("key"))
       .def("statusHas", &HashEntryStatus::statusHas, py::arg("key"))
-      .def("results", [](const HashEntryStatus& s) { return resultsOf(s.statusCollection()); },
-           "Every result as a dict {HashEntryKey: id or None}")
+      .def(
+          "results", [](const HashEntryStatus& s) { return resultsOf(s.statusCollection()); },
+          "Every result as a dict {HashEntryKey: id or None}")
       .def("__len__", [](const HashEntryStatus& s) { return s.statusCollection().size(); });
 
   py::class_<Bank, Fwk::Ptr<Bank>>(m, "Bank")
@@ -320,15 +325,17 @@ PYBIND11_MODULE(multihashtable, m) {
              return multiHashTableFactory(numBanks, numBuckets, numBucketEntries, config, status, maxRecursiveSteps,
                                           bucketSpanBanks);
            }),
-           py::arg("numBanks"), py::arg("numBuckets"), py::arg("numBucketEntries"),
-           py::arg("config"), py::arg("status"), py::arg("maxRecursiveSteps"), py::arg("bucketSpanBanks") = false)
+           py::arg("numBanks"), py::arg("numBuckets"), py::arg("numBucketEntries"), py::arg("config"),
+           py::arg("status"), py::arg("maxRecursiveSteps"), py::arg("bucketSpanBanks") = false)
       .def_property_readonly("bucketSpanBanks", &MultiHashTable::bucketSpanBanks)
       .def("bankIs", &MultiHashTable::bankIs, py::arg("baseEntryType"), py::arg("bankId"), py::arg("numBuckets"),
            py::arg("bucketSize"), py::arg("hashFunc"), py::arg("hashOffSet"), py::arg("hashBits"), py::arg("hashMask"))
       .def("bank", &MultiHashTable::bank, py::arg("bankId"))
       .def(
           "calcEntryId",
-          [](const MultiHashTable& t, U32 bankId, U32 bucketId, U8 slot) { return t.calcEntryId(bankId, bucketId, slot).value(); },
+          [](const MultiHashTable& t, U32 bankId, U32 bucketId, U8 slot) {
+            return t.calcEntryId(bankId, bucketId, slot).value();
+          },
           py::arg("bankId"), py::arg("bucketId"), py::arg("slot"));
 
   py::class_<MultiEntryTypeHashTable, MultiHashTableBase, Fwk::Ptr<MultiEntryTypeHashTable>>(
@@ -338,11 +345,11 @@ PYBIND11_MODULE(multihashtable, m) {
              return multiEntryTypeHashTableFactory(numBanks, numBuckets, numBucketEntries, config, status,
                                                    maxRecursiveSteps);
            }),
-           py::arg("numBanks"), py::arg("numBuckets"),
-           py::arg("numBucketEntries"), py::arg("config"), py::arg("status"), py::arg("maxRecursiveSteps"))
+           py::arg("numBanks"), py::arg("numBuckets"), py::arg("numBucketEntries"), py::arg("config"),
+           py::arg("status"), py::arg("maxRecursiveSteps"))
       .def("bankIs", &MultiEntryTypeHashTable::bankIs, py::arg("baseEntryType"), py::arg("bankId"),
-           py::arg("numBuckets"), py::arg("bucketSize"), py::arg("hashFunc"), py::arg("hashOffSet"), py::arg("hashBits"),
-           py::arg("hashMask"), py::arg("phyBankId"), py::arg("doubleEntryTwoBucketMode") = false)
+           py::arg("numBuckets"), py::arg("bucketSize"), py::arg("hashFunc"), py::arg("hashOffSet"),
+           py::arg("hashBits"), py::arg("hashMask"), py::arg("phyBankId"), py::arg("doubleEntryTwoBucketMode") = false)
       .def("bank", &MultiEntryTypeHashTable::bank, py::arg("bankId"))
       .def_property_readonly("entryIdHelper", &MultiEntryTypeHashTable::entryIdHelper)
       .def("entryIdHelperIs", &MultiEntryTypeHashTable::entryIdHelperIs, py::arg("helper"),
@@ -356,7 +363,8 @@ PYBIND11_MODULE(multihashtable, m) {
       .def("getBucketId", &EntryIdHelper::getBucketId, py::arg("id"))
       .def("getBucketState", &EntryIdHelper::getBucketState, py::arg("id"))
       .def("getHashEntryKey", &EntryIdHelper::getHashEntryKey, py::arg("id"))
-      .def("getHwPosition", &EntryIdHelper::getHwPosition, py::arg("id"), "The position with the physical bank id in bits 31..24");
+      .def("getHwPosition", &EntryIdHelper::getHwPosition, py::arg("id"),
+           "The position with the physical bank id in bits 31..24");
   // The helper's id arguments are EntryIds; Python passes ints.
   py::class_<EntryId>(m, "EntryId").def(py::init<U32>()).def_property_readonly("value", &EntryId::value);
   py::implicitly_convertible<py::int_, EntryId>();
@@ -373,8 +381,9 @@ PYBIND11_MODULE(multihashtable, m) {
                     "A TraceCapture that receives the lines, or None for standard error");
   m.attr("trace") = py::cast(TraceControl(), py::return_value_policy::move);
 
-  m.def("simulate", &simulateForPython, "Runs mht simulate's simulation; returns the figures of its --json report as a dict",
-        py::kw_only(), py::arg("table") = "multi", py::arg("banks") = 4, py::arg("buckets") = 4096, py::arg("slots") = 4,
+  m.def("simulate", &simulateForPython,
+        "Runs mht simulate's simulation; returns the figures of its --json report as a dict", py::kw_only(),
+        py::arg("table") = "multi", py::arg("banks") = 4, py::arg("buckets") = 4096, py::arg("slots") = 4,
         py::arg("steps") = 3, py::arg("bucketSpanBanks") = false, py::arg("doubleEntryTwoBucketMode") = false,
         py::arg("bankHash") = std::vector<std::tuple<U32, std::string, U32, U32, U32>>{},
         py::arg("mix") = std::make_tuple(70.0, 20.0, 10.0), py::arg("keys") = "random",

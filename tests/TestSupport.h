@@ -15,7 +15,7 @@ namespace TesselCentral::test {
 
 // Captures the library's trace at the given level mask for the life of the object.
 class TraceCapture {
-public:
+ public:
   explicit TraceCapture(U32 levelMask) : previousMask_(multiHashTableTrace().levelMask()) {
     multiHashTableTrace().sinkIs(&sink_);
     multiHashTableTrace().levelMaskIs(levelMask);
@@ -32,7 +32,7 @@ public:
   std::vector<std::string> texts() const { return sink_.texts(); }
   void clear() noexcept { sink_.clear(); }
 
-private:
+ private:
   Fwk::MemoryTraceSink sink_;
   U32 previousMask_;
 };
@@ -42,7 +42,7 @@ inline constexpr U32 levelBit(unsigned level) noexcept { return U32{1} << level;
 // Records every publication of a HashEntryStatus (or HashEntryConfig): the key, the
 // new value as the collection holds it after the change, and the previous value.
 class ChangeRecorder : public Fwk::Reactor {
-public:
+ public:
   struct Change {
     HashEntryKey key;
     bool hadPrevious;
@@ -65,7 +65,7 @@ public:
 
   std::vector<Change> changes;
 
-private:
+ private:
   const HashEntryStatus* status_ = nullptr;
   const HashEntryConfig* config_ = nullptr;
 };

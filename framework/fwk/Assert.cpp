@@ -14,7 +14,6 @@ thread_local bool trapped = false;
 AssertionTrap::AssertionTrap() noexcept : previous_(trapped) { trapped = true; }
 AssertionTrap::~AssertionTrap() { trapped = previous_; }
 
-
 std::string formatAssertion(const AssertionReport& r) {
   std::string s;
   if (!r.message.empty()) {

@@ -41,13 +41,13 @@ struct AssertionStopped {
 // instead of stopping the process. It serves dry runs on scratch copies, whose every
 // entity is dropped when the exception unwinds; nothing else may rely on it.
 class AssertionTrap {
-public:
+ public:
   AssertionTrap() noexcept;
   ~AssertionTrap();
   AssertionTrap(const AssertionTrap&) = delete;
   AssertionTrap& operator=(const AssertionTrap&) = delete;
 
-private:
+ private:
   bool previous_;
 };
 
@@ -60,9 +60,9 @@ private:
 
 // The assertion of a step that belongs to a larger operation: the report names the
 // operation's signature (given), not the helper function that the step was factored into.
-#define FWK_ASSERT_TEXT_IN(file, function, condition, text)                                   \
-  do {                                                                                        \
-    if (!(condition)) ::Fwk::assertionFailed((text), {}, (file), __LINE__, (function));      \
+#define FWK_ASSERT_TEXT_IN(file, function, condition, text)                             \
+  do {                                                                                  \
+    if (!(condition)) ::Fwk::assertionFailed((text), {}, (file), __LINE__, (function)); \
   } while (0)
 
 #define FWK_ASSERT(file, condition) FWK_ASSERT_TEXT(file, condition, #condition)
@@ -70,12 +70,11 @@ private:
 #define FWK_ASSERT_MSG(file, condition, text, message) \
   FWK_ASSERT_MSG_IN(file, __PRETTY_FUNCTION__, condition, text, message)
 
-#define FWK_ASSERT_MSG_IN(file, function, condition, text, message)                           \
-  do {                                                                                        \
-    if (!(condition)) {                                                                       \
-      std::ostringstream fwkAssertMessage_;                                                   \
-      fwkAssertMessage_ << message;                                                           \
-      ::Fwk::assertionFailed("\"" text "\" == nullptr", fwkAssertMessage_.view(), (file), __LINE__, \
-                             (function));                                                     \
-    }                                                                                         \
+#define FWK_ASSERT_MSG_IN(file, function, condition, text, message)                                              \
+  do {                                                                                                           \
+    if (!(condition)) {                                                                                          \
+      std::ostringstream fwkAssertMessage_;                                                                      \
+      fwkAssertMessage_ << message;                                                                              \
+      ::Fwk::assertionFailed("\"" text "\" == nullptr", fwkAssertMessage_.view(), (file), __LINE__, (function)); \
+    }                                                                                                            \
   } while (0)

@@ -19,9 +19,9 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <type_traits>
 #include <utility>
@@ -43,7 +43,7 @@ namespace detail {
 // destroyed as usual.
 template <class T>
 class SlotArray {
-public:
+ public:
   static constexpr bool plain = std::is_trivially_copyable_v<T> && std::is_trivially_destructible_v<T>;
 
   SlotArray() = default;
@@ -73,7 +73,7 @@ public:
   T* data() noexcept { return slots_; }
   const T* data() const noexcept { return slots_; }
 
-private:
+ private:
   T* slots_ = nullptr;
   std::size_t count_ = 0;
 };
@@ -97,14 +97,14 @@ struct KeyHash {
 
 template <class K, class V>
 class HashMap {
-public:
+ public:
   struct Entry {
     K key{};
     V value{};
   };
 
   class Iterator {
-  public:
+   public:
     using value_type = Entry;
     using difference_type = std::ptrdiff_t;
 
@@ -122,15 +122,14 @@ public:
     }
     friend bool operator==(const Iterator& a, const Iterator& b) noexcept { return a.index_ == b.index_; }
 
-  private:
+   private:
     friend class HashMap;
     Iterator(const HashMap* map, std::size_t index) noexcept : map_(map), index_(index) {}
     const HashMap* map_ = nullptr;
     std::size_t index_ = 0;
   };
 
-  explicit HashMap(std::uint32_t collectionConstant = 0) noexcept
-      : seed_(processHashSeed() ^ collectionConstant) {}
+  explicit HashMap(std::uint32_t collectionConstant = 0) noexcept : seed_(processHashSeed() ^ collectionConstant) {}
   HashMap(const HashMap&) = delete;
   HashMap& operator=(const HashMap&) = delete;
   // A moved-from map is empty and keeps its seed.
@@ -223,7 +222,8 @@ public:
   // Removes the member whose value a find() of this map returned, with no change to the
   // map since, without probing for its key again. Returns the removed value.
   V delFound(const V* found) {
-    const auto offset = reinterpret_cast<std::uintptr_t>(found) - reinterpret_cast<std::uintptr_t>(&slots_.data()->value);
+    const auto offset =
+        reinterpret_cast<std::uintptr_t>(found) - reinterpret_cast<std::uintptr_t>(&slots_.data()->value);
     return eraseAt(offset / sizeof(Entry));
   }
 
@@ -246,7 +246,7 @@ public:
 
   std::size_t bytesAllocated() const noexcept { return capacity_ * (sizeof(Entry) + 1); }
 
-private:
+ private:
   static constexpr std::size_t npos = ~std::size_t{0};
   static constexpr std::uint8_t emptyControl = 0x00;
   static constexpr std::uint8_t deletedControl = 0x01;
@@ -368,7 +368,8 @@ private:
 
   std::size_t emptySlotFor(const Hashed& h) const noexcept {
     for (std::size_t i = h.index;; i = advance(i)) {
-      if (const unsigned free = Group(&control_[i]).matchFree()) return wrap(i + static_cast<unsigned>(std::countr_zero(free)));
+      if (const unsigned free = Group(&control_[i]).matchFree())
+        return wrap(i + static_cast<unsigned>(std::countr_zero(free)));
     }
   }
 

@@ -41,7 +41,7 @@ extern std::atomic<bool> threadSafeMode;
 inline bool threadSafeMode() noexcept { return detail::threadSafeMode.load(std::memory_order_relaxed); }
 
 class Entity {
-public:
+ public:
   static constexpr std::uint32_t notificationActiveBit = 1u << 29;
   static constexpr std::uint32_t reactorsRetiredBit = 1u << 30;
   static constexpr std::uint32_t flagBits = notificationActiveBit | reactorsRetiredBit;
@@ -79,7 +79,7 @@ public:
     if ((after & countBits) == 0) lastUserGone();
   }
 
-protected:
+ protected:
   // A new entity starts with one reference, the one its factory hands out (Ptr::adopt).
   Entity() noexcept : useWord_(1) {}
 
@@ -88,11 +88,13 @@ protected:
   void notificationActiveIs(bool on) noexcept { flagIs(notificationActiveBit, on); }
   void reactorsRetiredIs(bool on) noexcept { flagIs(reactorsRetiredBit, on); }
 
-private:
+ private:
   void flagIs(std::uint32_t bit, bool on) noexcept {
     if (threadSafeMode()) {
-      if (on) useWord_.fetch_or(bit, std::memory_order_relaxed);
-      else useWord_.fetch_and(~bit, std::memory_order_relaxed);
+      if (on)
+        useWord_.fetch_or(bit, std::memory_order_relaxed);
+      else
+        useWord_.fetch_and(~bit, std::memory_order_relaxed);
     } else {
       const std::uint32_t word = useWord_.load(std::memory_order_relaxed);
       useWord_.store(on ? (word | bit) : (word & ~bit), std::memory_order_relaxed);
@@ -107,7 +109,7 @@ private:
 // that a freshly constructed entity already holds.
 template <class T>
 class Ptr {
-public:
+ public:
   Ptr() noexcept = default;
   Ptr(std::nullptr_t) noexcept {}
   Ptr(T* raw) noexcept : raw_(raw) {
@@ -116,11 +118,11 @@ public:
   Ptr(const Ptr& other) noexcept : Ptr(other.raw_) {}
   Ptr(Ptr&& other) noexcept : raw_(std::exchange(other.raw_, nullptr)) {}
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(const Ptr<U>& other) noexcept : Ptr(other.ptr()) {}
+  requires std::is_convertible_v<U*, T*> Ptr(const Ptr<U>& other)
+  noexcept : Ptr(other.ptr()) {}
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(Ptr<U>&& other) noexcept : raw_(other.release()) {}
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& other)
+  noexcept : raw_(other.release()) {}
   ~Ptr() {
     if (raw_) raw_->deleteReference();
   }
@@ -147,7 +149,7 @@ public:
   friend bool operator==(const Ptr& a, const Ptr& b) noexcept { return a.raw_ == b.raw_; }
   friend bool operator==(const Ptr& a, std::nullptr_t) noexcept { return a.raw_ == nullptr; }
 
-private:
+ private:
   T* raw_ = nullptr;
 };
 

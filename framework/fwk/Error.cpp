@@ -15,13 +15,12 @@ std::string quoted(std::string_view s) {
 }  // namespace
 
 SyntaxError::SyntaxError(std::string_view expected, std::string_view text, std::size_t offset)
-    : Exception("syntax error at offset " + std::to_string(offset) + ": expected " + std::string(expected) +
-                " in " + quoted(text)),
+    : Exception("syntax error at offset " + std::to_string(offset) + ": expected " + std::string(expected) + " in " +
+                quoted(text)),
       offset_(offset) {}
 
 RangeError::RangeError(std::string_view attribute, std::string_view value, std::string_view why)
-    : Exception("range error: attribute " + quoted(attribute) + ": value " + quoted(value) + " " +
-                std::string(why)),
+    : Exception("range error: attribute " + quoted(attribute) + ": value " + quoted(value) + " " + std::string(why)),
       attribute_(attribute) {}
 
 AttributeDeserialisationError::AttributeDeserialisationError(std::string_view attribute, std::string_view cause)
@@ -33,8 +32,8 @@ NotAllDataConsumedError::NotAllDataConsumedError(std::string_view leftover, std:
 
 ReinstantiationError::ReinstantiationError(std::string_view typeName, std::string_view attribute,
                                            std::string_view existing, std::string_view requested)
-    : Exception("cannot re-instantiate " + std::string(typeName) + ": attribute " + quoted(attribute) +
-                " is " + std::string(existing) + ", requested " + std::string(requested)),
+    : Exception("cannot re-instantiate " + std::string(typeName) + ": attribute " + quoted(attribute) + " is " +
+                std::string(existing) + ", requested " + std::string(requested)),
       attribute_(attribute) {}
 
 UnknownNameError::UnknownNameError(std::string_view kind, std::string_view name)

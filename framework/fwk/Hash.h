@@ -16,7 +16,7 @@
 namespace Fwk {
 
 class HashState {
-public:
+ public:
   constexpr explicit HashState(std::uint32_t a, std::uint32_t b = 0, std::uint32_t c = 0) noexcept
       : a_(a), b_(b), c_(c) {}
 
@@ -35,7 +35,7 @@ public:
     return h;
   }
 
-private:
+ private:
   static constexpr std::uint32_t rotl(std::uint32_t x, int k) noexcept { return (x << k) | (x >> (32 - k)); }
 
   constexpr void mixWord(std::uint32_t v, std::uint32_t bytes) noexcept {

@@ -53,12 +53,12 @@ struct ValueIndex {
 
 template <class K, class V, class Index = ValueIndex<K>>
 class IndexedMap {
-public:
+ public:
   using Entry = typename HashMap<K, V>::Entry;
 
   // Dense members are read out as {key, value} pairs held by the iterator itself.
   class Iterator {
-  public:
+   public:
     using value_type = Entry;
     using difference_type = std::ptrdiff_t;
 
@@ -74,9 +74,11 @@ public:
       }
       return *this;
     }
-    bool operator==(const Iterator& b) const noexcept { return index_ == b.index_ && (inDense() || spill_ == b.spill_); }
+    bool operator==(const Iterator& b) const noexcept {
+      return index_ == b.index_ && (inDense() || spill_ == b.spill_);
+    }
 
-  private:
+   private:
     friend class IndexedMap;
     Iterator(const IndexedMap* map, std::size_t index, typename HashMap<K, V>::Iterator spill) noexcept
         : map_(map), spill_(spill) {
@@ -174,7 +176,7 @@ public:
     return values_.size() * sizeof(V) + present_.size() * sizeof(std::uint64_t) + spill_.bytesAllocated();
   }
 
-private:
+ private:
   static std::uint64_t bit(std::uint64_t i) noexcept { return std::uint64_t{1} << (i % 64); }
   bool present(std::uint64_t i) const noexcept { return i < values_.size() && (present_[i / 64] & bit(i)) != 0; }
   void clear(std::uint64_t i) noexcept {

@@ -42,8 +42,7 @@ bool Publisher::subscriberHas(const Reactor& reactor) const noexcept {
   return std::find(reactors_.begin(), reactors_.end(), &reactor) != reactors_.end();
 }
 
-void Publisher::publishAs(const Publisher* origin, AttrId attribute, const void* key,
-                          const void* previous) const {
+void Publisher::publishAs(const Publisher* origin, AttrId attribute, const void* key, const void* previous) const {
   ++publishing_;
   // Reactors that subscribe during this publication are called from the next one on.
   const std::size_t count = reactors_.size();

@@ -32,7 +32,7 @@ struct Notification {
 };
 
 class Reactor {
-public:
+ public:
   Reactor() = default;
   Reactor(const Reactor&) = delete;
   Reactor& operator=(const Reactor&) = delete;
@@ -42,13 +42,13 @@ public:
 
   std::size_t subscriptions() const noexcept { return publishers_.size(); }
 
-private:
+ private:
   friend class Publisher;
   std::vector<Publisher*> publishers_;
 };
 
 class Publisher {
-public:
+ public:
   Publisher() = default;
   Publisher(const Publisher&) = delete;
   Publisher& operator=(const Publisher&) = delete;
@@ -66,7 +66,7 @@ public:
     if (liveSubscribers_ != 0 || parent_ != nullptr) publishAs(this, attribute, key, previous);
   }
 
-private:
+ private:
   void publishAs(const Publisher* origin, AttrId attribute, const void* key, const void* previous) const;
   void compact() const;
 

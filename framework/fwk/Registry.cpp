@@ -50,7 +50,8 @@ TypeInfo& Module::typeIs(std::string name, TypeKind kind, const TypeInfo* base) 
   for (auto& t : types_) {
     if (t->name() == name) return *t;
   }
-  types_.push_back(std::make_unique<TypeInfo>(std::move(name), name_, static_cast<unsigned>(types_.size()), kind, base));
+  types_.push_back(
+      std::make_unique<TypeInfo>(std::move(name), name_, static_cast<unsigned>(types_.size()), kind, base));
   return *types_.back();
 }
 

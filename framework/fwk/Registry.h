@@ -37,7 +37,7 @@ class TypeInfo;
 
 // Named entities that text arguments may refer to.
 class Scope {
-public:
+ public:
   void objectIs(const std::string& name, Ptr<Entity> object) { objects_[name] = std::move(object); }
   bool objectHas(const std::string& name) const { return objects_.count(name) != 0; }
   Ptr<Entity> object(std::string_view name) const;
@@ -46,7 +46,7 @@ public:
   const std::map<std::string, Ptr<Entity>, std::less<>>& objects() const noexcept { return objects_; }
   void objectDel(const std::string& name) { objects_.erase(name); }
 
-private:
+ private:
   std::map<std::string, Ptr<Entity>, std::less<>> objects_;
 };
 
@@ -61,13 +61,16 @@ template <class T>
 struct TextTraits;
 
 template <std::unsigned_integral T>
-  requires(!std::same_as<T, bool>)
-struct TextTraits<T> {
+requires(!std::same_as<T, bool>) struct TextTraits<T> {
   static constexpr std::string_view typeName() {
-    if constexpr (sizeof(T) == 1) return "U8";
-    else if constexpr (sizeof(T) == 2) return "U16";
-    else if constexpr (sizeof(T) == 4) return "U32";
-    else return "U64";
+    if constexpr (sizeof(T) == 1)
+      return "U8";
+    else if constexpr (sizeof(T) == 2)
+      return "U16";
+    else if constexpr (sizeof(T) == 4)
+      return "U32";
+    else
+      return "U64";
   }
   static void print(std::ostream& os, T v) { os << static_cast<std::uint64_t>(v); }
   static T parse(std::string_view text, const ParseContext& c) {
@@ -110,7 +113,9 @@ template <TextValue T>
 struct TextTraits<T> {
   static std::string_view typeName() { return T::typeName(); }
   static void print(std::ostream& os, const T& v) {
-    if constexpr (requires { { v.text() } -> std::convertible_to<std::string_view>; }) {
+    if constexpr (requires {
+                    { v.text() } -> std::convertible_to<std::string_view>;
+                  }) {
       os << v.text();
     } else {
       os << v;
@@ -124,7 +129,7 @@ struct TextTraits<T> {
 std::string entityTypeName(const Entity* e);
 
 template <class T>
-  requires std::derived_from<std::remove_const_t<T>, Entity>
+requires std::derived_from<std::remove_const_t<T>, Entity>
 struct TextTraits<Ptr<T>> {
   static std::string_view typeName() { return "Ptr"; }
   static void print(std::ostream& os, const Ptr<T>& p) { os << (p ? entityTypeName(p.ptr()) : "null"); }
@@ -169,7 +174,7 @@ struct AttributeInfo {
 enum class TypeKind { value, enumeration, entity };
 
 class TypeInfo {
-public:
+ public:
   TypeInfo(std::string name, std::string module, unsigned index, TypeKind kind, const TypeInfo* base)
       : name_(std::move(name)), module_(std::move(module)), index_(index), kind_(kind), base_(base) {}
 
@@ -200,7 +205,7 @@ public:
   void allocationInc() const noexcept { allocations_.fetch_add(1, std::memory_order_relaxed); }
   std::uint64_t allocations() const noexcept { return allocations_.load(std::memory_order_relaxed); }
 
-private:
+ private:
   mutable std::atomic<std::uint64_t> allocations_{0};
   std::string name_;
   std::string module_;
@@ -211,7 +216,7 @@ private:
 };
 
 class Module {
-public:
+ public:
   explicit Module(std::string name) : name_(std::move(name)) {}
   const std::string& name() const noexcept { return name_; }
   // Types by their index within the module.
@@ -219,13 +224,13 @@ public:
   std::size_t types() const noexcept { return types_.size(); }
   TypeInfo& typeIs(std::string name, TypeKind kind, const TypeInfo* base = nullptr);
 
-private:
+ private:
   std::string name_;
   std::vector<std::unique_ptr<TypeInfo>> types_;
 };
 
 class Registry {
-public:
+ public:
   static Registry& instance();
 
   Module& moduleIs(const std::string& name);
@@ -242,7 +247,7 @@ public:
   Ptr<Entity> create(std::string_view typeName, const std::vector<std::string>& args, const Scope& scope) const;
   std::string normalise(std::string_view typeName, std::string_view text) const;
 
-private:
+ private:
   Registry() = default;
   std::vector<std::unique_ptr<Module>> modules_;
 };
@@ -327,7 +332,7 @@ std::string collectionText(const Map& map) {
 // Registers the attributes, operations and factory of entity type T.
 template <class T>
 class EntityType {
-public:
+ public:
   EntityType(Module& module, std::string name, const TypeInfo* base = nullptr)
       : info_(module.typeIs(std::move(name), TypeKind::entity, base)) {}
 
@@ -390,7 +395,7 @@ public:
     return *this;
   }
 
-private:
+ private:
   TypeInfo& info_;
 };
 

@@ -6,9 +6,7 @@ namespace Fwk {
 
 namespace {
 
-bool isNameChar(char c) noexcept {
-  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == ':';
-}
+bool isNameChar(char c) noexcept { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == ':'; }
 
 // Parses digits of a decimal or 0x-hexadecimal number; nullopt-like false on bad syntax.
 bool parseDigits(std::string_view text, std::uint64_t max, std::uint64_t& value, bool& overflow) {
@@ -22,10 +20,14 @@ bool parseDigits(std::string_view text, std::uint64_t max, std::uint64_t& value,
   overflow = false;
   for (char c : text) {
     unsigned digit;
-    if (c >= '0' && c <= '9') digit = static_cast<unsigned>(c - '0');
-    else if (base == 16 && c >= 'a' && c <= 'f') digit = static_cast<unsigned>(c - 'a' + 10);
-    else if (base == 16 && c >= 'A' && c <= 'F') digit = static_cast<unsigned>(c - 'A' + 10);
-    else return false;
+    if (c >= '0' && c <= '9')
+      digit = static_cast<unsigned>(c - '0');
+    else if (base == 16 && c >= 'a' && c <= 'f')
+      digit = static_cast<unsigned>(c - 'a' + 10);
+    else if (base == 16 && c >= 'A' && c <= 'F')
+      digit = static_cast<unsigned>(c - 'A' + 10);
+    else
+      return false;
     if (digit > max || value > (max - digit) / base) overflow = true;
     if (!overflow) value = value * base + digit;
   }

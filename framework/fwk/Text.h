@@ -33,21 +33,21 @@ inline constexpr std::string_view attributeSeparator = ", ";
 std::uint64_t parseUnsigned(std::string_view text, std::string_view attribute, std::uint64_t max);
 
 class ValueReader {
-public:
+ public:
   explicit ValueReader(std::string_view text) noexcept : text_(text) {}
 
-  void open(std::string_view typeName);  // "<typeName>{"
-  void attribute(std::string_view name); // "<name>="
-  void separator();                      // ","
-  void close();                          // "}"
-  void finish();                         // nothing but blanks may follow
+  void open(std::string_view typeName);   // "<typeName>{"
+  void attribute(std::string_view name);  // "<name>="
+  void separator();                       // ","
+  void close();                           // "}"
+  void finish();                          // nothing but blanks may follow
 
   std::uint64_t readUnsigned(std::string_view attribute, std::uint64_t max);
-  std::string_view readName();           // letters, digits, '_' and ':'
+  std::string_view readName();  // letters, digits, '_' and ':'
   bool atEnd() noexcept;
   std::size_t offset() const noexcept { return pos_; }
 
-private:
+ private:
   void skipBlanks() noexcept;
   void expect(std::string_view token);
   std::string_view readToken();
@@ -72,7 +72,9 @@ template <class E>
 struct EnumTraits;
 
 template <class E>
-concept RegisteredEnum = std::is_enum_v<E> && requires { EnumTraits<E>::info(); };
+concept RegisteredEnum = std::is_enum_v<E> && requires {
+  EnumTraits<E>::info();
+};
 
 // The enumerator's name; a value without a name prints as its decimal number.
 template <RegisteredEnum E>

@@ -32,25 +32,25 @@ struct TraceRecord {
 };
 
 class TraceSink {
-public:
+ public:
   virtual ~TraceSink() = default;
   virtual void write(const TraceRecord& record) = 0;
 };
 
 // Writes "L<level> <file>:<line> <function>: <text>" lines to a stream.
 class StreamTraceSink : public TraceSink {
-public:
+ public:
   explicit StreamTraceSink(std::ostream& out) : out_(out) {}
   void write(const TraceRecord& record) override;
   static std::string format(const TraceRecord& record);
 
-private:
+ private:
   std::ostream& out_;
 };
 
 // Keeps every record in memory, for tests and tools that inspect traces.
 class MemoryTraceSink : public TraceSink {
-public:
+ public:
   struct Line {
     unsigned level;
     std::string file;
@@ -66,12 +66,12 @@ public:
   std::vector<std::string> texts() const;
   void clear() noexcept { lines_.clear(); }
 
-private:
+ private:
   std::vector<Line> lines_;
 };
 
 class TraceHandle {
-public:
+ public:
   explicit constexpr TraceHandle(const char* name) noexcept : name_(name) {}
   TraceHandle(const TraceHandle&) = delete;
   TraceHandle& operator=(const TraceHandle&) = delete;
@@ -91,7 +91,7 @@ public:
   void emit(unsigned level, std::string_view file, unsigned line, std::string_view function,
             std::string_view text) const;
 
-private:
+ private:
   const char* name_;
   std::atomic<std::uint32_t> mask_{0};
   std::atomic<TraceSink*> sink_{nullptr};
@@ -103,16 +103,15 @@ inline std::ostream& dec(std::ostream& os) { return os << std::dec; }
 
 // One line under construction; emitted when it goes out of scope.
 class TraceLine {
-public:
-  TraceLine(const TraceHandle& handle, unsigned level, std::string_view file, unsigned line,
-            std::string_view function);
+ public:
+  TraceLine(const TraceHandle& handle, unsigned level, std::string_view file, unsigned line, std::string_view function);
   TraceLine(const TraceLine&) = delete;
   TraceLine& operator=(const TraceLine&) = delete;
   ~TraceLine();
 
   std::ostream& stream() noexcept { return stream_; }
 
-private:
+ private:
   const TraceHandle& handle_;
   unsigned level_;
   std::string_view file_;
@@ -127,10 +126,10 @@ private:
 
 // A trace statement of a step that belongs to a larger operation: it names the operation
 // (its short name), not the helper function that the step was factored into.
-#define FWK_TRACE_IN(handle, level, file, function, message)                                  \
-  do {                                                                                        \
-    if ((handle).enabled(level)) {                                                            \
-      ::Fwk::TraceLine fwkTraceLine_((handle), (level), (file), __LINE__, (function));        \
-      fwkTraceLine_.stream() << message;                                                      \
-    }                                                                                         \
+#define FWK_TRACE_IN(handle, level, file, function, message)                           \
+  do {                                                                                 \
+    if ((handle).enabled(level)) {                                                     \
+      ::Fwk::TraceLine fwkTraceLine_((handle), (level), (file), __LINE__, (function)); \
+      fwkTraceLine_.stream() << message;                                               \
+    }                                                                                  \
   } while (0)

@@ -28,7 +28,7 @@ std::string text(const HashEntryKey& k) {
 // bank 1 crc16 & 3.
 
 class SingleWidthAudit : public ::testing::Test {
-protected:
+ protected:
   SingleWidthAudit()
       : config(hashEntryConfigFactory()),
         status(hashEntryStatusFactory()),
@@ -148,7 +148,7 @@ TEST_F(SingleWidthAudit, AKeyKeptAtItsOldIdAfterARequestForAnotherAuditsClean) {
 // bank 1 (physical 1) crc16 & 3.
 
 class MultiWidthAudit : public ::testing::Test {
-protected:
+ protected:
   MultiWidthAudit()
       : config(hashEntryConfigFactory()),
         status(hashEntryStatusFactory()),
@@ -293,14 +293,16 @@ TEST_F(MultiWidthAudit, AStatusWithoutAPositionIsReported) {
 TEST_F(MultiWidthAudit, APlacedKeyWithoutStatusIsReported) {
   placeThree();
   status->statusDel(b);
-  EXPECT_THAT(table->audit(), UnorderedElementsAre("status: placed key " + text(b) + " has no valid status",
-                                                   "hashTableEntry: id 8 records " + text(b) + ", whose status differs"));
+  EXPECT_THAT(table->audit(),
+              UnorderedElementsAre("status: placed key " + text(b) + " has no valid status",
+                                   "hashTableEntry: id 8 records " + text(b) + ", whose status differs"));
 }
 
 TEST_F(MultiWidthAudit, AnIdAtOrAboveTheCapacityIsReported) {
   placeThree();
   table->hashTableEntryIs(EntryId(table->tableCapacity()), a);
-  EXPECT_THAT(table->audit(), UnorderedElementsAre("hashTableEntry: id 32 records " + text(a) + ", whose status differs"));
+  EXPECT_THAT(table->audit(),
+              UnorderedElementsAre("hashTableEntry: id 32 records " + text(a) + ", whose status differs"));
 }
 
 TEST_F(MultiWidthAudit, CountersThatDisagreeWithThePlacedKeysAreReported) {
@@ -325,11 +327,10 @@ TEST_F(MultiWidthAudit, EveryKindOfDamageAtOnceIsReportedLineByLine) {
   bank(0).bucketIs(1, 0x3);
   bank(1).lockedBucketsIs(0);
   table->numDeletionsInc(1);
-  EXPECT_THAT(table->audit(),
-              UnorderedElementsAre("keyToPos: " + text(b) + " at 0x20 has no matching posToKey",
-                                   "bank 0 bucket 1: state 0x3 but its keys make 0x220003",
-                                   "bank 1: 1 buckets left locked",
-                                   "counters: insertions - deletions is 2 but 3 keys are placed"));
+  EXPECT_THAT(table->audit(), UnorderedElementsAre("keyToPos: " + text(b) + " at 0x20 has no matching posToKey",
+                                                   "bank 0 bucket 1: state 0x3 but its keys make 0x220003",
+                                                   "bank 1: 1 buckets left locked",
+                                                   "counters: insertions - deletions is 2 but 3 keys are placed"));
 }
 
 TEST_F(MultiWidthAudit, AKeyAtTheIdOnePastItsBucketAuditsClean) {

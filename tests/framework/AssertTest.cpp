@@ -14,7 +14,7 @@ namespace TesselCentral {
 // Stands in for a library class, declared where the library's classes are, so that the
 // report's signature reads as a library function's would.
 class AssertProbeBank {
-public:
+ public:
   virtual ~AssertProbeBank() = default;
   virtual U32 calcBucketId(U16 crc16, U32 crc32, HashEntryType entryType, bool flag, U32 hashBits) {
     MHT_ASSERT(hashBits <= 20);
@@ -23,7 +23,8 @@ public:
   void insertEntry(U32 entryPos) {
     const void* posToKeyHas = nullptr;
     MHT_ASSERT_MSG(posToKeyHas != nullptr, "posToKeyHas( entryPos )",
-                   "insertEntry" << " entryPos: 0x" << Fwk::hex << entryPos);
+                   "insertEntry"
+                       << " entryPos: 0x" << Fwk::hex << entryPos);
   }
 };
 
@@ -53,19 +54,18 @@ struct Thrown {
 };
 
 [[noreturn]] void throwingHandler(const Fwk::AssertionReport& r) {
-  throw Thrown{std::string(r.condition), std::string(r.message), std::string(r.file), r.line,
-               std::string(r.function)};
+  throw Thrown{std::string(r.condition), std::string(r.message), std::string(r.file), r.line, std::string(r.function)};
 }
 
 // Installs the throwing handler and restores the default afterwards.
 class AssertHandler : public ::testing::Test {
-protected:
+ protected:
   void SetUp() override { Fwk::assertionHandlerIs(&throwingHandler); }
   void TearDown() override { Fwk::assertionHandlerIs(nullptr); }
 };
 
 class AssertDeathTest : public ::testing::Test {
-protected:
+ protected:
   void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
@@ -83,17 +83,17 @@ TEST_F(AssertDeathTest, PlainReportNamesFileLineAndFullSignature) {
 TEST_F(AssertDeathTest, MessageFormPrintsTheMessageAndTheQuotedConditionEqualsNullptr) {
   const bool posToKeyHas = false;
   EXPECT_DEATH(MHT_ASSERT_MSG(posToKeyHas, "posToKeyHas( entryPos )",
-                              "insertEntry" << " entryPos: 0x" << Fwk::hex << 255u),
+                              "insertEntry"
+                                  << " entryPos: 0x" << Fwk::hex << 255u),
                literal("insertEntry entryPos: 0xff") + "\n.*" +
                    assertionFailure("\"posToKeyHas( entryPos )\" == nullptr"));
 }
 
 TEST_F(AssertDeathTest, MessageReportNamesFileAndFullSignature) {
   AssertProbeBank bank;
-  EXPECT_DEATH(bank.insertEntry(0x1234),
-               literal("insertEntry entryPos: 0x1234") + "\nMultiHashTable:[0-9]+: " +
-                   literal(insertEntrySignature) + ": " +
-                   assertionFailure("\"posToKeyHas( entryPos )\" == nullptr"));
+  EXPECT_DEATH(bank.insertEntry(0x1234), literal("insertEntry entryPos: 0x1234") +
+                                             "\nMultiHashTable:[0-9]+: " + literal(insertEntrySignature) + ": " +
+                                             assertionFailure("\"posToKeyHas( entryPos )\" == nullptr"));
 }
 
 TEST_F(AssertDeathTest, TextFormReportsTheGivenText) {

@@ -7,11 +7,11 @@
 namespace fwktest {
 
 class Counted : public Fwk::Entity {
-public:
+ public:
   explicit Counted(int* destroyed) : destroyed_(destroyed) {}
   ~Counted() override { ++*destroyed_; }
 
-private:
+ private:
   int* destroyed_;
 };
 

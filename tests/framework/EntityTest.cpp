@@ -11,7 +11,7 @@ namespace {
 
 // An entity that counts its destructions and the runs of its last-user-gone operation.
 class Tracked : public Fwk::Entity {
-public:
+ public:
   Tracked(int* destroyed, int value = 0) : destroyed_(destroyed), value_(value) {}
   ~Tracked() override { ++*destroyed_; }
 
@@ -21,34 +21,34 @@ public:
   using Fwk::Entity::notificationActiveIs;
   using Fwk::Entity::reactorsRetiredIs;
 
-private:
+ private:
   int* destroyed_;
   int value_;
 };
 
 class TrackedChild : public Tracked {
-public:
+ public:
   using Tracked::Tracked;
 };
 
 // Counts the calls of lastUserGone before destroying itself as usual.
 class LastUserProbe : public Fwk::Entity {
-public:
+ public:
   explicit LastUserProbe(int* lastUserCalls) : lastUserCalls_(lastUserCalls) {}
 
-protected:
+ protected:
   void lastUserGone() const noexcept override {
     ++*lastUserCalls_;
     Fwk::Entity::lastUserGone();
   }
 
-private:
+ private:
   int* lastUserCalls_;
 };
 
 // Switches thread-safe mode on for one scope and off again however the test ends.
 class ThreadSafeScope {
-public:
+ public:
   ThreadSafeScope() { Fwk::threadSafeModeIs(true); }
   ~ThreadSafeScope() { Fwk::threadSafeModeIs(false); }
   ThreadSafeScope(const ThreadSafeScope&) = delete;

@@ -15,9 +15,9 @@ namespace {
 using TesselCentral::EntryId;
 using TesselCentral::HashEntryKey;
 using TesselCentral::HashEntryType;
+using TesselCentral::packPosition;
 using TesselCentral::PositionIndex;
 using TesselCentral::U32;
-using TesselCentral::packPosition;
 
 using Numbers = Fwk::IndexedMap<U32, U32>;
 
@@ -38,8 +38,8 @@ TEST(IndexedMap, NothingIsAllocatedBeforeTheFirstDenseKey) {
 
 TEST(IndexedMap, DenseAndSpilledKeysKeepTheCollectionContract) {
   Numbers map(8, 1);
-  map.is(2, 0);      // dense, stored with the default value
-  map.is(100, 0);    // spilled, stored with the default value
+  map.is(2, 0);    // dense, stored with the default value
+  map.is(100, 0);  // spilled, stored with the default value
   map.is(7, 70);
   ASSERT_NE(map.find(2), nullptr);
   EXPECT_EQ(*map.find(2), 0u);

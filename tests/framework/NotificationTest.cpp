@@ -17,7 +17,7 @@ namespace {
 // Keeps every notification record it receives, and optionally runs an action inside the
 // callback (to publish, subscribe or unsubscribe while a publication is running).
 class Recorder : public Fwk::Reactor {
-public:
+ public:
   explicit Recorder(std::string name = {}, std::vector<std::string>* log = nullptr)
       : name_(std::move(name)), log_(log) {}
 
@@ -31,7 +31,7 @@ public:
   std::vector<Fwk::Notification> records;
   std::function<void(const Fwk::Notification&)> action;
 
-private:
+ private:
   std::string name_;
   std::vector<std::string>* log_;
 };

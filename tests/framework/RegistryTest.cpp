@@ -21,7 +21,7 @@ using TesselCentral::U32;
 
 // A small entity registered by this test in a module of its own.
 class Counter : public Fwk::Entity {
-public:
+ public:
   Counter(U32 start, HashEntryType kind) : start_(start), value_(start), kind_(kind) {}
 
   U32 start() const noexcept { return start_; }
@@ -38,7 +38,7 @@ public:
 
   const Fwk::TypeInfo* fwkType() const noexcept override;
 
-private:
+ private:
   U32 start_;
   U32 value_;
   HashEntryType kind_;

@@ -33,8 +33,8 @@ std::ostream& operator<<(std::ostream& os, const StreamProbe& probe) {
 }
 
 TEST(Trace, StreamSinkFormatsLevelFileLineFunctionAndText) {
-  const Fwk::TraceRecord record{"MultiHashTable", 2, "MultiHashTable", 42, "calcBucketId",
-                                "Bank::calcBucketId bucketId: 5"};
+  const Fwk::TraceRecord record{
+      "MultiHashTable", 2, "MultiHashTable", 42, "calcBucketId", "Bank::calcBucketId bucketId: 5"};
   EXPECT_EQ(Fwk::StreamTraceSink::format(record), "L2 MultiHashTable:42 calcBucketId: Bank::calcBucketId bucketId: 5");
 }
 
@@ -54,7 +54,9 @@ TEST(Trace, LibraryHandleIsNamedMultiHashTableAndIsOneObject) {
 TEST(Trace, MhtTraceRecordsLevelFileLineFunctionAndText) {
   TraceCapture capture(levelBit(2));
   const unsigned line = __LINE__ + 1;
-  MHT_TRACE(2, "Bank::" << "calcBucketId" << " bucketId: " << 5u);
+  MHT_TRACE(2, "Bank::"
+                   << "calcBucketId"
+                   << " bucketId: " << 5u);
 
   const auto& lines = capture.sink().lines();
   ASSERT_EQ(lines.size(), 1u);
@@ -66,7 +68,10 @@ TEST(Trace, MhtTraceRecordsLevelFileLineFunctionAndText) {
   EXPECT_EQ(capture.texts(2), (std::vector<std::string>{"Bank::calcBucketId bucketId: 5"}));
 }
 
-void traceFromANamedFunction() { MHT_TRACE(5, "MultiEntryTypeBank::" << "checkBucketSpace"); }
+void traceFromANamedFunction() {
+  MHT_TRACE(5, "MultiEntryTypeBank::"
+                   << "checkBucketSpace");
+}
 
 TEST(Trace, FunctionIsTheShortName) {
   TraceCapture capture(levelBit(5));
@@ -128,8 +133,9 @@ TEST(Trace, BoolPrintsTrueOrFalse) {
 
 TEST(Trace, HexThenDecSwitchesBackToDecimal) {
   TraceCapture capture(levelBit(5));
-  MHT_TRACE(5, "MultiEntryTypeBank::" << "updateBucketState" << " bucketState: 0x" << Fwk::hex << 255u
-                                      << " bucketId: " << Fwk::dec << 255u);
+  MHT_TRACE(5, "MultiEntryTypeBank::"
+                   << "updateBucketState"
+                   << " bucketState: 0x" << Fwk::hex << 255u << " bucketId: " << Fwk::dec << 255u);
   EXPECT_EQ(capture.texts(5),
             (std::vector<std::string>{"MultiEntryTypeBank::updateBucketState bucketState: 0xff bucketId: 255"}));
 }
@@ -152,8 +158,10 @@ TEST(Trace, SixtyFourBitValuesPrintInFull) {
 
 TEST(Trace, KeysPrintInTheirTextFormAndEntryIdsAsBareNumbers) {
   TraceCapture capture(levelBit(2));
-  MHT_TRACE(2, "MultiHashTable::" << "insertEntry" << " key: " << HashEntryKey(1, 2, 3, HashEntryType::quadWide)
-                                  << " eId: " << EntryId(17) << " invalid: " << EntryId());
+  MHT_TRACE(2, "MultiHashTable::"
+                   << "insertEntry"
+                   << " key: " << HashEntryKey(1, 2, 3, HashEntryType::quadWide) << " eId: " << EntryId(17)
+                   << " invalid: " << EntryId());
   EXPECT_EQ(capture.texts(2),
             (std::vector<std::string>{"MultiHashTable::insertEntry key: TesselCentral::HashEntryKey{crc16=1, "
                                       "crc32=2, fapId=3, entryType=quadWide} eId: 17 invalid: 4294967295"}));

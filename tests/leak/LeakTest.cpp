@@ -56,7 +56,7 @@ using namespace TesselCentral;
 
 // A status subscriber, as an agent that programs the chip from the results has one.
 class StatusWatcher : public Fwk::Reactor {
-public:
+ public:
   explicit StatusWatcher(const HashEntryStatus& status) { status.publisher().subscriberIs(*this); }
   void onNotification(const Fwk::Notification&) override { ++changes; }
   unsigned long changes = 0;
@@ -64,7 +64,7 @@ public:
 
 // A second subscriber of the requests beside the table.
 class ConfigWatcher : public Fwk::Reactor {
-public:
+ public:
   explicit ConfigWatcher(const HashEntryConfig& config) { config.publisher().subscriberIs(*this); }
   void onNotification(const Fwk::Notification&) override { ++changes; }
   unsigned long changes = 0;
@@ -138,14 +138,15 @@ void singleWidthRound(std::mt19937& rng, unsigned variant) {
   StatusWatcher statusWatcher(*status);
   Ptr<MultiHashTable> table = multiHashTableFactory(2 + variant % 3, 16, 4, config, status, 3, (variant & 1) != 0);
   for (U32 b = 0; b < table->numBanks(); ++b) {
-    table->bankIs(HashEntryType::singleWide, b, 16, 4, b % 2 ? HashFunc::hashCrc16Lower : HashFunc::hashCrc32Lower,
-                  0, 0, 15);
+    table->bankIs(HashEntryType::singleWide, b, 16, 4, b % 2 ? HashFunc::hashCrc16Lower : HashFunc::hashCrc32Lower, 0,
+                  0, 15);
   }
   singleWidthRequests(rng, *config, *table, 300);
   // A full resync, unless a move has taken a key placed at a requested id elsewhere (the
   // resync would ask for that id again, and another key holds it now).
   bool settled = true;
-  for (const auto& [key, id] : config->configCollection()) settled = settled && (!id.isValid() || status->status(key) == id);
+  for (const auto& [key, id] : config->configCollection())
+    settled = settled && (!id.isValid() || status->status(key) == id);
   if (settled) table->handleHashUpdate();
   switch (variant % 4) {
     case 0:
@@ -221,13 +222,13 @@ void registryRound() {
   const Fwk::Registry& registry = Fwk::Registry::instance();
   scope.objectIs("config", registry.create("TesselCentral::HashEntryConfig", {}, scope));
   scope.objectIs("status", registry.create("TesselCentral::HashEntryStatus", {}, scope));
-  scope.objectIs("t", registry.create("TesselCentral::MultiHashTable", {"2", "4", "1", "config", "status", "1", "false"},
-                                      scope));
+  scope.objectIs(
+      "t", registry.create("TesselCentral::MultiHashTable", {"2", "4", "1", "config", "status", "1", "false"}, scope));
   registry.call(*scope.object("t"), "bankIs", {"singleWide", "0", "4", "1", "hashCrc32Lower", "0", "0", "3"}, scope);
   registry.call(*scope.object("t"), "bankIs", {"singleWide", "1", "4", "1", "hashCrc16Lower", "0", "0", "3"}, scope);
   for (unsigned i = 1; i <= 6; ++i) {
-    const std::string key = "TesselCentral::HashEntryKey{crc16=" + std::to_string(i) + ", crc32=" + std::to_string(3 * i) +
-                            ", fapId=0, entryType=singleWide}";
+    const std::string key = "TesselCentral::HashEntryKey{crc16=" + std::to_string(i) +
+                            ", crc32=" + std::to_string(3 * i) + ", fapId=0, entryType=singleWide}";
     registry.call(*scope.object("config"), "configIs", {key, "TesselCentral::EntryId{value=0xFFFFFFFF}"}, scope);
   }
   const std::string status = registry.read(*scope.object("status"), "status");
@@ -261,8 +262,8 @@ int main(int argc, char** argv) {
     // valgrind replaces operator new with its own, and checks the process itself.
     std::printf("leak_test: %d rounds of both tables; the allocator is replaced, so only it counts\n", rounds);
   } else {
-    std::printf("leak_test: %d rounds of both tables, %lld blocks live at the end as after the first round\n",
-                rounds, baseline);
+    std::printf("leak_test: %d rounds of both tables, %lld blocks live at the end as after the first round\n", rounds,
+                baseline);
   }
   return 0;
 }

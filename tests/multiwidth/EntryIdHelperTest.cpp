@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "MultiWidthSupport.h"
-#include "fwk/Registry.h"
 #include "TestSupport.h"
+#include "fwk/Registry.h"
 
 namespace TesselCentral {
 namespace {
@@ -167,9 +167,9 @@ TEST(EntryIdHelper, GetBucketStateReadsTheBucketFirstThenTheLogicalBank) {
   MultiWidthTable t(4, 2, twoBanks(4));
   TraceCapture trace(levelBit(2));
   EXPECT_EQ(t.helper().getBucketState(EntryId(9)), 0u);
-  EXPECT_EQ(trace.texts(2),
-            (std::vector<std::string>{"getBucketState, entryId: 9", "getBucketId, entryId: 9", "entryIdToPos, entryId: 9",
-                                      "getLogicalBankId, entryId: 9", "entryIdToPos, entryId: 9"}));
+  EXPECT_EQ(trace.texts(2), (std::vector<std::string>{"getBucketState, entryId: 9", "getBucketId, entryId: 9",
+                                                      "entryIdToPos, entryId: 9", "getLogicalBankId, entryId: 9",
+                                                      "entryIdToPos, entryId: 9"}));
 }
 
 TEST(EntryIdHelper, GetHashEntryKeyTracesItsId) {
@@ -180,7 +180,7 @@ TEST(EntryIdHelper, GetHashEntryKeyTracesItsId) {
 }
 
 class FixedPositionHelper : public EntryIdHelper {
-public:
+ public:
   using EntryIdHelper::EntryIdHelper;
   U32 entryIdToPos(EntryId) override { return packPosition(1, 0x21, 3); }
 };
@@ -301,7 +301,8 @@ TEST(EntryIdHelperDeathTest, SetEntryStateOfAWideEntryOverlappingAnotherFailsInT
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   MultiWidthTable t(4, 2, twoBanks(4));
   ASSERT_EQ(t.helper().setEntryState(key(5, 9, dbl), EntryId(20)), 0x50u);
-  EXPECT_DEATH(t.helper().setEntryState(key(5, 7), EntryId(21)), assertionFailure("\"!( bktState & mask )\" == nullptr"));
+  EXPECT_DEATH(t.helper().setEntryState(key(5, 7), EntryId(21)),
+               assertionFailure("\"!( bktState & mask )\" == nullptr"));
 }
 
 TEST(EntryIdHelperDeathTest, AMissingEntrySizeIsFatal) {

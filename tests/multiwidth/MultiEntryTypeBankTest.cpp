@@ -9,11 +9,11 @@ namespace TesselCentral {
 namespace {
 
 using test::assertionFailure;
-using test::levelBit;
-using test::TraceCapture;
 using test::dbl;
+using test::levelBit;
 using test::quad;
 using test::single;
+using test::TraceCapture;
 
 Ptr<MultiEntryTypeBank> bankOf(HashEntryType base, U32 bucketSize = 4, U32 phyBankId = 1, bool twoBucketMode = false,
                                U32 bankId = 0) {
@@ -296,9 +296,9 @@ TEST(MultiEntryTypeBank, OnFailureTheLevelTwoTraceShowsBucketZeroAndTheLastBucke
   EXPECT_EQ(b->checkBucketSpace(dbl, 6, false), INVALID_POSITION);
   EXPECT_EQ(trace.texts(9), std::vector<std::string>{
                                 "MultiEntryTypeBank::checkBucketSpace bankId 1 numBucketToCheck: 2 size: 2 mask: 3"});
-  EXPECT_EQ(trace.texts(2), std::vector<std::string>{
-                                "MultiEntryTypeBank::checkBucketSpace bankId 1 entryType: doubleWide bucketId: 0 "
-                                "bucketState: 0x4440000e mask: 0x3 slot: 0 update: false found false"});
+  EXPECT_EQ(trace.texts(2),
+            std::vector<std::string>{"MultiEntryTypeBank::checkBucketSpace bankId 1 entryType: doubleWide bucketId: 0 "
+                                     "bucketState: 0x4440000e mask: 0x3 slot: 0 update: false found false"});
 }
 
 TEST(MultiEntryTypeBank, OnSuccessTheLevelTwoTraceShowsTheBucketTheMaskAndTheSlot) {
@@ -306,9 +306,9 @@ TEST(MultiEntryTypeBank, OnSuccessTheLevelTwoTraceShowsTheBucketTheMaskAndTheSlo
   b->updateBucketState(single, 6, 0, true);
   TraceCapture trace(levelBit(2));
   b->checkBucketSpace(dbl, 6, false);
-  EXPECT_EQ(trace.texts(2), std::vector<std::string>{
-                                "MultiEntryTypeBank::checkBucketSpace bankId 1 entryType: doubleWide bucketId: 6 "
-                                "bucketState: 0x10001 mask: 0xc slot: 2 update: false found true"});
+  EXPECT_EQ(trace.texts(2),
+            std::vector<std::string>{"MultiEntryTypeBank::checkBucketSpace bankId 1 entryType: doubleWide bucketId: 6 "
+                                     "bucketState: 0x10001 mask: 0xc slot: 2 update: false found true"});
 }
 
 TEST(MultiEntryTypeBankDeathTest, CheckBucketSpaceOfATypeNarrowerThanTheBaseFails) {

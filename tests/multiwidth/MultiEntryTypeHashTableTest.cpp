@@ -109,9 +109,7 @@ TEST(MultiEntryTypeHashTable, WithoutClearingTheHelperTheCycleKeepsTheTableAlive
 TEST(MultiEntryTypeHashTable, ADestroyedTableIgnoresLaterRequests) {
   auto config = hashEntryConfigFactory();
   auto status = hashEntryStatusFactory();
-  {
-    auto table = multiEntryTypeHashTableFactory(0, 0, 0, config, status, 0);
-  }
+  { auto table = multiEntryTypeHashTableFactory(0, 0, 0, config, status, 0); }
   config->configIs(key(1, 1), EntryId());
   EXPECT_TRUE(status->statusCollection().empty());
 }
@@ -157,14 +155,11 @@ TEST(MultiEntryTypeHashTable, BankIsChecksEveryConstructorArgument) {
             "baseEntryType");
   EXPECT_EQ(attributeOf([&] { tb.bankIs(single, 0, 8, 4, HashFunc::hashCrc32Lower, 0, 0, 15, 1, true); }),
             "numBuckets");
-  EXPECT_EQ(attributeOf([&] { tb.bankIs(single, 0, 16, 4, HashFunc::hashCrc16Lower, 0, 0, 15, 1, true); }),
-            "hashFunc");
+  EXPECT_EQ(attributeOf([&] { tb.bankIs(single, 0, 16, 4, HashFunc::hashCrc16Lower, 0, 0, 15, 1, true); }), "hashFunc");
   EXPECT_EQ(attributeOf([&] { tb.bankIs(single, 0, 16, 4, HashFunc::hashCrc32Lower, 1, 0, 15, 1, true); }),
             "hashOffSet");
-  EXPECT_EQ(attributeOf([&] { tb.bankIs(single, 0, 16, 4, HashFunc::hashCrc32Lower, 0, 1, 15, 1, true); }),
-            "hashBits");
-  EXPECT_EQ(attributeOf([&] { tb.bankIs(single, 0, 16, 4, HashFunc::hashCrc32Lower, 0, 0, 7, 1, true); }),
-            "hashMask");
+  EXPECT_EQ(attributeOf([&] { tb.bankIs(single, 0, 16, 4, HashFunc::hashCrc32Lower, 0, 1, 15, 1, true); }), "hashBits");
+  EXPECT_EQ(attributeOf([&] { tb.bankIs(single, 0, 16, 4, HashFunc::hashCrc32Lower, 0, 0, 7, 1, true); }), "hashMask");
   EXPECT_EQ(attributeOf([&] { tb.bankIs(single, 0, 16, 4, HashFunc::hashCrc32Lower, 0, 0, 15, 2, true); }),
             "phyBankId");
   EXPECT_EQ(attributeOf([&] { tb.bankIs(single, 0, 16, 4, HashFunc::hashCrc32Lower, 0, 0, 15, 1, false); }),

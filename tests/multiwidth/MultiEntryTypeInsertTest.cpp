@@ -94,7 +94,8 @@ TEST(MultiEntryTypeInsert, WithMaxRecursiveStepsZeroAFullTableGivesTheInvalidIdA
   EXPECT_FALSE(t.table->keyToPosHas(k));
   EXPECT_EQ(containing(trace.texts(2), "doesn't support"),
             std::vector<std::string>{"MultiEntryTypeHashTable::insertEntry doesn't support  recursion and failed to "
-                                     "allocate entry for " + text(k)});
+                                     "allocate entry for " +
+                                     text(k)});
   EXPECT_EQ(t.table->insertEntry(k, 128, 0), INVALID_POSITION);
   EXPECT_EQ(t.table->numInsertions(), 2u);
 }
@@ -124,7 +125,8 @@ TEST(MultiEntryTypeInsert, AVictimReachedWithRecursionStepZeroStaysAndTheCallerT
   t.request(k);
   EXPECT_EQ(containing(trace.texts(2), "end of recursion"),
             std::vector<std::string>{"MultiEntryTypeHashTable::insertEntry end of recursion  failed to allocate "
-                                     "entry for " + text(a)});
+                                     "entry for " +
+                                     text(a)});
   EXPECT_EQ(t.statusOf(a), 6u);
   EXPECT_EQ(t.table->keyToPos(a), 0x30u);
   EXPECT_EQ(t.statusOf(b), 32u + 12u);
@@ -186,7 +188,8 @@ TEST(MultiEntryTypeInsert, AQuadKeyOverFourSinglesWhoseThirdEvictionFailsKeepsTh
   // After the failure the walk goes on at slot 0 + 4, past the bucket's end: the next
   // step is to release bank 0's lock and try bank 1.
   const auto lines = trace.texts();
-  const auto failure = std::find(lines.begin(), lines.end(), "insertEntry, cannot move entry to bank: 0, bucket: 3, slot: 0");
+  const auto failure =
+      std::find(lines.begin(), lines.end(), "insertEntry, cannot move entry to bank: 0, bucket: 3, slot: 0");
   ASSERT_NE(failure, lines.end());
   EXPECT_EQ(*(failure + 1), "Unlock buckets bucketStart: 3 bucketEnd: 3");
 
@@ -241,11 +244,12 @@ TEST(MultiEntryTypeInsert, AVictimInBank1MayOnlyGoToBank0AndOnlyToBucketsNotLock
   const HashEntryKey k = key(3, 4);
   TraceCapture trace(levelBit(6));
   t.request(k);
-  EXPECT_EQ(trace.texts(6), (std::vector<std::string>{
-                                "Lock buckets bucketStart: 3 bucketEnd: 3", "Lock buckets bucketStart: 6 bucketEnd: 6",
-                                "Buckets are already locked bucketStart: 3 bucketEnd: 3",
-                                "Unlock buckets bucketStart: 6 bucketEnd: 6", "Unlock buckets bucketStart: 3 bucketEnd: 3",
-                                "Lock buckets bucketStart: 4 bucketEnd: 4", "Unlock buckets bucketStart: 4 bucketEnd: 4"}));
+  EXPECT_EQ(trace.texts(6),
+            (std::vector<std::string>{
+                "Lock buckets bucketStart: 3 bucketEnd: 3", "Lock buckets bucketStart: 6 bucketEnd: 6",
+                "Buckets are already locked bucketStart: 3 bucketEnd: 3", "Unlock buckets bucketStart: 6 bucketEnd: 6",
+                "Unlock buckets bucketStart: 3 bucketEnd: 3", "Lock buckets bucketStart: 4 bucketEnd: 4",
+                "Unlock buckets bucketStart: 4 bucketEnd: 4"}));
   EXPECT_EQ(t.statusOf(a), 3u);
   EXPECT_EQ(t.statusOf(v), 22u);
   EXPECT_EQ(t.statusOf(b), 9u);
@@ -268,7 +272,8 @@ TEST(MultiEntryTypeInsert, AKeyThatFindsNoRoomGetsTheInvalidIdAndAVictimThatFind
   EXPECT_EQ(t.statusOf(b), 19u);
   const auto lines = trace.texts(5);
   ASSERT_FALSE(lines.empty());
-  EXPECT_EQ(lines.back(), " HashEntryStatus doesn't exist for key " + text(k) + " foundFree false adding status entry ");
+  EXPECT_EQ(lines.back(),
+            " HashEntryStatus doesn't exist for key " + text(k) + " foundFree false adding status entry ");
   EXPECT_TRUE(invariantViolations(t).empty());
 }
 
@@ -385,7 +390,7 @@ TEST(MultiEntryTypeInsert, DoAddOrMoveEntryMovesAKeyClearingItsOldSlotsAndId) {
 // Broken invariants
 
 class MultiEntryTypeInsertDeathTest : public ::testing::Test {
-protected:
+ protected:
   void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
@@ -414,8 +419,8 @@ TEST_F(MultiEntryTypeInsertDeathTest, AnOccupiedSlotWithoutAKeyFailsWithTheEntry
 
 TEST_F(MultiEntryTypeInsertDeathTest, AMultipleEvictionRunningPastTheBucketsEndFails) {
   MultiWidthTable t(3, 1, twoBanks(3));
-  t.place(key(0x13, 8), 9);       // bank 0 bucket 3 slot 0; bank 1 bucket 8 is free
-  t.place(key(0xC, 0x17), 69);    // bank 1 bucket 7 slot 0
+  t.place(key(0x13, 8), 9);     // bank 0 bucket 3 slot 0; bank 1 bucket 8 is free
+  t.place(key(0xC, 0x17), 69);  // bank 1 bucket 7 slot 0
   EXPECT_DEATH(t.request(key(3, 7, quad)), assertionFailure("slotId < b->bucketSize()"));
 }
 

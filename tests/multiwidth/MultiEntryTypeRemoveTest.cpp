@@ -42,10 +42,10 @@ TEST(MultiEntryTypeRemove, RemovingAFailedKeyDeletesItsStatusAndLeavesNumDeletio
   t.config->configDel(k);
   EXPECT_FALSE(t.status->statusHas(k));
   EXPECT_EQ(t.table->numDeletions(), 0u);
-  EXPECT_EQ(trace.texts(1), (std::vector<std::string>{
-                                "MultiHashTableBase::handleHashUpdate key: " + text(k),
-                                "MultiEntryTypeHashTable::removeEntry Key: " + text(k),
-                                "removeEntry Invalid entryId found in status. Just clear status "}));
+  EXPECT_EQ(trace.texts(1),
+            (std::vector<std::string>{"MultiHashTableBase::handleHashUpdate key: " + text(k),
+                                      "MultiEntryTypeHashTable::removeEntry Key: " + text(k),
+                                      "removeEntry Invalid entryId found in status. Just clear status "}));
   EXPECT_TRUE(invariantViolations(t).empty());
 }
 

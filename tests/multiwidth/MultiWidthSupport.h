@@ -38,15 +38,15 @@ struct BankArgs {
 // Config, status and a multi-width table with its banks and helper, torn down the way a
 // client does: the helper first, so that the table and the helper free each other.
 class MultiWidthTable {
-public:
+ public:
   MultiWidthTable(U32 numBucketEntries, U32 maxRecursiveSteps, const std::vector<BankArgs>& banks)
       : config(hashEntryConfigFactory()), status(hashEntryStatusFactory()) {
     table = multiEntryTypeHashTableFactory(static_cast<U32>(banks.size()), banks.empty() ? 0 : banks[0].numBuckets,
                                            numBucketEntries, config, status, maxRecursiveSteps);
     for (U32 i = 0; i < banks.size(); ++i) {
       const BankArgs& b = banks[i];
-      table->bankIs(b.base, i, b.numBuckets, b.bucketSize, b.hashFunc, b.hashOffSet, b.hashBits,
-                    b.numBuckets - 1, b.phyBankId, b.twoBucketMode);
+      table->bankIs(b.base, i, b.numBuckets, b.bucketSize, b.hashFunc, b.hashOffSet, b.hashBits, b.numBuckets - 1,
+                    b.phyBankId, b.twoBucketMode);
     }
     table->entryIdHelperIs(entryIdHelperFactory(table));
   }

@@ -11,8 +11,8 @@
 #include <gtest/gtest.h>
 
 #include <optional>
-#include <sstream>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -53,7 +53,7 @@ inline bool holds(const RequestCheck& verdict, const std::optional<std::string>&
 
 template <class MakeKey>
 int checkAgreement(MultiHashTableBase& table, HashEntryConfig& config, HashEntryStatus& status, std::mt19937& rng,
-                    MakeKey makeKey, int requests = 60) {
+                   MakeKey makeKey, int requests = 60) {
   // The requests, deletions and resyncs carried out or stopped, for the callers to see that
   // the rounds did not end at once.
   int executed = 0;

@@ -44,8 +44,9 @@ TEST(SingleWidthRequestCheck, AnIdThatIsNotACandidateStopsNowOnTheValidityAssert
   const RequestCheck verdict = t.table->requestCheck(key(1, 2), EntryId(3));
   EXPECT_EQ(verdict.outcome(), RequestOutcome::stopsNow);
   EXPECT_EQ(verdict.condition(), "checkEntryIdValidity( key, eId )");
-  EXPECT_EQ(verdict.problem(), "stops the agent: assertion \"checkEntryIdValidity( key, eId )\", because id 3 is not "
-                               "one of the key's candidate slots");
+  EXPECT_EQ(verdict.problem(),
+            "stops the agent: assertion \"checkEntryIdValidity( key, eId )\", because id 3 is not "
+            "one of the key's candidate slots");
 }
 
 TEST(SingleWidthRequestCheck, AnIdHeldByAKeyWithOtherHashesStopsNowOnFalse) {

@@ -120,7 +120,8 @@ TEST(BankBucket, Crc32And16WithOffsetThirtyTwoGivesTheCrc16) {
 }
 
 TEST(BankBucket, Crc32And16WithOffsetTwentyEightJoinsTheTopOfCrc32AndTheCrc16) {
-  EXPECT_EQ(bucketOf(bankWith(HashFunc::hashCrc32And16, 28), 0x1234, 0xABCDE123u), (0xABCDE123u >> 28) | (0x1234u << 4));
+  EXPECT_EQ(bucketOf(bankWith(HashFunc::hashCrc32And16, 28), 0x1234, 0xABCDE123u),
+            (0xABCDE123u >> 28) | (0x1234u << 4));
   EXPECT_EQ(bucketOf(bankWith(HashFunc::hashCrc32And16, 28), 0x1234, 0xABCDE123u), 0x1234Au);
 }
 
@@ -148,8 +149,8 @@ TEST(BankBucket, MaskZeroAlwaysYieldsBucketZero) {
 
 TEST(BankBucket, EntryTypeDoesNotChangeTheBucket) {
   auto bank = bankWith(HashFunc::hashCrc32Lower, 0, 0, 0x3FF);
-  for (HashEntryType t : {HashEntryType::empty, HashEntryType::singleWide, HashEntryType::doubleWide,
-                          HashEntryType::quadWide}) {
+  for (HashEntryType t :
+       {HashEntryType::empty, HashEntryType::singleWide, HashEntryType::doubleWide, HashEntryType::quadWide}) {
     EXPECT_EQ(bank->calcBucketId(0x55, 0x12345, t, false, 0), 0x345u) << t;
   }
 }
@@ -183,8 +184,7 @@ TEST(BankBucketDebug, OffsetThirtyTwoAddsBitThirtyOneAndSixtyThreeAddsBitZero) {
             0x80000005u);
   EXPECT_EQ(bankWith(HashFunc::hashCrc32Lower, 63)->calcBucketId(0, 0, HashEntryType::singleWide, true, 4), 5u);
   // 112 mod 64 = 48.
-  EXPECT_EQ(bankWith(HashFunc::hashCrc32Lower, 112)->calcBucketId(0, 0, HashEntryType::singleWide, true, 0),
-            0x8000u);
+  EXPECT_EQ(bankWith(HashFunc::hashCrc32Lower, 112)->calcBucketId(0, 0, HashEntryType::singleWide, true, 0), 0x8000u);
 }
 
 TEST(BankBucketDebug, DebugRuleIgnoresTheHashFunctionAndWritesNoTrace) {

@@ -19,12 +19,12 @@ namespace TesselCentral {
 namespace {
 
 using test::assertionFailure;
-using test::levelBit;
-using test::TraceCapture;
 using test::key;
-using test::textOf;
+using test::levelBit;
 using test::makeTable;
 using test::Tables;
+using test::textOf;
+using test::TraceCapture;
 
 // One call of a placement operation, with its arguments (unused ones are 0).
 struct Call {
@@ -43,7 +43,7 @@ std::ostream& operator<<(std::ostream& os, const Call& c) {
 // a table that always finds room: insertEntry places at the next free id, insertEntryWithId
 // at the requested id, removeEntry drops the status.
 class RecordingTable final : public MultiHashTableBase {
-public:
+ public:
   static Ptr<RecordingTable> RecordingTableIs(Ptr<const HashEntryConfig> config, Ptr<HashEntryStatus> status,
                                               U32 maxSteps, U32 banks = 2, U32 buckets = 16, U32 slots = 4) {
     return Ptr<RecordingTable>::adopt(
@@ -75,7 +75,7 @@ public:
   bool throwOnInsert = false;
   U32 nextId = 1000;
 
-private:
+ private:
   RecordingTable(U32 banks, U32 buckets, U32 slots, Ptr<const HashEntryConfig> config, Ptr<HashEntryStatus> status,
                  U32 maxSteps)
       : MultiHashTableBase(banks, buckets, slots, std::move(config), std::move(status), maxSteps) {}
@@ -87,7 +87,7 @@ Call insertWithIdCall(const HashEntryKey& k, U32 id) { return Call{"insertEntryW
 Call removeCall(const HashEntryKey& k) { return Call{"removeEntry", k, 0, 0}; }
 
 class ConfigReaction : public ::testing::Test {
-protected:
+ protected:
   Ptr<HashEntryConfig> config = hashEntryConfigFactory();
   Ptr<HashEntryStatus> status = hashEntryStatusFactory();
   Ptr<RecordingTable> table = RecordingTable::RecordingTableIs(config, status, 3);

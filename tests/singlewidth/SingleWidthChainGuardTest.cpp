@@ -99,9 +99,9 @@ TEST(ChainGuard, WithABudgetOfThreeOrLessNoMoveIsEverRefused) {
     TraceCapture capture(levelBit(2));
     std::mt19937 rng(steps + 1);
     for (int i = 0; i < 40; ++i) {
-      config->configIs(HashEntryKey(static_cast<U16>(1 + rng() % 997), static_cast<U32>(rng()), 1,
-                                    HashEntryType::singleWide),
-                       EntryId());
+      config->configIs(
+          HashEntryKey(static_cast<U16>(1 + rng() % 997), static_cast<U32>(rng()), 1, HashEntryType::singleWide),
+          EntryId());
     }
     for (const std::string& line : capture.texts(2)) {
       EXPECT_EQ(line.find(refusedMoveText), std::string::npos) << "steps " << steps << ": " << line;

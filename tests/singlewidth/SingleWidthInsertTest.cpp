@@ -19,12 +19,12 @@ namespace TesselCentral {
 namespace {
 
 using test::ChangeRecorder;
-using test::levelBit;
-using test::TraceCapture;
 using test::key;
-using test::textOf;
+using test::levelBit;
 using test::makeTable;
 using test::Tables;
+using test::textOf;
+using test::TraceCapture;
 
 bool hasTextStartingWith(const std::vector<std::string>& texts, const std::string& prefix) {
   for (const auto& t : texts) {
@@ -61,16 +61,15 @@ TEST(SingleWidthInsert, PlacementLineIsReportedUnderInsertEntry) {
   Tables s = makeTable(2, 16, 1, 1);
   TraceCapture capture(levelBit(2));
   s.request(key(9, 3));
-  EXPECT_EQ(capture.texts(2),
-            (std::vector<std::string>{
-                "insertEntry Insert key: " + textOf(key(9, 3)),
-                "Bank::calcBucketId bucketId: 3",
-                "calcEntryId Bank 0, Bucket 3, Slot 0, Pos 3",
-                // A free slot shows the default key.
-                "insertEntryhashTableEntry( 3 ) "
-                "TesselCentral::HashEntryKey{crc16=0, crc32=0, fapId=0, entryType=singleWide}",
-                "insertEntry Insert key: " + textOf(key(9, 3)) + " at eId: 3",
-            }));
+  EXPECT_EQ(capture.texts(2), (std::vector<std::string>{
+                                  "insertEntry Insert key: " + textOf(key(9, 3)),
+                                  "Bank::calcBucketId bucketId: 3",
+                                  "calcEntryId Bank 0, Bucket 3, Slot 0, Pos 3",
+                                  // A free slot shows the default key.
+                                  "insertEntryhashTableEntry( 3 ) "
+                                  "TesselCentral::HashEntryKey{crc16=0, crc32=0, fapId=0, entryType=singleWide}",
+                                  "insertEntry Insert key: " + textOf(key(9, 3)) + " at eId: 3",
+                              }));
   ASSERT_FALSE(capture.sink().lines().empty());
   const auto& last = capture.sink().lines().back();
   EXPECT_EQ(last.text, "insertEntry Insert key: " + textOf(key(9, 3)) + " at eId: 3");
@@ -92,7 +91,7 @@ TEST(SingleWidthInsert, InsertEntryAlwaysReturnsZero) {
   EXPECT_EQ(s.table->insertEntry(key(1, 1), 128, 0), 0u);
   EXPECT_EQ(s.table->insertEntry(key(2, 1), 128, 0), 0u);  // no room
   EXPECT_EQ(s.at(key(2, 1)), EntryId());
-  EXPECT_EQ(s.table->insertEntry(key(1, 1), 7, 3), 0u);    // already placed
+  EXPECT_EQ(s.table->insertEntry(key(1, 1), 7, 3), 0u);  // already placed
 }
 
 TEST(SingleWidthInsert, OrigBankIdIsIgnored) {
@@ -185,8 +184,8 @@ TEST(SingleWidthInsert, InvalidRequestAfterAPlacementById) {
   // which finds it at its requested id when nothing free comes first.
   Tables s = makeTable(2, 16, 1, 1);
   const HashEntryKey k = key(9, 3);
-  s.request(key(1, 3));   // id 3
-  s.requestAt(k, 25);     // bank 1
+  s.request(key(1, 3));  // id 3
+  s.requestAt(k, 25);    // bank 1
   ChangeRecorder recorder(*s.status);
   s.request(k);
   EXPECT_EQ(s.at(k), EntryId(25));
@@ -290,7 +289,7 @@ TEST(SingleWidthInsert, ZeroBudgetFullTableFailsAtOnce) {
 // Second pass: moves
 
 class SingleWidthRehash : public ::testing::Test {
-protected:
+ protected:
   // 2 banks, 1 slot per bucket, a step budget of 1.
   Tables s = makeTable(2, 16, 1, 1);
   const HashEntryKey a = key(5, 3, 2);   // candidates 3 and 21
@@ -357,10 +356,9 @@ TEST_F(SingleWidthRehash, MoveIsTracedStepByStepAtLevelTwo) {
 
   // Every line is reported under the short name of the function that writes it; the
   // closing "Insert key: ... at eId: " line belongs to insertEntry.
-  const std::vector<std::string> functions{"insertEntry", "calcBucketId", "calcEntryId", "insertEntry",
-                                           "calcBucketId", "calcEntryId", "insertEntry", "calcBucketId",
-                                           "calcEntryId", "rehashEntry", "calcBucketId", "calcEntryId",
-                                           "rehashEntry", "insertEntry"};
+  const std::vector<std::string> functions{
+      "insertEntry",  "calcBucketId", "calcEntryId", "insertEntry",  "calcBucketId", "calcEntryId", "insertEntry",
+      "calcBucketId", "calcEntryId",  "rehashEntry", "calcBucketId", "calcEntryId",  "rehashEntry", "insertEntry"};
   std::vector<std::string> seen;
   for (const auto& line : capture.sink().lines()) {
     seen.push_back(line.function);
@@ -474,17 +472,17 @@ TEST(SingleWidthRehashDirect, EvenADirectMoveCostsOneStep) {
 
 TEST(SingleWidthRehashDirect, TargetSlotsAreSearchedInAscendingOrder) {
   Tables s = makeTable(2, 16, 2, 0);
-  s.request(key(5, 3));            // bank 0 bucket 3 slot 0: 6
-  s.requestAt(key(5, 7), 42);      // bank 1 bucket 5 slot 0: (16 + 5) * 2
+  s.request(key(5, 3));        // bank 0 bucket 3 slot 0: 6
+  s.requestAt(key(5, 7), 42);  // bank 1 bucket 5 slot 0: (16 + 5) * 2
   EXPECT_TRUE(s.table->rehashEntry(EntryId(6), 1, 1, HashEntryType::singleWide));
   EXPECT_EQ(s.at(key(5, 3)), EntryId(43));
 }
 
 TEST(SingleWidthRehashDirect, TheDefaultKeyMarkerIsNotFreeToAMove) {
   Tables s = makeTable(2, 16, 1, 1);
-  const HashEntryKey zero;           // the empty marker, placed as a real request at 16
+  const HashEntryKey zero;  // the empty marker, placed as a real request at 16
   s.requestAt(zero, 16);
-  s.request(key(0, 3));              // 3, or 16
+  s.request(key(0, 3));  // 3, or 16
   ASSERT_EQ(s.at(key(0, 3)), EntryId(3));
   EXPECT_FALSE(s.table->rehashEntry(EntryId(3), 1, 1, HashEntryType::singleWide));
   EXPECT_EQ(s.at(key(0, 3)), EntryId(3));

@@ -75,12 +75,12 @@ std::vector<HashEntryKey> makeKeys(std::mt19937& rng, std::size_t count) {
     }
     const HashEntryKey* held = table.hashTableEntryFind(result.value);
     if (held == nullptr || !(*held == result.key)) {
-      return ::testing::AssertionFailure() << result.key << " is at " << result.value << " but the entry holds "
-                                           << (held ? *held : HashEntryKey());
+      return ::testing::AssertionFailure()
+             << result.key << " is at " << result.value << " but the entry holds " << (held ? *held : HashEntryKey());
     }
     if (!table.checkEntryIdValidity(result.key, result.value)) {
-      return ::testing::AssertionFailure() << result.key << " stands at " << result.value
-                                           << ", which is not one of its candidates";
+      return ::testing::AssertionFailure()
+             << result.key << " stands at " << result.value << ", which is not one of its candidates";
     }
   }
   for (const auto& entry : table.hashTableEntryCollection()) {
@@ -88,8 +88,8 @@ std::vector<HashEntryKey> makeKeys(std::mt19937& rng, std::size_t count) {
       return ::testing::AssertionFailure() << "entry " << entry.key << " beyond capacity " << capacity;
     }
     if (status.status(entry.value) != entry.key) {
-      return ::testing::AssertionFailure() << "entry " << entry.key << " holds " << entry.value
-                                           << " whose status is " << status.status(entry.value);
+      return ::testing::AssertionFailure()
+             << "entry " << entry.key << " holds " << entry.value << " whose status is " << status.status(entry.value);
     }
   }
   const U32 occupied = table.numInsertions() - table.numDeletions();

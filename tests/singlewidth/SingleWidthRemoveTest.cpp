@@ -18,12 +18,12 @@ namespace {
 
 using test::assertionFailure;
 using test::ChangeRecorder;
-using test::levelBit;
-using test::TraceCapture;
 using test::key;
-using test::textOf;
+using test::levelBit;
 using test::makeTable;
 using test::Tables;
+using test::textOf;
+using test::TraceCapture;
 
 // ---------------------------------------------------------------------------------------
 // checkEntryIdValidity

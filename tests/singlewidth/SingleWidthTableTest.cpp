@@ -13,12 +13,12 @@
 namespace TesselCentral {
 namespace {
 
-using test::levelBit;
-using test::TraceCapture;
 using test::key;
-using test::textOf;
+using test::levelBit;
 using test::makeTable;
 using test::Tables;
+using test::textOf;
+using test::TraceCapture;
 
 // ---------------------------------------------------------------------------------------
 // Construction and lifecycle
@@ -185,45 +185,39 @@ TEST_P(SingleWidthBankReinstantiation, ExistingIdWithADifferentAttributeRaisesTh
 
 INSTANTIATE_TEST_SUITE_P(
     EachAttribute, SingleWidthBankReinstantiation,
-    ::testing::Values(Differing{.attribute = "hashMask", .hashMask = 7},
-                      Differing{.attribute = "baseEntryType", .baseEntryType = HashEntryType::doubleWide},
-                      Differing{.attribute = "numBuckets", .numBuckets = 32},
-                      Differing{.attribute = "bucketSize", .bucketSize = 2},
-                      Differing{.attribute = "hashFunc", .hashFunc = HashFunc::hashCrc32Lower},
-                      Differing{.attribute = "hashOffSet", .hashOffSet = 4},
-                      Differing{.attribute = "hashBits", .hashBits = 6},
-                      // Several differences: the first in the order of comparison is named.
-                      Differing{.attribute = "baseEntryType",
-                                .baseEntryType = HashEntryType::quadWide,
-                                .numBuckets = 8,
-                                .bucketSize = 1,
-                                .hashFunc = HashFunc::hashCrc64,
-                                .hashOffSet = 0,
-                                .hashBits = 0,
-                                .hashMask = 0},
-                      Differing{.attribute = "numBuckets",
-                                .numBuckets = 8,
-                                .bucketSize = 1,
-                                .hashFunc = HashFunc::hashCrc64,
-                                .hashOffSet = 0,
-                                .hashBits = 0,
-                                .hashMask = 0},
-                      Differing{.attribute = "bucketSize",
-                                .bucketSize = 1,
-                                .hashFunc = HashFunc::hashCrc64,
-                                .hashOffSet = 0,
-                                .hashBits = 0,
-                                .hashMask = 0},
-                      Differing{.attribute = "hashFunc",
-                                .hashFunc = HashFunc::hashCrc64,
-                                .hashOffSet = 0,
-                                .hashBits = 0,
-                                .hashMask = 0},
-                      Differing{.attribute = "hashOffSet", .hashOffSet = 0, .hashBits = 0, .hashMask = 0},
-                      Differing{.attribute = "hashBits", .hashBits = 0, .hashMask = 0}),
-    [](const ::testing::TestParamInfo<Differing>& p) {
-      return std::to_string(p.index) + "_" + p.param.attribute;
-    });
+    ::testing::Values(
+        Differing{.attribute = "hashMask", .hashMask = 7},
+        Differing{.attribute = "baseEntryType", .baseEntryType = HashEntryType::doubleWide},
+        Differing{.attribute = "numBuckets", .numBuckets = 32}, Differing{.attribute = "bucketSize", .bucketSize = 2},
+        Differing{.attribute = "hashFunc", .hashFunc = HashFunc::hashCrc32Lower},
+        Differing{.attribute = "hashOffSet", .hashOffSet = 4}, Differing{.attribute = "hashBits", .hashBits = 6},
+        // Several differences: the first in the order of comparison is named.
+        Differing{.attribute = "baseEntryType",
+                  .baseEntryType = HashEntryType::quadWide,
+                  .numBuckets = 8,
+                  .bucketSize = 1,
+                  .hashFunc = HashFunc::hashCrc64,
+                  .hashOffSet = 0,
+                  .hashBits = 0,
+                  .hashMask = 0},
+        Differing{.attribute = "numBuckets",
+                  .numBuckets = 8,
+                  .bucketSize = 1,
+                  .hashFunc = HashFunc::hashCrc64,
+                  .hashOffSet = 0,
+                  .hashBits = 0,
+                  .hashMask = 0},
+        Differing{.attribute = "bucketSize",
+                  .bucketSize = 1,
+                  .hashFunc = HashFunc::hashCrc64,
+                  .hashOffSet = 0,
+                  .hashBits = 0,
+                  .hashMask = 0},
+        Differing{
+            .attribute = "hashFunc", .hashFunc = HashFunc::hashCrc64, .hashOffSet = 0, .hashBits = 0, .hashMask = 0},
+        Differing{.attribute = "hashOffSet", .hashOffSet = 0, .hashBits = 0, .hashMask = 0},
+        Differing{.attribute = "hashBits", .hashBits = 0, .hashMask = 0}),
+    [](const ::testing::TestParamInfo<Differing>& p) { return std::to_string(p.index) + "_" + p.param.attribute; });
 
 TEST(SingleWidthBanks, BankIdIsNotComparedWithTheNumberOfBanks) {
   auto table = multiHashTableFactory(2, 16, 4, hashEntryConfigFactory(), hashEntryStatusFactory(), 1, false);

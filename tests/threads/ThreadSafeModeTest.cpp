@@ -20,7 +20,7 @@ namespace {
 constexpr int threads = 4;
 
 class ThreadSafeMode : public ::testing::Test {
-protected:
+ protected:
   void SetUp() override { Fwk::threadSafeModeIs(true); }
   void TearDown() override { Fwk::threadSafeModeIs(false); }
 
@@ -34,11 +34,11 @@ protected:
 
 // An entity that counts its destructions.
 class Probe : public Fwk::Entity {
-public:
+ public:
   explicit Probe(std::atomic<int>& destroyed) : destroyed_(destroyed) {}
   ~Probe() override { destroyed_.fetch_add(1); }
 
-private:
+ private:
   std::atomic<int>& destroyed_;
 };
 
@@ -73,7 +73,8 @@ TEST_F(ThreadSafeMode, TheLastDropOnAnyThreadDestroysTheEntityOnce) {
 
 TEST_F(ThreadSafeMode, ReadersShareAStatusWhileTheyCopyItsPointer) {
   const Ptr<HashEntryStatus> status = hashEntryStatusFactory();
-  for (U32 i = 1; i <= 500; ++i) status->statusIs(HashEntryKey(static_cast<U16>(i), i, 0, HashEntryType::singleWide), EntryId(i));
+  for (U32 i = 1; i <= 500; ++i)
+    status->statusIs(HashEntryKey(static_cast<U16>(i), i, 0, HashEntryType::singleWide), EntryId(i));
   std::atomic<unsigned> found{0};
   onThreads([&](int) {
     unsigned mine = 0;

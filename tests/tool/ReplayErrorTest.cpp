@@ -58,8 +58,7 @@ TEST(ReplayErrors, AnUnknownEnumeratorNameIsReportedWithTheField) {
 TEST(ReplayErrors, AnUnknownHashFunctionIsReportedWithTheField) {
   const Outcome o = replay("table single 1 4 1 0 false\nbank singleWide 0 4 1 hashCrc99 0 0 3\n");
   EXPECT_EQ(o.exitCode, 1);
-  EXPECT_EQ(o.err.rfind("requests.txt:2: hashFunc: 'hashCrc99' is not a TesselCentral::HashFunc name", 0), 0u)
-      << o.err;
+  EXPECT_EQ(o.err.rfind("requests.txt:2: hashFunc: 'hashCrc99' is not a TesselCentral::HashFunc name", 0), 0u) << o.err;
 }
 
 TEST(ReplayErrors, ANumberOutOfRangeNamesTheField) {
@@ -96,7 +95,8 @@ TEST(ReplayErrors, ARequestedIdThatIsNotACandidateOfASingleWideKeyIsReported) {
   // The key hashes to bucket 2 of bank 0 (id 2) and bucket 1 of bank 1 (id 5).
   const Outcome o = replay(singleTable + "set 1 2 0 singleWide 3\n");
   EXPECT_EQ(o.exitCode, 1);
-  EXPECT_EQ(o.err, "requests.txt:4: set 1 2 0 singleWide 3: stops the agent: assertion \"checkEntryIdValidity( key, eId )\", "
+  EXPECT_EQ(o.err,
+            "requests.txt:4: set 1 2 0 singleWide 3: stops the agent: assertion \"checkEntryIdValidity( key, eId )\", "
             "because id 3 is not one of the key's candidate slots\n");
   EXPECT_EQ(o.out, "");
 }
@@ -104,7 +104,8 @@ TEST(ReplayErrors, ARequestedIdThatIsNotACandidateOfASingleWideKeyIsReported) {
 TEST(ReplayErrors, ARequestedIdHeldByAnotherKeyIsReported) {
   const Outcome o = replay(singleTable + "set 1 2 0 singleWide any\nset 3 6 0 singleWide 2\n");
   EXPECT_EQ(o.exitCode, 1);
-  EXPECT_EQ(o.err, "requests.txt:5: set 3 6 0 singleWide 2: stops the agent: assertion \"false\", because id 2 holds key "
+  EXPECT_EQ(o.err,
+            "requests.txt:5: set 3 6 0 singleWide 2: stops the agent: assertion \"false\", because id 2 holds key "
             "TesselCentral::HashEntryKey{crc16=1, crc32=2, fapId=0, entryType=singleWide}: a request never takes a "
             "position from another key\n");
 }
@@ -112,7 +113,8 @@ TEST(ReplayErrors, ARequestedIdHeldByAnotherKeyIsReported) {
 TEST(ReplayErrors, ARequestedIdOutsideAMultiWidthKeysBucketsIsReported) {
   const Outcome o = replay(multiTable + "set 2 2 0 singleWide 0\n");
   EXPECT_EQ(o.exitCode, 1);
-  EXPECT_EQ(o.err, "requests.txt:4: set 2 2 0 singleWide 0: stops the agent: assertion "
+  EXPECT_EQ(o.err,
+            "requests.txt:4: set 2 2 0 singleWide 0: stops the agent: assertion "
             "\"entryIdHelper()->checkEntryIdValidity( key, eId )\", because id 0 is not in one of the key's "
             "candidate buckets\n");
 }
@@ -121,21 +123,26 @@ TEST(ReplayErrors, MovingAPlacedMultiWidthKeyToAnotherIdIsReported) {
   const Outcome o = replay(multiTable + "set 2 2 0 singleWide any\nset 2 2 0 singleWide 9\n");
   EXPECT_EQ(o.exitCode, 1);
   EXPECT_EQ(o.err.rfind("requests.txt:5: set 2 2 0 singleWide 9: stops the agent: assertion "
-                          "\"!hashTable()->keyToPosHas( key )\", because the key already stands at id 8;", 0), 0u) << o.err;
+                        "\"!hashTable()->keyToPosHas( key )\", because the key already stands at id 8;",
+                        0),
+            0u)
+      << o.err;
 }
 
 TEST(ReplayErrors, AKeyNarrowerThanABanksBaseTypeIsReported) {
-  const Outcome o = replay(
-      "table multi 1 4 4 1\nbank doubleWide 0 4 2 hashCrc32Lower 0 0 3 0 false\nset 1 1 0 singleWide any\n");
+  const Outcome o =
+      replay("table multi 1 4 4 1\nbank doubleWide 0 4 2 hashCrc32Lower 0 0 3 0 false\nset 1 1 0 singleWide any\n");
   EXPECT_EQ(o.exitCode, 1);
-  EXPECT_EQ(o.err, "requests.txt:3: set 1 1 0 singleWide any: stops the agent: assertion "
+  EXPECT_EQ(o.err,
+            "requests.txt:3: set 1 1 0 singleWide any: stops the agent: assertion "
             "\"( U32 )entryType >= ( U32 )baseEntryType()\", because a singleWide key is narrower than bank 0's "
             "baseEntryType doubleWide\n");
 }
 
 TEST(ReplayErrors, ARequestBeforeEveryBankExistsIsReported) {
-  const Outcome o = replay("table single 2 4 1 1 false\nbank singleWide 0 4 1 hashCrc32Lower 0 0 3\n"
-                           "set 1 2 0 singleWide any\n");
+  const Outcome o = replay(
+      "table single 2 4 1 1 false\nbank singleWide 0 4 1 hashCrc32Lower 0 0 3\n"
+      "set 1 2 0 singleWide any\n");
   EXPECT_EQ(o.exitCode, 1);
   EXPECT_EQ(o.err, "requests.txt:3: bank 1 is missing: every bank below numBanks needs a bank line\n");
 }
@@ -178,8 +185,9 @@ TEST(ReplayResync, AReconcileKeepsTheMovedKeyWhereItStandsWithANote) {
   options.audit = true;
   const Outcome o = replay(movedFromItsRequestedId + "reconcile\n", options);
   EXPECT_EQ(o.exitCode, 0) << o.err;
-  EXPECT_EQ(o.err, "requests.txt:7: note: reconcile keeps 1 0 0 singleWide 0: it stands at id 3, where a move took it "
-                   "from its requested id; it stays there\n");
+  EXPECT_EQ(o.err,
+            "requests.txt:7: note: reconcile keeps 1 0 0 singleWide 0: it stands at id 3, where a move took it "
+            "from its requested id; it stays there\n");
   EXPECT_NE(o.out.find("status 1 0 0 singleWide 3\n"), std::string::npos) << o.out;
 }
 

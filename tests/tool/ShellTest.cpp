@@ -34,7 +34,8 @@ TEST(Shell, CreatesEntitiesCallsOperationsAndReadsAttributes) {
   EXPECT_EQ(o.exitCode, 0) << o.err;
   EXPECT_EQ(o.out,
             "TesselCentral::Bank\n"
-            "{TesselCentral::HashEntryKey{crc16=7, crc32=2, fapId=0, entryType=singleWide}: TesselCentral::EntryId{value=4}}\n"
+            "{TesselCentral::HashEntryKey{crc16=7, crc32=2, fapId=0, entryType=singleWide}: "
+            "TesselCentral::EntryId{value=4}}\n"
             "1\n"
             "TesselCentral::EntryId{value=7}\n");
 }

@@ -216,8 +216,8 @@ TEST(HashEntryKey, HexadecimalNumbersParse) {
 }
 
 TEST(HashEntryKey, BlanksAroundPunctuationAreIgnored) {
-  const HashEntryKey key = HashEntryKey::fromText(
-      "  TesselCentral::HashEntryKey { crc16 = 1 ,crc32= 2,  fapId =3 , entryType = empty }  ");
+  const HashEntryKey key =
+      HashEntryKey::fromText("  TesselCentral::HashEntryKey { crc16 = 1 ,crc32= 2,  fapId =3 , entryType = empty }  ");
   EXPECT_EQ(key, HashEntryKey(1, 2, 3, HashEntryType::empty));
 }
 
@@ -244,16 +244,14 @@ TEST(HashEntryKey, Crc16OfExactlySixteenBitsIsRangeError) {
   EXPECT_THROW(
       HashEntryKey::fromText("TesselCentral::HashEntryKey{crc16=65536, crc32=0, fapId=0, entryType=singleWide}"),
       Fwk::RangeError);
-  EXPECT_EQ(
-      HashEntryKey::fromText("TesselCentral::HashEntryKey{crc16=65535, crc32=0, fapId=0, entryType=singleWide}")
-          .crc16(),
-      0xFFFFu);
+  EXPECT_EQ(HashEntryKey::fromText("TesselCentral::HashEntryKey{crc16=65535, crc32=0, fapId=0, entryType=singleWide}")
+                .crc16(),
+            0xFFFFu);
 }
 
 TEST(HashEntryKey, Crc32AndFapIdAboveThirtyTwoBitsAreRangeErrorsNamingTheirAttribute) {
   try {
-    HashEntryKey::fromText(
-        "TesselCentral::HashEntryKey{crc16=0, crc32=4294967296, fapId=0, entryType=singleWide}");
+    HashEntryKey::fromText("TesselCentral::HashEntryKey{crc16=0, crc32=4294967296, fapId=0, entryType=singleWide}");
     FAIL() << "no exception";
   } catch (const Fwk::RangeError& e) {
     EXPECT_EQ(e.attribute(), "crc32");
@@ -267,12 +265,10 @@ TEST(HashEntryKey, Crc32AndFapIdAboveThirtyTwoBitsAreRangeErrorsNamingTheirAttri
 }
 
 TEST(HashEntryKey, TrailingTextIsNotAllDataConsumedError) {
-  EXPECT_THROW(
-      HashEntryKey::fromText("TesselCentral::HashEntryKey{crc16=1, crc32=2, fapId=3, entryType=singleWide} x"),
-      Fwk::NotAllDataConsumedError);
-  EXPECT_THROW(
-      HashEntryKey::fromText("TesselCentral::HashEntryKey{crc16=1, crc32=2, fapId=3, entryType=singleWide}}"),
-      Fwk::NotAllDataConsumedError);
+  EXPECT_THROW(HashEntryKey::fromText("TesselCentral::HashEntryKey{crc16=1, crc32=2, fapId=3, entryType=singleWide} x"),
+               Fwk::NotAllDataConsumedError);
+  EXPECT_THROW(HashEntryKey::fromText("TesselCentral::HashEntryKey{crc16=1, crc32=2, fapId=3, entryType=singleWide}}"),
+               Fwk::NotAllDataConsumedError);
 }
 
 TEST(HashEntryKey, MissingSeparatorIsSyntaxError) {

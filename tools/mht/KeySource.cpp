@@ -86,10 +86,9 @@ HashEntryKey KeySource::candidate(HashEntryType width) {
       const Ipv4Prefix& p = prefixes_[r % prefixes_.size()];
       const U32 hostMask = p.length == 0 ? ~U32{0} : (p.length == 32 ? 0 : (~U32{0} >> p.length));
       const U32 address = p.address | (static_cast<U32>(r >> 16) & hostMask);
-      const std::array<unsigned char, 4> bytes{static_cast<unsigned char>(address >> 24),
-                                               static_cast<unsigned char>(address >> 16),
-                                               static_cast<unsigned char>(address >> 8),
-                                               static_cast<unsigned char>(address)};
+      const std::array<unsigned char, 4> bytes{
+          static_cast<unsigned char>(address >> 24), static_cast<unsigned char>(address >> 16),
+          static_cast<unsigned char>(address >> 8), static_cast<unsigned char>(address)};
       return HashEntryKey(crc16Of(bytes.data(), bytes.size()), crc32Of(bytes.data(), bytes.size()), 0, width);
     }
   }

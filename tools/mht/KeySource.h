@@ -45,12 +45,12 @@ U32 crc32Of(const unsigned char* bytes, std::size_t size);
 U16 crc16Of(const unsigned char* bytes, std::size_t size);
 
 class KeySource {
-public:
+ public:
   KeySource(KeySourceKind kind, U64 seed, WidthMix mix, std::vector<Ipv4Prefix> prefixes);
 
   HashEntryKey next();
 
-private:
+ private:
   HashEntryType nextWidth();
   HashEntryKey candidate(HashEntryType width);
 

@@ -66,8 +66,8 @@ const std::size_t* activeLine = nullptr;
 
 [[noreturn]] void reportAssertion(const Fwk::AssertionReport& r) {
   if (activeErr != nullptr) {
-    *activeErr << activeFile << ':' << *activeLine << ": the library rejected this request: assertion '"
-               << r.condition << "' failed in " << r.function << std::endl;
+    *activeErr << activeFile << ':' << *activeLine << ": the library rejected this request: assertion '" << r.condition
+               << "' failed in " << r.function << std::endl;
   }
   std::_Exit(1);
 }

@@ -17,7 +17,7 @@ using TesselCentral::U32;
 
 // A bad line: what was wrong, without the file and line (the caller adds them).
 class LineError : public std::runtime_error {
-public:
+ public:
   using std::runtime_error::runtime_error;
 };
 
@@ -26,7 +26,7 @@ public:
 std::vector<std::string> splitFields(std::string_view line);
 
 class LineParser {
-public:
+ public:
   explicit LineParser(std::vector<std::string> fields) : fields_(std::move(fields)) {}
 
   bool atEnd() const noexcept { return next_ == fields_.size(); }
@@ -50,11 +50,12 @@ public:
   // Fails when fields are left after the last one read.
   void end(std::string_view lastField);
 
-private:
+ private:
   template <Fwk::RegisteredEnum E>
   static std::string names() {
     std::string all;
-    for (const auto& [value, n] : Fwk::EnumTraits<E>::info().enumerators) all += (all.empty() ? "" : ", ") + std::string(n);
+    for (const auto& [value, n] : Fwk::EnumTraits<E>::info().enumerators)
+      all += (all.empty() ? "" : ", ") + std::string(n);
     return all;
   }
   std::uint64_t number(std::string_view field, std::uint64_t max);
@@ -66,7 +67,7 @@ private:
 // While a script runs, a fatal assertion of the library that the tool's own checks did
 // not foresee is reported as FILE:LINE: ... with exit code 1 instead of an abort.
 class ScriptPosition {
-public:
+ public:
   ScriptPosition(std::string file, std::ostream& err);
   ~ScriptPosition();
   ScriptPosition(const ScriptPosition&) = delete;
@@ -75,7 +76,7 @@ public:
   void next() noexcept { ++line_; }
   std::size_t line() const noexcept { return line_; }
 
-private:
+ private:
   std::string file_;
   std::size_t line_ = 0;
   std::ostream& err_;

@@ -26,7 +26,7 @@ HashEntryKey readKey(LineParser& p) {
 std::string idText(EntryId id) { return id.isValid() ? std::to_string(id.value()) : "any"; }
 
 class Replay {
-public:
+ public:
   Replay(const ReplayOptions& options, const std::string& fileName, const ScriptPosition& position, std::ostream& err)
       : options_(options), fileName_(fileName), position_(position), err_(err) {}
 
@@ -36,11 +36,16 @@ public:
     if (verb == "trace") return trace(p);
     if (!session_) throw LineError("'" + verb + "' before the table line: the first line must be 'table'");
     if (verb == "bank") return bank(p);
-    if (verb == "set") set(p);
-    else if (verb == "del") del(p);
-    else if (verb == "resync") resync(p);
-    else if (verb == "reconcile") reconcile(p);
-    else throw LineError("unknown verb '" + verb + "' (table, bank, set, del, resync, reconcile, trace)");
+    if (verb == "set")
+      set(p);
+    else if (verb == "del")
+      del(p);
+    else if (verb == "resync")
+      resync(p);
+    else if (verb == "reconcile")
+      reconcile(p);
+    else
+      throw LineError("unknown verb '" + verb + "' (table, bank, set, del, resync, reconcile, trace)");
     if (options_.audit) audit();
   }
 
@@ -56,14 +61,17 @@ public:
     for (const HashEntryKey& key : unplaced) session_->explain(key, out);
   }
 
-private:
+ private:
   void table(LineParser& p) {
     if (session_) throw LineError("a second table line: one replay drives one table");
     TableSpec shape;
     const std::string& kind = p.word("table kind (single or multi)");
-    if (kind == "single") shape.kind = TableKind::single;
-    else if (kind == "multi") shape.kind = TableKind::multi;
-    else throw LineError("table kind: '" + kind + "' is neither single nor multi");
+    if (kind == "single")
+      shape.kind = TableKind::single;
+    else if (kind == "multi")
+      shape.kind = TableKind::multi;
+    else
+      throw LineError("table kind: '" + kind + "' is neither single nor multi");
     shape.numBanks = p.u32("numBanks");
     shape.numBuckets = p.u32("numBuckets");
     shape.numBucketEntries = p.u32("numBucketEntries");
@@ -73,7 +81,9 @@ private:
       p.end("bucketSpanBanks");
     } else {
       p.end("maxRecursiveSteps");
-      if (shape.numBanks > 256) throw LineError("numBanks: " + std::to_string(shape.numBanks) + " is above 256, the most a position can address");
+      if (shape.numBanks > 256)
+        throw LineError("numBanks: " + std::to_string(shape.numBanks) +
+                        " is above 256, the most a position can address");
     }
     session_ = std::make_unique<TableSession>(shape);
   }
@@ -95,8 +105,11 @@ private:
       b.doubleEntryTwoBucketMode = p.boolean("doubleEntryTwoBucketMode");
       p.end("doubleEntryTwoBucketMode");
       if (b.baseEntryType == HashEntryType::empty) throw LineError("baseEntryType: a bank's base type cannot be empty");
-      if (b.bankId > 255) throw LineError("bankId: " + std::to_string(b.bankId) + " is above 255, the most a position can address");
-      if (b.bucketSize > 4) throw LineError("bucketSize: " + std::to_string(b.bucketSize) + " is above 4, the most a bucket state word serves");
+      if (b.bankId > 255)
+        throw LineError("bankId: " + std::to_string(b.bankId) + " is above 255, the most a position can address");
+      if (b.bucketSize > 4)
+        throw LineError("bucketSize: " + std::to_string(b.bucketSize) +
+                        " is above 4, the most a bucket state word serves");
     } else {
       p.end(multi ? "doubleEntryTwoBucketMode" : "hashMask");
       // Single-width ids count each bank's buckets by the table's numBuckets: a bucket past

@@ -16,9 +16,12 @@ const char* kindName(TableKind k) { return k == TableKind::single ? "single" : "
 
 const char* sourceName(KeySourceKind k) {
   switch (k) {
-    case KeySourceKind::random: return "random";
-    case KeySourceKind::mac: return "mac";
-    case KeySourceKind::ipv4: return "ipv4";
+    case KeySourceKind::random:
+      return "random";
+    case KeySourceKind::mac:
+      return "mac";
+    case KeySourceKind::ipv4:
+      return "ipv4";
   }
   return "?";
 }
@@ -38,7 +41,8 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
   out << "table      " << kindName(t.kind) << ", " << t.numBanks << " banks x " << t.numBuckets << " buckets x "
       << t.numBucketEntries << " slots = " << r.capacity << " slots, maxRecursiveSteps " << t.maxRecursiveSteps;
   if (t.kind == TableKind::single) out << (t.bucketSpanBanks ? ", bucket-major ids" : ", bank-major ids");
-  if (t.kind == TableKind::multi && !o.banks.empty() && o.banks[0].doubleEntryTwoBucketMode) out << ", doubleEntryTwoBucketMode";
+  if (t.kind == TableKind::multi && !o.banks.empty() && o.banks[0].doubleEntryTwoBucketMode)
+    out << ", doubleEntryTwoBucketMode";
   out << '\n';
   out << "keys       " << sourceName(o.source) << ", seed " << o.seed;
   if (t.kind == TableKind::multi) {
@@ -94,7 +98,7 @@ void writeJsonReport(const SimulationOptions& o, const SimulationResult& r, std:
                      {"doubleEntryTwoBucketMode", b.doubleEntryTwoBucketMode}});
   }
   const auto phase = [](const PhaseFigures& p) {
-    return json{{"requested", p.requested}, {"placed", p.placed},     {"failed", p.failed},
+    return json{{"requested", p.requested}, {"placed", p.placed},   {"failed", p.failed},
                 {"moves", p.moves},         {"seconds", p.seconds}, {"requestsPerSecond", perSecond(p)}};
   };
   json histogram = json::object();
@@ -111,12 +115,13 @@ void writeJsonReport(const SimulationOptions& o, const SimulationResult& r, std:
            {"keys",
             {{"source", sourceName(o.source)},
              {"seed", o.seed},
-             {"widthMix", {{"singleWide", o.mix.singleWide}, {"doubleWide", o.mix.doubleWide}, {"quadWide", o.mix.quadWide}}}}},
+             {"widthMix",
+              {{"singleWide", o.mix.singleWide}, {"doubleWide", o.mix.doubleWide}, {"quadWide", o.mix.quadWide}}}}},
            {"fill", phase(r.fill)},
            {"churn", phase(r.churn)},
-           {"firstFailure",
-            r.fillAtFirstFailure ? json{{"request", *r.firstFailureRequest}, {"fillRatio", *r.fillAtFirstFailure}}
-                                 : json(nullptr)},
+           {"firstFailure", r.fillAtFirstFailure
+                                ? json{{"request", *r.firstFailureRequest}, {"fillRatio", *r.fillAtFirstFailure}}
+                                : json(nullptr)},
            {"fillRatioAtEnd", r.fillAtEnd},
            {"slotsUsed", r.slotsUsed},
            {"bankFillRatio", r.bankFill},
@@ -130,9 +135,9 @@ namespace {
 // Free: white; otherwise the hue of the widest entry in the bucket, darker the fuller it is.
 std::string cellColour(const BucketCell& c, U32 slots) {
   if (c.slotsUsed == 0) return "#ffffff";
-  int hue = 210;                          // single-wide: blue
-  if (c.widthMask & (1u << 2)) hue = 130; // double-wide: green
-  if (c.widthMask & (1u << 4)) hue = 25;  // quad-wide: orange
+  int hue = 210;                           // single-wide: blue
+  if (c.widthMask & (1u << 2)) hue = 130;  // double-wide: green
+  if (c.widthMask & (1u << 4)) hue = 25;   // quad-wide: orange
   const double full = slots ? std::min(1.0, static_cast<double>(c.slotsUsed) / slots) : 1.0;
   const int light = static_cast<int>(85 - 50 * full);
   return "hsl(" + std::to_string(hue) + ",70%," + std::to_string(light) + "%)";
@@ -162,8 +167,8 @@ void writeSvgReport(const SimulationOptions& o, const SimulationResult& r, std::
   out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << width << "\" height=\"" << height
       << "\" font-family=\"sans-serif\" font-size=\"12\">\n";
   out << "<rect width=\"100%\" height=\"100%\" fill=\"#fafafa\"/>\n";
-  out << "<text x=\"" << gap << "\" y=\"24\" font-size=\"16\">Bucket occupancy per bank (" << o.table.numBanks
-      << " x " << o.table.numBuckets << " x " << o.table.numBucketEntries
+  out << "<text x=\"" << gap << "\" y=\"24\" font-size=\"16\">Bucket occupancy per bank (" << o.table.numBanks << " x "
+      << o.table.numBuckets << " x " << o.table.numBucketEntries
       << "): blue single, green double, orange quad; darker is fuller</text>\n";
   double x = gap;
   const U32 slots = o.table.numBucketEntries;
@@ -172,7 +177,8 @@ void writeSvgReport(const SimulationOptions& o, const SimulationResult& r, std::
     out << "<text x=\"" << x << "\" y=\"48\">bank " << b << " (" << std::fixed << std::setprecision(1)
         << (b < r.bankFill.size() ? r.bankFill[b] * 100 : 0) << " %)</text>\n";
     out << "<g transform=\"translate(" << x << ",56)\">\n";
-    out << "<rect width=\"" << cols * cell << "\" height=\"" << rows * cell << "\" fill=\"#ffffff\" stroke=\"#cccccc\"/>\n";
+    out << "<rect width=\"" << cols * cell << "\" height=\"" << rows * cell
+        << "\" fill=\"#ffffff\" stroke=\"#cccccc\"/>\n";
     for (std::size_t k = 0; k < r.occupancy[b].size(); ++k) {
       const BucketCell& c = r.occupancy[b][k];
       if (c.slotsUsed == 0) continue;
@@ -190,7 +196,8 @@ void writeSvgReport(const SimulationOptions& o, const SimulationResult& r, std::
       << "\" font-size=\"16\">Fill ratio over requests; red ticks: requests that moved entries</text>\n";
   const double axis = 36;  // room for the percentage labels
   out << "<g transform=\"translate(" << gap + axis << "," << top << ")\">\n";
-  out << "<rect width=\"" << chartWidth << "\" height=\"" << chartHeight << "\" fill=\"#ffffff\" stroke=\"#999999\"/>\n";
+  out << "<rect width=\"" << chartWidth << "\" height=\"" << chartHeight
+      << "\" fill=\"#ffffff\" stroke=\"#999999\"/>\n";
   for (int p = 0; p <= 100; p += 25) {
     const double y = chartHeight * (1 - p / 100.0);
     out << "<line x1=\"0\" x2=\"" << chartWidth << "\" y1=\"" << y << "\" y2=\"" << y << "\" stroke=\"#eeeeee\"/>\n";
@@ -205,8 +212,8 @@ void writeSvgReport(const SimulationOptions& o, const SimulationResult& r, std::
   for (const Sample& s : r.timeline) {
     if (s.moves == 0) continue;
     const double px = chartWidth * static_cast<double>(s.request) / static_cast<double>(last);
-    out << "<line x1=\"" << px << "\" x2=\"" << px << "\" y1=\"" << chartHeight << "\" y2=\"" << chartHeight - 4 - 2 * std::min<U32>(s.moves, 8)
-        << "\" stroke=\"#d62728\" stroke-opacity=\"0.5\"/>\n";
+    out << "<line x1=\"" << px << "\" x2=\"" << px << "\" y1=\"" << chartHeight << "\" y2=\""
+        << chartHeight - 4 - 2 * std::min<U32>(s.moves, 8) << "\" stroke=\"#d62728\" stroke-opacity=\"0.5\"/>\n";
   }
   if (r.firstFailureRequest) {
     const double px = chartWidth * static_cast<double>(*r.firstFailureRequest) / static_cast<double>(last);
@@ -214,8 +221,8 @@ void writeSvgReport(const SimulationOptions& o, const SimulationResult& r, std::
         << "\" stroke=\"#000000\" stroke-dasharray=\"4 3\"/>\n";
     out << "<text x=\"" << px + 4 << "\" y=\"14\" font-size=\"10\">first failure</text>\n";
   }
-  out << "<text x=\"" << chartWidth / 2 << "\" y=\"" << chartHeight + 20 << "\" text-anchor=\"middle\">requests (" << last
-      << ")</text>\n";
+  out << "<text x=\"" << chartWidth / 2 << "\" y=\"" << chartHeight + 20 << "\" text-anchor=\"middle\">requests ("
+      << last << ")</text>\n";
   out << "</g>\n</svg>\n";
 }
 

@@ -34,7 +34,7 @@ std::string signature(const Fwk::AttributeInfo& a) {
 }
 
 class Shell {
-public:
+ public:
   explicit Shell(std::ostream& out) : out_(out) {}
 
   // Returns false on quit.
@@ -65,7 +65,7 @@ public:
     }
   }
 
-private:
+ private:
   Fwk::Ptr<Fwk::Entity> object(const std::string& name) const {
     if (!scope_.objectHas(name)) throw LineError("unknown object '" + name + "' (see 'objects')");
     return scope_.object(name);

@@ -14,7 +14,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 class Progress {
-public:
+ public:
   Progress(bool enabled, U64 total) : enabled_(enabled && isatty(STDERR_FILENO) != 0), total_(total) {}
   ~Progress() {
     if (shown_) std::fprintf(stderr, "\r%60s\r", "");
@@ -31,7 +31,7 @@ public:
     std::fflush(stderr);
   }
 
-private:
+ private:
   bool enabled_;
   U64 total_;
   bool shown_ = false;
@@ -54,8 +54,8 @@ std::vector<BankSpec> defaultBanks(const TableSpec& table, bool doubleEntryTwoBu
     b.hashFunc = HashFunc::hashCrc32And16;
     // Windows of `bits` bits spread evenly over the 48 bits of crc16:crc32: disjoint when
     // they fit, overlapping as little as they can when they do not.
-    b.hashOffSet = table.numBanks > 1 && bits * table.numBanks > 48 ? i * (48 - bits) / (table.numBanks - 1)
-                                                                    : (i * bits) % 48;
+    b.hashOffSet =
+        table.numBanks > 1 && bits * table.numBanks > 48 ? i * (48 - bits) / (table.numBanks - 1) : (i * bits) % 48;
     b.hashBits = bits;
     b.hashMask = table.numBuckets > 0 ? (std::bit_ceil(table.numBuckets) - 1) : 0;
     b.phyBankId = i;
@@ -68,7 +68,7 @@ std::vector<BankSpec> defaultBanks(const TableSpec& table, bool doubleEntryTwoBu
 namespace {
 
 class Simulator {
-public:
+ public:
   explicit Simulator(const SimulationOptions& o)
       : options_(o),
         session_(o.table),
@@ -112,8 +112,10 @@ public:
     return std::move(result_);
   }
 
-private:
-  double fill() const { return session_.capacity() ? static_cast<double>(used_) / static_cast<double>(session_.capacity()) : 0; }
+ private:
+  double fill() const {
+    return session_.capacity() ? static_cast<double>(used_) / static_cast<double>(session_.capacity()) : 0;
+  }
 
   // One request for a new key; failed requests are withdrawn, as an agent would.
   bool request(PhaseFigures& phase) {
@@ -152,7 +154,8 @@ private:
     const std::vector<U64> perBank = session_.slotsUsedPerBank();
     for (std::size_t i = 0; i < perBank.size(); ++i) {
       const BankSpec& b = options_.banks.at(i);
-      const double slots = static_cast<double>(b.numBuckets) * (session_.multi() ? b.bucketSize : options_.table.numBucketEntries);
+      const double slots =
+          static_cast<double>(b.numBuckets) * (session_.multi() ? b.bucketSize : options_.table.numBucketEntries);
       result_.bankFill.push_back(slots > 0 ? static_cast<double>(perBank[i]) / slots : 0);
     }
     result_.occupancy = occupancy();

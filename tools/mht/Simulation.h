@@ -23,10 +23,10 @@ struct SimulationOptions {
   std::vector<Ipv4Prefix> prefixes;
   WidthMix mix;
   U64 seed = 1;
-  std::optional<U64> requests;     // fill-phase requests; unset: until the first failure
+  std::optional<U64> requests;       // fill-phase requests; unset: until the first failure
   std::optional<double> fillTarget;  // stop filling at this fraction of the capacity
-  U64 churn = 20000;               // delete-and-add pairs after the fill phase
-  bool progress = false;           // a progress bar on standard error
+  U64 churn = 20000;                 // delete-and-add pairs after the fill phase
+  bool progress = false;             // a progress bar on standard error
 };
 
 struct BucketCell {

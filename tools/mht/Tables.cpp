@@ -78,8 +78,8 @@ std::vector<U64> TableSession::slotsUsedPerBank() const {
   const U64 perBucket = spec_.numBucketEntries;
   for (const auto& [id, key] : single_->hashTableEntryCollection()) {
     const U64 v = id.value();
-    const U64 bank = spec_.bucketSpanBanks ? (v / perBucket) % spec_.numBanks
-                                           : v / (perBucket * std::max<U64>(spec_.numBuckets, 1));
+    const U64 bank =
+        spec_.bucketSpanBanks ? (v / perBucket) % spec_.numBanks : v / (perBucket * std::max<U64>(spec_.numBuckets, 1));
     if (bank < used.size()) ++used[bank];
   }
   return used;

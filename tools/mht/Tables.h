@@ -39,7 +39,7 @@ struct TableSpec {
 // One table and its collections. The multi-width table gets its EntryIdHelper at once;
 // the destructor breaks the table <-> helper cycle.
 class TableSession {
-public:
+ public:
   explicit TableSession(const TableSpec& shape);
   ~TableSession();
   TableSession(const TableSession&) = delete;
@@ -70,7 +70,7 @@ public:
   // For a key without a place: its candidate buckets in every bank and their occupants.
   void explain(const HashEntryKey& key, std::ostream& out) const;
 
-private:
+ private:
   TableSpec spec_;
   Ptr<HashEntryConfig> config_;
   Ptr<HashEntryStatus> status_;

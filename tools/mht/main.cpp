@@ -18,7 +18,7 @@ using namespace mht;
 
 // Writes a file whole or not at all: a failed run leaves an earlier file as it was.
 class OutputFile {
-public:
+ public:
   explicit OutputFile(std::string path) : path_(std::move(path)), temp_(path_ + ".partial") {
     std::ofstream probe(temp_);
     if (!probe) throw CLI::ValidationError(path_, "cannot write " + temp_);
@@ -29,11 +29,12 @@ public:
       out << content;
       if (!out) throw std::runtime_error("cannot write " + temp_);
     }
-    if (std::rename(temp_.c_str(), path_.c_str()) != 0) throw std::runtime_error("cannot rename " + temp_ + " to " + path_);
+    if (std::rename(temp_.c_str(), path_.c_str()) != 0)
+      throw std::runtime_error("cannot rename " + temp_ + " to " + path_);
   }
   ~OutputFile() { std::remove(temp_.c_str()); }
 
-private:
+ private:
   std::string path_;
   std::string temp_;
 };
@@ -52,7 +53,8 @@ BankOverride parseBankOverride(const std::string& text) {
   std::stringstream in(text);
   for (std::string part; std::getline(in, part, ':');) parts.push_back(part);
   if (parts.size() != 5) {
-    throw CLI::ValidationError("--bank-hash", "'" + text + "' is not <bank>:<hashFunc>:<hashOffSet>:<hashBits>:<hashMask>");
+    throw CLI::ValidationError("--bank-hash",
+                               "'" + text + "' is not <bank>:<hashFunc>:<hashOffSet>:<hashBits>:<hashMask>");
   }
   try {
     return BankOverride{static_cast<U32>(Fwk::parseUnsigned(parts[0], "bank", 255)),
@@ -81,9 +83,10 @@ WidthMix parseMix(const std::string& text) {
 int main(int argc, char** argv) {
   CLI::App app{"mht: simulate, replay and explore the hash-table placement library"};
   app.require_subcommand(1);
-  app.set_version_flag("--version", std::string("mht ") + libraryVersion + "\nlibrary MultiHashTable " + libraryVersion +
-                                        "\ncommit " + sourceCommit,
-                       "print the version of the tool and its library and the commit it was built from");
+  app.set_version_flag(
+      "--version",
+      std::string("mht ") + libraryVersion + "\nlibrary MultiHashTable " + libraryVersion + "\ncommit " + sourceCommit,
+      "print the version of the tool and its library and the commit it was built from");
 
   // simulate
   auto* sim = app.add_subcommand("simulate", "fill a table through its requests until a key finds no room, then churn");
@@ -116,10 +119,13 @@ int main(int argc, char** argv) {
                   "per-bank hashing <bank>:<hashFunc>:<hashOffSet>:<hashBits>:<hashMask> (repeatable); by default "
                   "bank i takes the i-th run of log2(buckets) bits of crc16:crc32 (hashCrc32And16)");
   sim->add_option("--mix", mix, "width mix single/double/quad (multi-width)")->capture_default_str();
-  sim->add_option("--keys", source, "key source")->check(CLI::IsMember({"random", "mac", "ipv4"}))->capture_default_str();
+  sim->add_option("--keys", source, "key source")
+      ->check(CLI::IsMember({"random", "mac", "ipv4"}))
+      ->capture_default_str();
   sim->add_option("--prefix", prefixes, "IPv4 prefixes for --keys ipv4 (a.b.c.d/len, repeatable; default 10.0.0.0/8)");
   sim->add_option("--requests", requests, "fill-phase requests (default: until the first key finds no room)");
-  sim->add_option("--fill-target", fillTarget, "stop filling at this fraction of the capacity")->check(CLI::Range(0.0, 1.0));
+  sim->add_option("--fill-target", fillTarget, "stop filling at this fraction of the capacity")
+      ->check(CLI::Range(0.0, 1.0));
   sim->add_option("--churn", options.churn, "delete-and-add pairs after filling")->capture_default_str();
   sim->add_option("--seed", options.seed, "seed of the key source")->capture_default_str();
   sim->add_option("--json", jsonPath, "also write the report as JSON to this file");
@@ -132,7 +138,9 @@ int main(int argc, char** argv) {
   ReplayOptions replayOptions;
   U32 traceMask = 0;
   rep->add_option("file", replayPath, "request file ('-' for standard input)")->required();
-  rep->add_flag("--explain", replayOptions.explain, "show the candidates of every key left without a place, and the request check of every request reported");
+  rep->add_flag(
+      "--explain", replayOptions.explain,
+      "show the candidates of every key left without a place, and the request check of every request reported");
   rep->add_flag("--audit", replayOptions.audit, "check the table's consistency after every request");
   rep->add_flag("--strict", replayOptions.strict, "make a hazardous request an error, not a warning");
   auto* traceOption = rep->add_option("--trace", traceMask, "trace level mask (lines go to standard error)");
@@ -157,13 +165,15 @@ int main(int argc, char** argv) {
         throw CLI::ValidationError("--buckets", "the capacity does not fit in 32 bits");
       }
       if (table.kind == TableKind::multi && table.numBanks > 128) {
-        throw CLI::ValidationError("--banks", "a multi-width table skips bank 128 on first placements; use at most 128");
+        throw CLI::ValidationError("--banks",
+                                   "a multi-width table skips bank 128 on first placements; use at most 128");
       }
       options.table = table;
       options.banks = defaultBanks(table, twoBucketMode);
       for (const std::string& text : bankHashes) {
         const BankOverride o = parseBankOverride(text);
-        if (o.bank >= table.numBanks) throw CLI::ValidationError("--bank-hash", "bank " + std::to_string(o.bank) + " does not exist");
+        if (o.bank >= table.numBanks)
+          throw CLI::ValidationError("--bank-hash", "bank " + std::to_string(o.bank) + " does not exist");
         if (o.hashFunc == HashFunc::hashLsb) throw CLI::ValidationError("--bank-hash", "hashLsb is not supported");
         BankSpec& b = options.banks[o.bank];
         b.hashFunc = o.hashFunc;
@@ -172,11 +182,14 @@ int main(int argc, char** argv) {
         b.hashMask = o.hashMask;
         if (b.hashMask >= table.numBuckets) {
           throw CLI::ValidationError("--bank-hash", "mask 0x" + (std::ostringstream() << std::hex << b.hashMask).str() +
-                                                        " selects buckets beyond the " + std::to_string(table.numBuckets));
+                                                        " selects buckets beyond the " +
+                                                        std::to_string(table.numBuckets));
         }
       }
       options.mix = parseMix(mix);
-      options.source = source == "mac" ? KeySourceKind::mac : source == "ipv4" ? KeySourceKind::ipv4 : KeySourceKind::random;
+      options.source = source == "mac"    ? KeySourceKind::mac
+                       : source == "ipv4" ? KeySourceKind::ipv4
+                                          : KeySourceKind::random;
       for (const std::string& p : prefixes) {
         try {
           options.prefixes.push_back(parseIpv4Prefix(p));
