@@ -52,3 +52,20 @@ packages: setup
 	@cd build/release && cpack -G DEB
 	@lintian --fail-on error,warning --suppress-tags-from-file packaging/lintian-accepted build/release/packages/*.deb
 	@echo "packages: lintian found nothing beyond packaging/lintian-accepted"
+
+# The layout of .clang-format: `make format` applies it, `make format-check` (CI) fails on
+# any file that differs from it.
+.PHONY: format format-check
+FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h' | grep -v '^fuzz/corpus\|^fuzz/regressions')
+
+format:
+	@clang-format -i $(FORMAT_FILES)
+
+format-check:
+	@clang-format --dry-run -Werror $(FORMAT_FILES)
+
+# clang-tidy with the checks of .clang-tidy over the framework, the library and the tool.
+.PHONY: tidy
+tidy: setup
+	@cmake --preset tidy >/dev/null
+	@cmake --build --preset tidy

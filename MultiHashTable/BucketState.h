@@ -19,6 +19,7 @@ class BucketState {
   constexpr explicit BucketState(U64 word) noexcept : word_(word) {}
 
   constexpr U64 word() const noexcept { return word_; }
+  constexpr bool operator==(const BucketState&) const noexcept = default;
   constexpr bool empty() const noexcept { return word_ == 0; }
   // The bits the free-space search decides by.
   constexpr U32 occupancy() const noexcept { return static_cast<U32>(word_); }

@@ -6,6 +6,7 @@
 
 #include "MultiHashTable.h"
 #include "fwk/Assert.h"
+#include "fwk/Registry.h"
 #include "fwk/Trace.h"
 #include "internal/Diagnostics.h"
 
@@ -50,8 +51,8 @@ Ptr<MultiEntryTypeBank> MultiEntryTypeBank::MultiEntryTypeBankIs(HashEntryType b
                                                                  U32 numBuckets, U32 bucketSize, HashFunc hashFunc,
                                                                  U32 hashOffSet, U32 hashBits, U32 hashMask,
                                                                  U32 phyBankId, bool doubleEntryTwoBucketMode) {
-  return Fwk::makeEntity<MultiEntryTypeBank>(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet,
-                                             hashBits, hashMask, phyBankId, doubleEntryTwoBucketMode);
+  return Fwk::adoptTracked(new MultiEntryTypeBank(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet,
+                                                  hashBits, hashMask, phyBankId, doubleEntryTwoBucketMode));
 }
 
 Ptr<MultiEntryTypeBank> multiEntryTypeBankFactory(HashEntryType baseEntryType, U32 bankId, U32 numBuckets,

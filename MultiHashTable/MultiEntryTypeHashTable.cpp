@@ -50,9 +50,9 @@ MultiEntryTypeHashTable::~MultiEntryTypeHashTable() {
 Ptr<MultiEntryTypeHashTable> MultiEntryTypeHashTable::MultiEntryTypeHashTableIs(
     U32 numBanks, U32 numBuckets, U32 numBucketEntries, Ptr<const HashEntryConfig> hashEntryConfig,
     Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps) {
-  auto table = Ptr<MultiEntryTypeHashTable>::adopt(
-      new MultiEntryTypeHashTable(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig),
-                                  std::move(hashEntryStatus), maxRecursiveSteps));
+  auto table =
+      Fwk::adoptTracked(new MultiEntryTypeHashTable(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig),
+                                                    std::move(hashEntryStatus), maxRecursiveSteps));
   table->hasNotificationActiveIs(true);
   return table;
 }

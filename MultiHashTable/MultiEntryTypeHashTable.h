@@ -120,7 +120,8 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   RequestCheck checkPlacementAt(const HashEntryKey& key, EntryId id) const override;
   RequestCheck checkPlacement(const HashEntryKey& key) const override;
   RequestCheck checkRemoval(const HashEntryKey& key) const override;
-  Ptr<MultiHashTableBase> scratchCopy(Ptr<const HashEntryConfig> config, Ptr<HashEntryStatus> status) const override;
+  Ptr<MultiHashTableBase> scratchCopy(const Ptr<const HashEntryConfig>& config,
+                                      const Ptr<HashEntryStatus>& status) const override;
 
  public:
   void handleInitialized();

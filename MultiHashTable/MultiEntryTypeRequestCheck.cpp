@@ -228,10 +228,10 @@ RequestCheck MultiEntryTypeHashTable::checkRemoval(const HashEntryKey& key) cons
   return RequestCheck::accepted("the key's slots are freed and its result removed");
 }
 
-Ptr<MultiHashTableBase> MultiEntryTypeHashTable::scratchCopy(Ptr<const HashEntryConfig> config,
-                                                             Ptr<HashEntryStatus> status) const {
-  Ptr<MultiEntryTypeHashTable> copy = multiEntryTypeHashTableFactory(
-      numBanks(), numBuckets(), numBucketEntries(), std::move(config), std::move(status), maxRecursiveSteps());
+Ptr<MultiHashTableBase> MultiEntryTypeHashTable::scratchCopy(const Ptr<const HashEntryConfig>& config,
+                                                             const Ptr<HashEntryStatus>& status) const {
+  Ptr<MultiEntryTypeHashTable> copy =
+      multiEntryTypeHashTableFactory(numBanks(), numBuckets(), numBucketEntries(), config, status, maxRecursiveSteps());
   copy->debugEnabledIs(debugEnabled_);
   for (const auto& member : bank_) {
     const MultiEntryTypeBank& b = *member.value;

@@ -150,7 +150,8 @@ RequestCheck MultiHashTableBase::checkRemoval(const HashEntryKey&) const {
   return RequestCheck::stopsNow("0 && \"Derived class needs to implement this\"", "the table removes nothing itself");
 }
 
-Ptr<MultiHashTableBase> MultiHashTableBase::scratchCopy(Ptr<const HashEntryConfig>, Ptr<HashEntryStatus>) const {
+Ptr<MultiHashTableBase> MultiHashTableBase::scratchCopy(const Ptr<const HashEntryConfig>&,
+                                                        const Ptr<HashEntryStatus>&) const {
   return {};
 }
 
@@ -227,7 +228,8 @@ ReconcileReport MultiHashTableBase::reconcile() {
   if (!hashEntryConfig_) return report;
   const auto keep =
       [&](const HashEntryKey& key, EntryId requested, std::string reason) {
-        MHT_TRACE(2, "MultiHashTableBase::"
+        MHT_TRACE_IN("reconcile", 2,
+                     "MultiHashTableBase::"
                          << "reconcile"
                          << " keeps key: " << key << " requested: " << requested << " reason: " << reason);
         report.kept(KeptRequest{key, requested, std::move(reason)});

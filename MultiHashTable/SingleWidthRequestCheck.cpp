@@ -149,10 +149,10 @@ RequestCheck MultiHashTable::checkRemoval(const HashEntryKey&) const {
   return RequestCheck::accepted("the key's position is freed and its result removed");
 }
 
-Ptr<MultiHashTableBase> MultiHashTable::scratchCopy(Ptr<const HashEntryConfig> config,
-                                                    Ptr<HashEntryStatus> status) const {
-  Ptr<MultiHashTable> copy = multiHashTableFactory(numBanks(), numBuckets(), numBucketEntries(), std::move(config),
-                                                   std::move(status), maxRecursiveSteps(), bucketSpanBanks_);
+Ptr<MultiHashTableBase> MultiHashTable::scratchCopy(const Ptr<const HashEntryConfig>& config,
+                                                    const Ptr<HashEntryStatus>& status) const {
+  Ptr<MultiHashTable> copy = multiHashTableFactory(numBanks(), numBuckets(), numBucketEntries(), config, status,
+                                                   maxRecursiveSteps(), bucketSpanBanks_);
   // A bank holds only its geometry, so the copy shares the banks themselves.
   for (const auto& member : bank_) {
     copy->bank_.is(member.key, member.value);

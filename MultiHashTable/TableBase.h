@@ -145,7 +145,8 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
   virtual RequestCheck checkRemoval(const HashEntryKey& key) const;
   // A table of the same kind and geometry, with the same banks, records and results, that
   // reacts to `config`: the ground for a dry run.
-  virtual Ptr<MultiHashTableBase> scratchCopy(Ptr<const HashEntryConfig> config, Ptr<HashEntryStatus> status) const;
+  virtual Ptr<MultiHashTableBase> scratchCopy(const Ptr<const HashEntryConfig>& config,
+                                              const Ptr<HashEntryStatus>& status) const;
 
  private:
   void onNotification(const Fwk::Notification& n) override { hashEntryConfigDispatch(n); }

@@ -83,9 +83,7 @@ class SlotArray {
 template <class K>
 struct KeyHash {
   static std::uint32_t hash(const K& key, std::uint32_t seed) noexcept {
-    if constexpr (std::is_enum_v<K>) {
-      return static_cast<std::uint32_t>(key) ^ seed;
-    } else if constexpr (std::is_integral_v<K>) {
+    if constexpr (std::is_enum_v<K> || std::is_integral_v<K>) {
       return static_cast<std::uint32_t>(key) ^ seed;
     } else if constexpr (requires { key.hash(seed); }) {
       return key.hash(seed);

@@ -153,7 +153,10 @@ class Ptr {
   T* raw_ = nullptr;
 };
 
-// Constructs an entity and returns the pointer that holds its first reference.
+// Constructs an entity and returns the pointer that holds its first reference. The library's
+// factories create through adoptTracked (Registry.h) instead, which also counts the
+// allocation under the entity's registered type; this form is for entities without a
+// registered type, such as the framework's own test entities.
 template <class T, class... Args>
 Ptr<T> makeEntity(Args&&... args) {
   return Ptr<T>::adopt(new T(std::forward<Args>(args)...));
