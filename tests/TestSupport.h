@@ -13,6 +13,16 @@
 
 namespace TesselCentral::test {
 
+// The keys of the tests, hashes first in the key's own order (crc16, then crc32). A
+// single-width key is usually told apart by its fapId (1 unless given); a multi-width key
+// by its width (fapId 0 unless given).
+inline HashEntryKey key(U16 crc16, U32 crc32, U32 fapId = 1) {
+  return HashEntryKey(crc16, crc32, fapId, HashEntryType::singleWide);
+}
+inline HashEntryKey key(U16 crc16, U32 crc32, HashEntryType type, U32 fapId = 0) {
+  return HashEntryKey(crc16, crc32, fapId, type);
+}
+
 // Captures the library's trace at the given level mask for the life of the object.
 class TraceCapture {
  public:

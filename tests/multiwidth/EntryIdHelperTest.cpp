@@ -125,7 +125,7 @@ TEST(EntryIdHelper, AnIdThatNoKeyHoldsTranslatesToPositionZero) {
 
 TEST(EntryIdHelper, QueriesOfAPlacedIdReadTheTable) {
   MultiWidthTable t(4, 2, twoBanks(4, 1, 6));
-  const HashEntryKey k = key(3, 5, dbl);
+  const HashEntryKey k = key(5, 3, dbl);
   t.place(k, 64 + 22);  // bank 1, bucket 5, slot 2
   ASSERT_EQ(t.statusOf(k), 86u);
   EntryIdHelper& h = t.helper();
@@ -139,7 +139,7 @@ TEST(EntryIdHelper, QueriesOfAPlacedIdReadTheTable) {
 
 TEST(EntryIdHelper, TheHardwarePositionOfAnIdInLogicalBank1WithPhysicalBank6Has6InItsTopByte) {
   MultiWidthTable t(4, 2, twoBanks(4, 1, 6));
-  const HashEntryKey k = key(3, 5);
+  const HashEntryKey k = key(5, 3, single);
   t.place(k, 64 + 21);
   const U32 pos = t.helper().entryIdToPos(EntryId(85));
   ASSERT_EQ(pos, 0x01000051u);
@@ -206,7 +206,7 @@ TEST(EntryIdHelperDeathTest, GetPhysicalBankIdOfAMissingBankIsFatal) {
 
 TEST(EntryIdHelper, AKeyHashingToBucket5OfBank0Accepts40To48AndId48LandsOnTheSlotOfId40) {
   MultiWidthTable t = eightSlotTable();
-  const HashEntryKey k = key(5, 9);  // bank 1: bucket 9, ids 200 to 208
+  const HashEntryKey k = key(9, 5, single);  // bank 1: bucket 9, ids 200 to 208
   EXPECT_EQ(validIds(t.helper(), k, 300), concat(range(40, 48), range(200, 208)));
   EXPECT_EQ(t.helper().setEntryState(k, EntryId(48)), 0x00000050u);
   EXPECT_EQ(t.table->posToKey(0x50), k);
@@ -219,7 +219,7 @@ TEST(EntryIdHelper, AKeyHashingToBucket5OfBank0Accepts40To48AndId48LandsOnTheSlo
 
 TEST(EntryIdHelper, TheSameKeyHashingToBucket5OfBank1Accepts168To176) {
   MultiWidthTable t = eightSlotTable();
-  const HashEntryKey k = key(5, 5);
+  const HashEntryKey k = key(5, 5, single);
   EXPECT_EQ(validIds(t.helper(), k, 300), concat(range(40, 48), range(168, 176)));
   EXPECT_EQ(t.helper().setEntryState(k, EntryId(176)), 0x01000050u);
   EXPECT_EQ(t.bank(1).bucket(5), 0x00010001u);
@@ -227,14 +227,14 @@ TEST(EntryIdHelper, TheSameKeyHashingToBucket5OfBank1Accepts168To176) {
 
 TEST(EntryIdHelper, QuadWideKeysAcceptTheFirstThreeIdsOfTheBucketEvenUnaligned) {
   MultiWidthTable t = eightSlotTable();
-  const HashEntryKey k = key(5, 9, quad);
+  const HashEntryKey k = key(9, 5, quad);
   EXPECT_EQ(validIds(t.helper(), k, 300), concat(range(40, 42), range(200, 202)));
 }
 
 TEST(EntryIdHelper, ABucketPastTheBanksEndTakesTheNextBanksFirstIdsForTheLowerBank) {
   MultiWidthTable t = eightSlotTable();
   t.bank(0).numBucketsToCheckIs(single, 2);
-  const HashEntryKey k = key(15, 0);  // bank 0: buckets 15 and 16; bank 1: bucket 0 (ids 128 to 136)
+  const HashEntryKey k = key(0, 15, single);  // bank 0: buckets 15 and 16; bank 1: bucket 0 (ids 128 to 136)
   EXPECT_EQ(validIds(t.helper(), k, 300), range(120, 136));
   // Id 130 is bucket 0 of bank 1 too; bank 0 comes first and names its bucket 16.
   EXPECT_EQ(t.helper().setEntryState(k, EntryId(130)), 0x00000102u);
@@ -244,7 +244,7 @@ TEST(EntryIdHelper, ABucketPastTheBanksEndTakesTheNextBanksFirstIdsForTheLowerBa
 
 TEST(EntryIdHelper, CandidatePositionNamesWhatSetEntryStateWouldTakeAndChangesNothing) {
   MultiWidthTable t = eightSlotTable();
-  const HashEntryKey k = key(5, 9);
+  const HashEntryKey k = key(9, 5, single);
   EXPECT_EQ(t.helper().candidatePosition(k, EntryId(48)), 0x00000050u);
   EXPECT_EQ(t.helper().candidatePosition(k, EntryId(203)), 0x01000093u);
   EXPECT_EQ(t.helper().candidatePosition(k, EntryId(49)), INVALID_POSITION);
@@ -262,29 +262,29 @@ TEST(EntryIdHelper, AKeyWhoseTypeHasNoNumBucketsToCheckRowIsNeverValid) {
 
 TEST(EntryIdHelper, WithNoBanksEveryIdIsInvalidAndSetEntryStateReturnsTheInvalidPosition) {
   MultiWidthTable t(8, 2, {});
-  EXPECT_TRUE(validIds(t.helper(), key(5, 5), 300).empty());
-  EXPECT_EQ(t.helper().setEntryState(key(5, 5), EntryId(0)), 0xFFFFFFFFu);
+  EXPECT_TRUE(validIds(t.helper(), key(5, 5, single), 300).empty());
+  EXPECT_EQ(t.helper().setEntryState(key(5, 5, single), EntryId(0)), 0xFFFFFFFFu);
   EXPECT_TRUE(t.table->posToKeyCollection().empty());
 }
 
 TEST(EntryIdHelper, CheckEntryIdValidityChangesNothing) {
   MultiWidthTable t = eightSlotTable();
-  EXPECT_TRUE(t.helper().checkEntryIdValidity(key(5, 5), EntryId(41)));
+  EXPECT_TRUE(t.helper().checkEntryIdValidity(key(5, 5, single), EntryId(41)));
   EXPECT_TRUE(t.table->posToKeyCollection().empty());
   EXPECT_TRUE(t.bank(0).bucketCollection().empty());
 }
 
 TEST(EntryIdHelper, CheckEntryIdValidityLooksNeitherAtOccupancyNorAtAlignment) {
   MultiWidthTable t = eightSlotTable();
-  ASSERT_EQ(t.helper().setEntryState(key(5, 9), EntryId(41)), 0x51u);
-  EXPECT_TRUE(t.helper().checkEntryIdValidity(key(5, 7), EntryId(41)));
-  EXPECT_TRUE(t.helper().checkEntryIdValidity(key(5, 7, dbl), EntryId(41)));
+  ASSERT_EQ(t.helper().setEntryState(key(9, 5, single), EntryId(41)), 0x51u);
+  EXPECT_TRUE(t.helper().checkEntryIdValidity(key(7, 5, single), EntryId(41)));
+  EXPECT_TRUE(t.helper().checkEntryIdValidity(key(7, 5, dbl), EntryId(41)));
 }
 
 TEST(EntryIdHelperDeathTest, SetEntryStateForAPlacedKeyFailsEvenWithItsCurrentId) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   MultiWidthTable t = eightSlotTable();
-  const HashEntryKey k = key(5, 9);
+  const HashEntryKey k = key(9, 5, single);
   ASSERT_EQ(t.helper().setEntryState(k, EntryId(41)), 0x51u);
   EXPECT_DEATH(t.helper().setEntryState(k, EntryId(41)), assertionFailure("!hashTable()->posToKeyHas( pos )"));
   EXPECT_DEATH(t.helper().setEntryState(k, EntryId(42)), assertionFailure("!hashTable()->keyToPosHas( key )"));
@@ -293,15 +293,16 @@ TEST(EntryIdHelperDeathTest, SetEntryStateForAPlacedKeyFailsEvenWithItsCurrentId
 TEST(EntryIdHelperDeathTest, SetEntryStateOfAnotherKeyAtAnOccupiedPositionFails) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   MultiWidthTable t = eightSlotTable();
-  ASSERT_EQ(t.helper().setEntryState(key(5, 9), EntryId(48)), 0x50u);
-  EXPECT_DEATH(t.helper().setEntryState(key(5, 7), EntryId(40)), assertionFailure("!hashTable()->posToKeyHas( pos )"));
+  ASSERT_EQ(t.helper().setEntryState(key(9, 5, single), EntryId(48)), 0x50u);
+  EXPECT_DEATH(t.helper().setEntryState(key(7, 5, single), EntryId(40)),
+               assertionFailure("!hashTable()->posToKeyHas( pos )"));
 }
 
 TEST(EntryIdHelperDeathTest, SetEntryStateOfAWideEntryOverlappingAnotherFailsInTheBank) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   MultiWidthTable t(4, 2, twoBanks(4));
-  ASSERT_EQ(t.helper().setEntryState(key(5, 9, dbl), EntryId(20)), 0x50u);
-  EXPECT_DEATH(t.helper().setEntryState(key(5, 7), EntryId(21)),
+  ASSERT_EQ(t.helper().setEntryState(key(9, 5, dbl), EntryId(20)), 0x50u);
+  EXPECT_DEATH(t.helper().setEntryState(key(7, 5, single), EntryId(21)),
                assertionFailure("\"!( bktState & mask )\" == nullptr"));
 }
 
@@ -309,7 +310,7 @@ TEST(EntryIdHelperDeathTest, AMissingEntrySizeIsFatal) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   MultiWidthTable t = eightSlotTable();
   t.bank(0).entrySizeDel(single);
-  EXPECT_DEATH(t.helper().checkEntryIdValidity(key(5, 5), EntryId(40)), assertionFailure("width"));
+  EXPECT_DEATH(t.helper().checkEntryIdValidity(key(5, 5, single), EntryId(40)), assertionFailure("width"));
 }
 
 }  // namespace

@@ -79,8 +79,8 @@ TEST(MultiEntryTypeHashTable, ClearingTheHelperBeforeDroppingTheTableFreesTableH
     auto table = multiEntryTypeHashTableFactory(1, 16, 4, config, status, 2);
     bank = table->bankIs(single, 0, 16, 4, HashFunc::hashCrc32Lower, 0, 0, 15, 1, false);
     table->entryIdHelperIs(entryIdHelperFactory(table));
-    config->configIs(key(3, 3), EntryId());
-    ASSERT_EQ(status->status(key(3, 3)), EntryId(12));
+    config->configIs(key(3, 3, single), EntryId());
+    ASSERT_EQ(status->status(key(3, 3, single)), EntryId(12));
     EXPECT_EQ(bank->references(), 2u);
     table->entryIdHelperIs(nullptr);
   }
@@ -88,7 +88,7 @@ TEST(MultiEntryTypeHashTable, ClearingTheHelperBeforeDroppingTheTableFreesTableH
   EXPECT_EQ(config->publisher().subscribers(), 0u);
   EXPECT_EQ(bank->references(), 1u);
   // Destroying the table leaves the results as they were.
-  EXPECT_EQ(status->status(key(3, 3)), EntryId(12));
+  EXPECT_EQ(status->status(key(3, 3, single)), EntryId(12));
 }
 
 TEST(MultiEntryTypeHashTable, WithoutClearingTheHelperTheCycleKeepsTheTableAlive) {
@@ -110,7 +110,7 @@ TEST(MultiEntryTypeHashTable, ADestroyedTableIgnoresLaterRequests) {
   auto config = hashEntryConfigFactory();
   auto status = hashEntryStatusFactory();
   { auto table = multiEntryTypeHashTableFactory(0, 0, 0, config, status, 0); }
-  config->configIs(key(1, 1), EntryId());
+  config->configIs(key(1, 1, single), EntryId());
   EXPECT_TRUE(status->statusCollection().empty());
 }
 
@@ -182,18 +182,18 @@ TEST(MultiEntryTypeHashTable, BankDelReturnsTheBankAndBankDelAllEmptiesTheCollec
 TEST(MultiEntryTypeHashTable, PosToKeyDelOfAnAbsentPositionReturnsTheDefaultKey) {
   MultiWidthTable t(4, 2, {});
   EXPECT_EQ(t.table->posToKeyDel(0x0100002A), HashEntryKey());
-  t.table->posToKeyIs(0x0100002A, key(7, 7));
-  EXPECT_EQ(t.table->posToKeyDel(0x0100002A), key(7, 7));
+  t.table->posToKeyIs(0x0100002A, key(7, 7, single));
+  EXPECT_EQ(t.table->posToKeyDel(0x0100002A), key(7, 7, single));
   EXPECT_FALSE(t.table->posToKeyHas(0x0100002A));
 }
 
 TEST(MultiEntryTypeHashTable, KeyToPosDelOfAnAbsentKeyReturnsZero) {
   MultiWidthTable t(4, 2, {});
-  EXPECT_EQ(t.table->keyToPosDel(key(7, 7)), 0u);
-  t.table->keyToPosIs(key(7, 7), 0x0100002A);
-  EXPECT_EQ(t.table->keyToPos(key(7, 7)), 0x0100002Au);
-  EXPECT_EQ(t.table->keyToPosDel(key(7, 7)), 0x0100002Au);
-  EXPECT_EQ(t.table->keyToPos(key(7, 7)), 0u);
+  EXPECT_EQ(t.table->keyToPosDel(key(7, 7, single)), 0u);
+  t.table->keyToPosIs(key(7, 7, single), 0x0100002A);
+  EXPECT_EQ(t.table->keyToPos(key(7, 7, single)), 0x0100002Au);
+  EXPECT_EQ(t.table->keyToPosDel(key(7, 7, single)), 0x0100002Au);
+  EXPECT_EQ(t.table->keyToPos(key(7, 7, single)), 0u);
 }
 
 TEST(MultiEntryTypeHashTable, Position3And0xABCDEAnd7PacksTo0x03ABCDE7AndBack) {
@@ -224,7 +224,7 @@ TEST(MultiEntryTypeHashTableDeathTest, ALockLeftBehindFailsTheSanityCheckAfterTh
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   MultiWidthTable t(4, 2, twoBanks(4));
   t.bank(1).lockedBucketsIs(9);
-  EXPECT_DEATH(t.request(key(3, 3)), assertionFailure("b->lockedBucketss() == 0"));
+  EXPECT_DEATH(t.request(key(3, 3, single)), assertionFailure("b->lockedBucketss() == 0"));
 }
 
 TEST(MultiEntryTypeHashTableDeathTest, CheckSanityOfAMissingBankBelowNumBanksIsFatal) {
@@ -238,7 +238,7 @@ TEST(MultiEntryTypeHashTableDeathTest, CheckEntryIdValidityIsNotImplementedByThe
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   MultiWidthTable t(4, 2, twoBanks(4));
   MultiHashTableBase& base = *t.table;
-  EXPECT_DEATH(base.checkEntryIdValidity(key(3, 3), EntryId(12)),
+  EXPECT_DEATH(base.checkEntryIdValidity(key(3, 3, single), EntryId(12)),
                assertionFailure("0 && \"Derived class needs to implement this\""));
 }
 
@@ -249,7 +249,7 @@ TEST(MultiEntryTypeHashTable, ATableWithNoBanksFindsNoPositionWithoutCallingAnyB
   auto table = multiEntryTypeHashTableFactory(0, 16, 4, hashEntryConfigFactory(), hashEntryStatusFactory(), 2);
   auto b = table->bankIs(single, 0, 16, 4, HashFunc::hashCrc32Lower, 0, 0, 15, 1, false);
   TraceCapture trace(0xFFFFFFFF);
-  EXPECT_EQ(table->findEmptyPosition(key(3, 3), 128, 0), INVALID_POSITION);
+  EXPECT_EQ(table->findEmptyPosition(key(3, 3, single), 128, 0), INVALID_POSITION);
   EXPECT_EQ(trace.texts(), std::vector<std::string>{"MultiEntryTypeHashTable::findEmptyPosition Key: "
                                                     "TesselCentral::HashEntryKey{crc16=3, crc32=3, fapId=0, "
                                                     "entryType=singleWide} origBank 128"});
@@ -261,7 +261,7 @@ TEST(MultiEntryTypeHashTable, WithOneBankAndOrigBankZeroNothingIsTried) {
   only.phyBankId = 1;
   MultiWidthTable t(4, 2, {only});
   TraceCapture trace(levelBit(2) | levelBit(9));
-  EXPECT_EQ(t.table->findEmptyPosition(key(3, 3), 0, 0), INVALID_POSITION);
+  EXPECT_EQ(t.table->findEmptyPosition(key(3, 3, single), 0, 0), INVALID_POSITION);
   EXPECT_TRUE(trace.texts().empty());
   EXPECT_TRUE(t.bank(0).bucketCollection().empty());
 }
@@ -269,7 +269,7 @@ TEST(MultiEntryTypeHashTable, WithOneBankAndOrigBankZeroNothingIsTried) {
 TEST(MultiEntryTypeHashTable, ABankWhoseCandidateBucketsAreLockedIsPassedOverForTheNextBank) {
   MultiWidthTable t(4, 2, twoBanks(4));
   t.bank(0).lockedBucketsIs(3);
-  EXPECT_EQ(t.table->findEmptyPosition(key(3, 5), 128, 0), 0x01000050u);
+  EXPECT_EQ(t.table->findEmptyPosition(key(5, 3, single), 128, 0), 0x01000050u);
   EXPECT_FALSE(t.bank(0).bucketHas(3));
   EXPECT_EQ(t.bank(1).bucket(5), 0x00010001u);
   t.bank(0).lockedBucketsDel(3);
@@ -277,16 +277,16 @@ TEST(MultiEntryTypeHashTable, ABankWhoseCandidateBucketsAreLockedIsPassedOverFor
 
 TEST(MultiEntryTypeHashTable, WhenTwoBanksHaveRoomTheLowerIndexIsChosenAndReserved) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  EXPECT_EQ(t.table->findEmptyPosition(key(3, 5), 128, 0), 0x00000030u);
+  EXPECT_EQ(t.table->findEmptyPosition(key(5, 3, single), 128, 0), 0x00000030u);
   EXPECT_EQ(t.bank(0).bucket(3), 0x00010001u);
   EXPECT_FALSE(t.bank(1).bucketHas(5));
   // The reservation alone makes the next search take the next slot.
-  EXPECT_EQ(t.table->findEmptyPosition(key(3, 5), 128, 0), 0x00000031u);
+  EXPECT_EQ(t.table->findEmptyPosition(key(5, 3, single), 128, 0), 0x00000031u);
 }
 
 TEST(MultiEntryTypeHashTable, OrigBankSkipsThatBankOnly) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  EXPECT_EQ(t.table->findEmptyPosition(key(3, 5), 0, 0), 0x01000050u);
+  EXPECT_EQ(t.table->findEmptyPosition(key(5, 3, single), 0, 0), 0x01000050u);
 }
 
 TEST(MultiEntryTypeHashTable, OrigBank128ExcludesNoBankOfATableWith128Banks) {
@@ -298,14 +298,14 @@ TEST(MultiEntryTypeHashTable, OrigBank128ExcludesNoBankOfATableWith128Banks) {
   }
   MultiWidthTable t(1, 2, banks);
   for (U32 i = 0; i < 127; ++i) t.bank(i).lockedBucketsIs(0);
-  EXPECT_EQ(t.table->findEmptyPosition(key(0, 0), 128, 0), 0x7F000000u);
+  EXPECT_EQ(t.table->findEmptyPosition(key(0, 0, single), 128, 0), 0x7F000000u);
   for (U32 i = 0; i < 127; ++i) t.bank(i).lockedBucketsDel(0);
 }
 
 TEST(MultiEntryTypeHashTable, AMissingBankBelowNumBanksHasNoRoom) {
   MultiWidthTable t(4, 2, twoBanks(4));
   t.table->bankDel(0);
-  EXPECT_EQ(t.table->findEmptyPosition(key(3, 5), 128, 0), 0x01000050u);
+  EXPECT_EQ(t.table->findEmptyPosition(key(5, 3, single), 128, 0), 0x01000050u);
 }
 
 }  // namespace

@@ -45,8 +45,8 @@ std::vector<std::string> containing(const std::vector<std::string>& lines, const
 
 TEST(MultiEntryTypeInsert, AFreePlaceInAnotherBankIsTakenWithoutEviction) {
   MultiWidthTable t(1, 2, twoBanks(1));
-  const HashEntryKey a = key(3, 9);
-  const HashEntryKey k = key(3, 5);
+  const HashEntryKey a = key(9, 3, single);
+  const HashEntryKey k = key(5, 3, single);
   t.place(a, 3);
   t.request(k);
   EXPECT_EQ(t.statusOf(k), 16u + 5u);
@@ -61,14 +61,14 @@ TEST(MultiEntryTypeInsert, AFreePlaceInAnotherBankIsTakenWithoutEviction) {
 
 TEST(MultiEntryTypeInsert, InsertEntryReturnsThePositionOfTheKey) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  EXPECT_EQ(t.table->insertEntry(key(3, 5, dbl), 128, 2), 0x00000030u);
-  EXPECT_EQ(t.table->insertEntry(key(0x13, 5, dbl), 128, 2), 0x00000032u);
-  EXPECT_EQ(t.statusOf(key(0x13, 5, dbl)), 14u);
+  EXPECT_EQ(t.table->insertEntry(key(5, 3, dbl), 128, 2), 0x00000030u);
+  EXPECT_EQ(t.table->insertEntry(key(5, 0x13, dbl), 128, 2), 0x00000032u);
+  EXPECT_EQ(t.statusOf(key(5, 0x13, dbl)), 14u);
 }
 
 TEST(MultiEntryTypeInsert, ReRequestingAPlacedKeyAnywhereMovesItToTheFirstFreePosition) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  const HashEntryKey k = key(3, 5);
+  const HashEntryKey k = key(5, 3, single);
   t.place(k, 64 + 21);
   ASSERT_EQ(t.table->keyToPos(k), 0x01000051u);
   t.request(k);
@@ -84,9 +84,9 @@ TEST(MultiEntryTypeInsert, ReRequestingAPlacedKeyAnywhereMovesItToTheFirstFreePo
 
 TEST(MultiEntryTypeInsert, WithMaxRecursiveStepsZeroAFullTableGivesTheInvalidIdAndTheDoesntSupportTrace) {
   MultiWidthTable t(1, 0, twoBanks(1));
-  t.place(key(3, 9), 3);
-  t.place(key(8, 5), 21);
-  const HashEntryKey k = key(3, 5);
+  t.place(key(9, 3, single), 3);
+  t.place(key(5, 8, single), 21);
+  const HashEntryKey k = key(5, 3, single);
   TraceCapture trace(levelBit(2));
   t.request(k);
   EXPECT_TRUE(t.status->statusHas(k));
@@ -102,9 +102,9 @@ TEST(MultiEntryTypeInsert, WithMaxRecursiveStepsZeroAFullTableGivesTheInvalidIdA
 
 TEST(MultiEntryTypeInsert, WithMaxRecursiveStepsZeroAnExistingStatusIsOverwrittenWithTheInvalidId) {
   MultiWidthTable t(1, 0, twoBanks(1));
-  const HashEntryKey a = key(3, 9);
+  const HashEntryKey a = key(9, 3, single);
   t.place(a, 3);
-  t.place(key(8, 9), 16 + 9);
+  t.place(key(9, 8, single), 16 + 9);
   t.request(a);  // no other place for a: its own slot is taken by itself
   EXPECT_EQ(t.statusOf(a), 0xFFFFFFFFu);
   EXPECT_EQ(t.table->keyToPos(a), 0x30u);
@@ -112,15 +112,15 @@ TEST(MultiEntryTypeInsert, WithMaxRecursiveStepsZeroAnExistingStatusIsOverwritte
 
 TEST(MultiEntryTypeInsert, AVictimReachedWithRecursionStepZeroStaysAndTheCallerTriesTheNextSlot) {
   MultiWidthTable t(2, 1, twoBanks(2));
-  const HashEntryKey a = key(0x13, 5);  // bank 1 bucket 5 is full: a cannot move
-  const HashEntryKey b = key(0x23, 6);  // bank 1 bucket 6 is free
+  const HashEntryKey a = key(5, 0x13, single);  // bank 1 bucket 5 is full: a cannot move
+  const HashEntryKey b = key(6, 0x23, single);  // bank 1 bucket 6 is free
   t.place(a, 6);
   t.place(b, 7);
-  t.place(key(8, 0x13), 38);
-  t.place(key(9, 0x23), 39);
-  t.place(key(0xA, 0x15), 42);
-  t.place(key(0xB, 0x25), 43);
-  const HashEntryKey k = key(3, 3);
+  t.place(key(0x13, 8, single), 38);
+  t.place(key(0x23, 9, single), 39);
+  t.place(key(0x15, 0xA, single), 42);
+  t.place(key(0x25, 0xB, single), 43);
+  const HashEntryKey k = key(3, 3, single);
   TraceCapture trace(levelBit(2));
   t.request(k);
   EXPECT_EQ(containing(trace.texts(2), "end of recursion"),
@@ -141,11 +141,11 @@ TEST(MultiEntryTypeInsert, AVictimReachedWithRecursionStepZeroStaysAndTheCallerT
 
 TEST(MultiEntryTypeInsert, PhysicalBank0Bucket0Slot0IsNeverChosenTheWalkStartsAtSlotEntrySize) {
   MultiWidthTable t(2, 2, twoBanks(2, 0, 2));
-  const HashEntryKey x = key(0x20, 7);
+  const HashEntryKey x = key(7, 0x20, single);
   t.place(x, 1);
-  t.place(key(5, 0x13), 38);
-  t.place(key(6, 0x23), 39);
-  const HashEntryKey k = key(0x10, 3);
+  t.place(key(0x13, 5, single), 38);
+  t.place(key(0x23, 6, single), 39);
+  const HashEntryKey k = key(3, 0x10, single);
   TraceCapture trace(levelBit(5));
   t.request(k);
   EXPECT_EQ(t.table->keyToPos(k), 0x00000001u);
@@ -162,21 +162,21 @@ TEST(MultiEntryTypeInsert, PhysicalBank0Bucket0Slot0IsNeverChosenTheWalkStartsAt
 
 TEST(MultiEntryTypeInsert, AQuadKeyOverFourSinglesWhoseThirdEvictionFailsKeepsTheFirstTwoMovedAndGoesOn) {
   MultiWidthTable t(4, 1, twoBanks(4));
-  const HashEntryKey s0 = key(0x13, 8);   // bank 1 bucket 8: free
-  const HashEntryKey s1 = key(0x23, 9);   // bank 1 bucket 9: free
-  const HashEntryKey s2 = key(0x33, 10);  // bank 1 bucket 10: full
-  const HashEntryKey s3 = key(0x43, 11);
+  const HashEntryKey s0 = key(8, 0x13, single);   // bank 1 bucket 8: free
+  const HashEntryKey s1 = key(9, 0x23, single);   // bank 1 bucket 9: free
+  const HashEntryKey s2 = key(10, 0x33, single);  // bank 1 bucket 10: full
+  const HashEntryKey s3 = key(11, 0x43, single);
   t.place(s0, 12);
   t.place(s1, 13);
   t.place(s2, 14);
   t.place(s3, 15);
-  t.place(key(4, 0x1A), 104);
-  t.place(key(5, 0x2A), 105);
-  t.place(key(6, 0x3A), 106);
-  t.place(key(0xE, 0x4A), 107);
-  const HashEntryKey u = key(0xC, 0x17);  // in the quad key's bank-1 bucket; bank 0 bucket 12 is free
+  t.place(key(0x1A, 4, single), 104);
+  t.place(key(0x2A, 5, single), 105);
+  t.place(key(0x3A, 6, single), 106);
+  t.place(key(0x4A, 0xE, single), 107);
+  const HashEntryKey u = key(0x17, 0xC, single);  // in the quad key's bank-1 bucket; bank 0 bucket 12 is free
   t.place(u, 92);
-  const HashEntryKey q = key(3, 7, quad);
+  const HashEntryKey q = key(7, 3, quad);
   TraceCapture trace(levelBit(2) | levelBit(5) | levelBit(6));
   t.request(q);
 
@@ -207,16 +207,16 @@ TEST(MultiEntryTypeInsert, AQuadKeyOverFourSinglesWhoseThirdEvictionFailsKeepsTh
 
 TEST(MultiEntryTypeInsert, ASingleKeyAtASlotFreedByAnInnerMoveTakesItAtOnceWithTheAlreadyFreeTrace) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  const HashEntryKey q = key(0x13, 0x15, quad);  // bank 0 bucket 3 slot 0; bank 1 bucket 5
+  const HashEntryKey q = key(0x15, 0x13, quad);  // bank 0 bucket 3 slot 0; bank 1 bucket 5
   t.place(q, 12);
-  const HashEntryKey s0 = key(7, 0x25);  // bank 0 bucket 7: free
-  const HashEntryKey s1 = key(8, 0x35);  // bank 0 bucket 8: full
+  const HashEntryKey s0 = key(0x25, 7, single);  // bank 0 bucket 7: free
+  const HashEntryKey s1 = key(0x35, 8, single);  // bank 0 bucket 8: full
   t.place(s0, 84);
   t.place(s1, 85);
-  t.place(key(9, 0x45), 86);
-  t.place(key(0xA, 0x55), 87);
-  for (U32 i = 0; i < 4; ++i) t.place(key(0x18 + 0x10 * i, 0x0B), 32 + i);
-  const HashEntryKey k = key(3, 5);
+  t.place(key(0x45, 9, single), 86);
+  t.place(key(0x55, 0xA, single), 87);
+  for (U32 i = 0; i < 4; ++i) t.place(key(0x0B, 0x18 + 0x10 * i, single), 32 + i);
+  const HashEntryKey k = key(5, 3, single);
   TraceCapture trace(levelBit(2) | levelBit(5));
   t.request(k);
   // q could not leave: its eviction of s0 in bank 1 succeeded, that of s1 failed, and
@@ -235,13 +235,13 @@ TEST(MultiEntryTypeInsert, ASingleKeyAtASlotFreedByAnInnerMoveTakesItAtOnceWithT
 
 TEST(MultiEntryTypeInsert, AVictimInBank1MayOnlyGoToBank0AndOnlyToBucketsNotLockedThere) {
   MultiWidthTable t(1, 3, twoBanks(1));
-  const HashEntryKey a = key(0x13, 6);
-  const HashEntryKey b = key(9, 0x14);
-  const HashEntryKey v = key(0x23, 0x16);  // its bank-0 bucket is k's, locked while a is moved
+  const HashEntryKey a = key(6, 0x13, single);
+  const HashEntryKey b = key(0x14, 9, single);
+  const HashEntryKey v = key(0x16, 0x23, single);  // its bank-0 bucket is k's, locked while a is moved
   t.place(a, 3);
   t.place(b, 20);
   t.place(v, 22);
-  const HashEntryKey k = key(3, 4);
+  const HashEntryKey k = key(4, 3, single);
   TraceCapture trace(levelBit(6));
   t.request(k);
   EXPECT_EQ(trace.texts(6),
@@ -260,11 +260,11 @@ TEST(MultiEntryTypeInsert, AVictimInBank1MayOnlyGoToBank0AndOnlyToBucketsNotLock
 
 TEST(MultiEntryTypeInsert, AKeyThatFindsNoRoomGetsTheInvalidIdAndAVictimThatFindsNoneKeepsItsId) {
   MultiWidthTable t(1, 2, twoBanks(1));
-  const HashEntryKey a = key(0x23, 3);  // bank 0 bucket 3, bank 1 bucket 3
-  const HashEntryKey b = key(3, 0x23);  // the same two buckets
+  const HashEntryKey a = key(3, 0x23, single);  // bank 0 bucket 3, bank 1 bucket 3
+  const HashEntryKey b = key(0x23, 3, single);  // the same two buckets
   t.place(a, 3);
   t.place(b, 19);
-  const HashEntryKey k = key(0x13, 0x13);  // both of its buckets hold keys that can only swap
+  const HashEntryKey k = key(0x13, 0x13, single);  // both of its buckets hold keys that can only swap
   TraceCapture trace(levelBit(5));
   t.request(k);
   EXPECT_EQ(t.statusOf(k), 0xFFFFFFFFu);
@@ -289,11 +289,11 @@ TEST(MultiEntryTypeInsert, AnInsertionWithOneEvictionTracesEveryStepAtLevels2To6
   b1.hashFunc = HashFunc::hashCrc16Lower;
   b1.phyBankId = 2;
   MultiWidthTable t(1, 2, {b0, b1});
-  const HashEntryKey a = key(5, 3);
-  const HashEntryKey b = key(2, 6);
+  const HashEntryKey a = key(3, 5, single);
+  const HashEntryKey b = key(6, 2, single);
   t.place(a, 1);
   t.place(b, 6);
-  const HashEntryKey k = key(1, 2);
+  const HashEntryKey k = key(2, 1, single);
   const std::string K = text(k);
   const std::string A = text(a);
 
@@ -357,7 +357,7 @@ TEST(MultiEntryTypeInsert, AnInsertionWithOneEvictionTracesEveryStepAtLevels2To6
 
 TEST(MultiEntryTypeInsert, DoAddOrMoveEntryCommitsANewKeyToEveryCollectionButNotTheBucketState) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  const HashEntryKey k = key(3, 5);
+  const HashEntryKey k = key(5, 3, single);
   test::ChangeRecorder recorder(*t.status);
   t.table->doAddOrMoveEntry(k, 0x01000052, false);
   EXPECT_EQ(t.table->keyToPos(k), 0x01000052u);
@@ -372,7 +372,7 @@ TEST(MultiEntryTypeInsert, DoAddOrMoveEntryCommitsANewKeyToEveryCollectionButNot
 
 TEST(MultiEntryTypeInsert, DoAddOrMoveEntryMovesAKeyClearingItsOldSlotsAndId) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  const HashEntryKey k = key(3, 5, dbl);
+  const HashEntryKey k = key(5, 3, dbl);
   t.request(k);
   ASSERT_EQ(t.table->keyToPos(k), 0x30u);
   t.bank(1).updateBucketState(dbl, 5, 2, true);
@@ -396,15 +396,16 @@ class MultiEntryTypeInsertDeathTest : public ::testing::Test {
 
 TEST_F(MultiEntryTypeInsertDeathTest, AFreeSlotThatPosToKeyStillNamesFailsNotPosToKeyHasPos) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  t.table->posToKeyIs(0x30, key(99, 99));
-  EXPECT_DEATH(t.request(key(3, 5)), assertionFailure("!posToKeyHas( pos )"));
+  t.table->posToKeyIs(0x30, key(99, 99, single));
+  EXPECT_DEATH(t.request(key(5, 3, single)), assertionFailure("!posToKeyHas( pos )"));
 }
 
 TEST_F(MultiEntryTypeInsertDeathTest, ARecursionStepAboveTheBudgetFails) {
   MultiWidthTable t(1, 1, twoBanks(1));
-  t.place(key(3, 9), 3);
-  t.place(key(8, 5), 21);
-  EXPECT_DEATH(t.table->insertEntry(key(3, 5), 128, 2), assertionFailure("recursionStep <= maxRecursiveSteps()"));
+  t.place(key(9, 3, single), 3);
+  t.place(key(5, 8, single), 21);
+  EXPECT_DEATH(t.table->insertEntry(key(5, 3, single), 128, 2),
+               assertionFailure("recursionStep <= maxRecursiveSteps()"));
 }
 
 TEST_F(MultiEntryTypeInsertDeathTest, AnOccupiedSlotWithoutAKeyFailsWithTheEntryPosMessage) {
@@ -413,15 +414,15 @@ TEST_F(MultiEntryTypeInsertDeathTest, AnOccupiedSlotWithoutAKeyFailsWithTheEntry
   only.phyBankId = 1;
   MultiWidthTable t(1, 1, {only});
   t.bank(0).bucketIs(3, 0x10001);
-  EXPECT_DEATH(t.request(key(3, 3)), assertionFailure("\"posToKeyHas( entryPos )\" == nullptr"));
-  EXPECT_DEATH(t.request(key(3, 3)), literal("insertEntry entryPos: 0x30"));
+  EXPECT_DEATH(t.request(key(3, 3, single)), assertionFailure("\"posToKeyHas( entryPos )\" == nullptr"));
+  EXPECT_DEATH(t.request(key(3, 3, single)), literal("insertEntry entryPos: 0x30"));
 }
 
 TEST_F(MultiEntryTypeInsertDeathTest, AMultipleEvictionRunningPastTheBucketsEndFails) {
   MultiWidthTable t(3, 1, twoBanks(3));
-  t.place(key(0x13, 8), 9);     // bank 0 bucket 3 slot 0; bank 1 bucket 8 is free
-  t.place(key(0xC, 0x17), 69);  // bank 1 bucket 7 slot 0
-  EXPECT_DEATH(t.request(key(3, 7, quad)), assertionFailure("slotId < b->bucketSize()"));
+  t.place(key(8, 0x13, single), 9);     // bank 0 bucket 3 slot 0; bank 1 bucket 8 is free
+  t.place(key(0x17, 0xC, single), 69);  // bank 1 bucket 7 slot 0
+  EXPECT_DEATH(t.request(key(7, 3, quad)), assertionFailure("slotId < b->bucketSize()"));
 }
 
 TEST_F(MultiEntryTypeInsertDeathTest, AFoundRunThatPosToKeyStillNamesFailsNotPosToKeyHasFreePos) {
@@ -429,26 +430,26 @@ TEST_F(MultiEntryTypeInsertDeathTest, AFoundRunThatPosToKeyStillNamesFailsNotPos
   only.phyBankId = 1;
   MultiWidthTable t(4, 1, {only});
   t.bank(0).bucketIs(3, 0xF);  // occupancy bits without types: the walk sees free slots
-  t.table->posToKeyIs(0x30, key(99, 99));
+  t.table->posToKeyIs(0x30, key(99, 99, single));
   EXPECT_DEATH(t.request(key(3, 3, dbl)), assertionFailure("!posToKeyHas( freePos )"));
 }
 
 TEST_F(MultiEntryTypeInsertDeathTest, AMissingBankBelowNumBanksFailsTheWalk) {
   MultiWidthTable t(1, 2, twoBanks(1));
-  t.place(key(3, 9), 3);
+  t.place(key(9, 3, single), 3);
   t.table->bankDel(1);
-  EXPECT_DEATH(t.request(key(3, 5)), assertionFailure("b"));
+  EXPECT_DEATH(t.request(key(5, 3, single)), assertionFailure("b"));
 }
 
 TEST_F(MultiEntryTypeInsertDeathTest, ATableWithoutItsHelperCannotCommit) {
   MultiWidthTable t(4, 2, twoBanks(4));
   t.table->entryIdHelperIs(nullptr);
-  EXPECT_DEATH(t.request(key(3, 5)), assertionFailure("entryIdHelper()"));
+  EXPECT_DEATH(t.request(key(5, 3, single)), assertionFailure("entryIdHelper()"));
 }
 
 TEST_F(MultiEntryTypeInsertDeathTest, DoAddOrMoveEntryChecksTheKeysCurrentPosition) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  const HashEntryKey k = key(3, 5);
+  const HashEntryKey k = key(5, 3, single);
   EXPECT_DEATH(t.table->doAddOrMoveEntry(k, 0, true), assertionFailure("curPos != newPos"));
   EXPECT_DEATH(t.table->doAddOrMoveEntry(k, 0x51, true), assertionFailure("posToKey( curPos ) == key"));
   t.table->keyToPosIs(k, INVALID_POSITION);
@@ -457,10 +458,10 @@ TEST_F(MultiEntryTypeInsertDeathTest, DoAddOrMoveEntryChecksTheKeysCurrentPositi
 
 TEST_F(MultiEntryTypeInsertDeathTest, DoAddOrMoveEntryOfANewKeyChecksThatKeyAndPositionAreUnused) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  const HashEntryKey k = key(3, 5);
+  const HashEntryKey k = key(5, 3, single);
   t.request(k);
   EXPECT_DEATH(t.table->doAddOrMoveEntry(k, 0x51, false), assertionFailure("!keyToPosHas( key )"));
-  EXPECT_DEATH(t.table->doAddOrMoveEntry(key(3, 6), 0x30, false), assertionFailure("!posToKeyHas( newPos )"));
+  EXPECT_DEATH(t.table->doAddOrMoveEntry(key(6, 3, single), 0x30, false), assertionFailure("!posToKeyHas( newPos )"));
 }
 
 }  // namespace

@@ -33,9 +33,9 @@ std::string text(const HashEntryKey& k) {
 
 TEST(MultiEntryTypeRemove, RemovingAFailedKeyDeletesItsStatusAndLeavesNumDeletionsUnchanged) {
   MultiWidthTable t(1, 0, twoBanks(1));
-  t.place(key(3, 9), 3);
-  t.place(key(8, 5), 21);
-  const HashEntryKey k = key(3, 5);
+  t.place(key(9, 3, single), 3);
+  t.place(key(5, 8, single), 21);
+  const HashEntryKey k = key(5, 3, single);
   t.request(k);
   ASSERT_EQ(t.statusOf(k), 0xFFFFFFFFu);
   TraceCapture trace(levelBit(1));
@@ -51,8 +51,8 @@ TEST(MultiEntryTypeRemove, RemovingAFailedKeyDeletesItsStatusAndLeavesNumDeletio
 
 TEST(MultiEntryTypeRemove, RemovingAPlacedKeyClearsItsSlotsMapsIdAndStatusAndCountsOneDeletion) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  const HashEntryKey other = key(3, 5);
-  const HashEntryKey k = key(3, 5, dbl);
+  const HashEntryKey other = key(5, 3, single);
+  const HashEntryKey k = key(5, 3, dbl);
   t.request(other);
   t.request(k);
   ASSERT_EQ(t.table->keyToPos(k), 0x32u);
@@ -73,7 +73,7 @@ TEST(MultiEntryTypeRemove, RemovingAPlacedKeyClearsItsSlotsMapsIdAndStatusAndCou
 
 TEST(MultiEntryTypeRemove, RemovingTheLastEntryOfABucketDeletesTheBucketsState) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  const HashEntryKey k = key(3, 5, quad);
+  const HashEntryKey k = key(5, 3, quad);
   t.request(k);
   ASSERT_EQ(t.bank(0).bucket(3), 0x4444000Fu);
   t.config->configDel(k);
@@ -82,14 +82,14 @@ TEST(MultiEntryTypeRemove, RemovingTheLastEntryOfABucketDeletesTheBucketsState) 
 
 TEST(MultiEntryTypeRemove, RemovingAKeyWithoutStatusOrPositionDoesNothing) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  t.table->removeEntry(key(3, 5));
+  t.table->removeEntry(key(5, 3, single));
   EXPECT_EQ(t.table->numDeletions(), 0u);
 }
 
 TEST(MultiEntryTypeRemove, RemovingAKeyWithAValidStatusButNoPositionWorksOnPositionZero) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  const HashEntryKey z = key(0x10, 7);  // bank 0 bucket 0; physical bank 1, so slot 0 is ordinary
-  const HashEntryKey k = key(3, 5);
+  const HashEntryKey z = key(7, 0x10, single);  // bank 0 bucket 0; physical bank 1, so slot 0 is ordinary
+  const HashEntryKey k = key(5, 3, single);
   t.request(z);
   t.request(k);
   ASSERT_EQ(t.table->keyToPos(z), 0u);
@@ -111,14 +111,14 @@ TEST(MultiEntryTypeRemove, RemovingAKeyWithAValidStatusButNoPositionWorksOnPosit
 TEST(MultiEntryTypeRemoveDeathTest, RemovingAKeyFromKeyToPosThatHasNoStatusFails) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   MultiWidthTable t(4, 2, twoBanks(4));
-  t.table->keyToPosIs(key(3, 5), 0x30);
-  EXPECT_DEATH(t.table->removeEntry(key(3, 5)), assertionFailure("!keyToPosHas( key )"));
+  t.table->keyToPosIs(key(5, 3, single), 0x30);
+  EXPECT_DEATH(t.table->removeEntry(key(5, 3, single)), assertionFailure("!keyToPosHas( key )"));
 }
 
 TEST(MultiEntryTypeRemoveDeathTest, RemovingAKeyWhosePositionIsInvalidFails) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   MultiWidthTable t(4, 2, twoBanks(4));
-  const HashEntryKey k = key(3, 5);
+  const HashEntryKey k = key(5, 3, single);
   t.request(k);
   t.table->keyToPosIs(k, INVALID_POSITION);
   EXPECT_DEATH(t.config->configDel(k), assertionFailure("pos != INVALID_POSITION"));
@@ -127,7 +127,7 @@ TEST(MultiEntryTypeRemoveDeathTest, RemovingAKeyWhosePositionIsInvalidFails) {
 TEST(MultiEntryTypeRemoveDeathTest, RemovingAKeyWhoseBankIsMissingFails) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   MultiWidthTable t(4, 2, twoBanks(4));
-  const HashEntryKey k = key(3, 5);
+  const HashEntryKey k = key(5, 3, single);
   t.place(k, 64 + 20);
   t.table->bankDel(1);
   EXPECT_DEATH(t.config->configDel(k), assertionFailure("b"));
@@ -138,7 +138,7 @@ TEST(MultiEntryTypeRemoveDeathTest, RemovingAKeyWhoseBankIsMissingFails) {
 
 TEST(MultiEntryTypeRemove, InsertEntryWithIdPlacesTheKeyAndPublishesTheRequestedId) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  const HashEntryKey k = key(3, 5, dbl);
+  const HashEntryKey k = key(5, 3, dbl);
   TraceCapture trace(levelBit(2));
   t.place(k, 14);
   EXPECT_EQ(t.table->keyToPos(k), 0x32u);
@@ -155,12 +155,12 @@ TEST(MultiEntryTypeRemove, InsertEntryWithIdPlacesTheKeyAndPublishesTheRequested
 
 TEST(MultiEntryTypeRemove, InsertEntryWithIdForAKeyWhoseStatusIsInvalidPlacesItAndOverwritesTheStatus) {
   MultiWidthTable t(1, 0, twoBanks(1));
-  t.place(key(3, 9), 3);
-  t.place(key(8, 5), 21);
-  const HashEntryKey k = key(3, 5);
+  t.place(key(9, 3, single), 3);
+  t.place(key(5, 8, single), 21);
+  const HashEntryKey k = key(5, 3, single);
   t.request(k);
   ASSERT_EQ(t.statusOf(k), 0xFFFFFFFFu);
-  t.config->configDel(key(8, 5));
+  t.config->configDel(key(5, 8, single));
   t.place(k, 21);
   EXPECT_EQ(t.statusOf(k), 21u);
   EXPECT_EQ(t.table->keyToPos(k), 0x01000050u);
@@ -169,7 +169,7 @@ TEST(MultiEntryTypeRemove, InsertEntryWithIdForAKeyWhoseStatusIsInvalidPlacesItA
 
 TEST(MultiEntryTypeRemove, AnIdAtTheInclusiveUpperEndPlacesAtSlotZeroAndPublishesTheRequestedIdUnchanged) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  const HashEntryKey k = key(5, 9);  // bank 0 bucket 5: ids 20 to 24
+  const HashEntryKey k = key(9, 5, single);  // bank 0 bucket 5: ids 20 to 24
   t.place(k, 24);
   EXPECT_EQ(t.table->keyToPos(k), 0x50u);
   EXPECT_EQ(t.statusOf(k), 24u);
@@ -184,8 +184,8 @@ TEST(MultiEntryTypeRemove, AnIdAtTheInclusiveUpperEndPlacesAtSlotZeroAndPublishe
 
 TEST(MultiEntryTypeRemove, AStaleHashTableEntryWithTheSameHashesButAnotherFapIdIsSilentlyReplaced) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  const HashEntryKey k = key(5, 9, single, 1);
-  t.table->hashTableEntryIs(EntryId(21), key(5, 9, dbl, 7));
+  const HashEntryKey k = key(9, 5, single, 1);
+  t.table->hashTableEntryIs(EntryId(21), key(9, 5, dbl, 7));
   t.place(k, 21);
   EXPECT_EQ(t.table->hashTableEntry(EntryId(21)), k);
   EXPECT_EQ(t.statusOf(k), 21u);
@@ -194,21 +194,21 @@ TEST(MultiEntryTypeRemove, AStaleHashTableEntryWithTheSameHashesButAnotherFapIdI
 TEST(MultiEntryTypeRemove, AMissingEntryKeyRecordedForTheIdIsReplacedWithoutComparison) {
   MultiWidthTable t(4, 2, twoBanks(4));
   t.table->hashTableEntryIs(EntryId(21), HashEntryKey());
-  t.place(key(5, 9), 21);
-  EXPECT_EQ(t.table->hashTableEntry(EntryId(21)), key(5, 9));
+  t.place(key(9, 5, single), 21);
+  EXPECT_EQ(t.table->hashTableEntry(EntryId(21)), key(9, 5, single));
 }
 
 TEST(MultiEntryTypeRemoveDeathTest, AStaleHashTableEntryNamingAnotherKeyFails) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   MultiWidthTable t(4, 2, twoBanks(4));
-  t.table->hashTableEntryIs(EntryId(21), key(6, 9));
-  EXPECT_DEATH(t.place(key(5, 9), 21), assertionFailure("false"));
+  t.table->hashTableEntryIs(EntryId(21), key(9, 6, single));
+  EXPECT_DEATH(t.place(key(9, 5, single), 21), assertionFailure("false"));
 }
 
 TEST(MultiEntryTypeRemoveDeathTest, InsertEntryWithIdOfAnAlreadyPlacedKeyFails) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   MultiWidthTable t(4, 2, twoBanks(4));
-  const HashEntryKey k = key(5, 9);
+  const HashEntryKey k = key(9, 5, single);
   t.place(k, 21);
   EXPECT_DEATH(t.place(k, 22), assertionFailure("!hashTable()->keyToPosHas( key )"));
   EXPECT_DEATH(t.table->insertEntryWithId(k, EntryId(21)), assertionFailure("!hashTable()->posToKeyHas( pos )"));
@@ -217,7 +217,7 @@ TEST(MultiEntryTypeRemoveDeathTest, InsertEntryWithIdOfAnAlreadyPlacedKeyFails) 
 TEST(MultiEntryTypeRemoveDeathTest, AnIdThatNoBucketOfTheKeyAdmitsFails) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   MultiWidthTable t(4, 2, twoBanks(4));
-  EXPECT_DEATH(t.place(key(5, 9), 30), assertionFailure("entryIdHelper()->checkEntryIdValidity( key, eId )"));
+  EXPECT_DEATH(t.place(key(9, 5, single), 30), assertionFailure("entryIdHelper()->checkEntryIdValidity( key, eId )"));
 }
 
 }  // namespace

@@ -17,11 +17,9 @@ inline constexpr HashEntryType single = HashEntryType::singleWide;
 inline constexpr HashEntryType dbl = HashEntryType::doubleWide;
 inline constexpr HashEntryType quad = HashEntryType::quadWide;
 
-// A key whose bucket is crc32 & mask in a bank hashing hashCrc32Lower and crc16 & mask in
-// a bank hashing hashCrc16Lower.
-inline HashEntryKey key(U32 crc32, U16 crc16, HashEntryType type = single, U32 fapId = 0) {
-  return HashEntryKey(crc16, crc32, fapId, type);
-}
+// Keys: test::key(crc16, crc32, type, fapId) (TestSupport.h). In the banks below, a key's
+// bucket is crc32 & mask in a bank hashing hashCrc32Lower and crc16 & mask in a bank
+// hashing hashCrc16Lower.
 
 // One bank's arguments to MultiEntryTypeHashTable::bankIs.
 struct BankArgs {

@@ -20,33 +20,33 @@ TEST(MultiWidthRequestCheck, AnIdAtTheInclusiveUpperEndOfABucketsRangeIsHazardou
   // Banks of 16 buckets of 8 slots: a key in bucket 5 of bank 0 accepts ids 40 to 48, and
   // id 48 names slot 0 of bucket 5, the position of id 40.
   MultiWidthTable t(8, 2, twoBanks(8));
-  const RequestCheck verdict = t.table->requestCheck(key(5, 9), EntryId(48));
+  const RequestCheck verdict = t.table->requestCheck(key(9, 5, single), EntryId(48));
   EXPECT_EQ(verdict.outcome(), RequestOutcome::hazardous);
   EXPECT_NE(verdict.reason().find("published at id 48 but stands at id 40's position"), std::string::npos)
       << verdict.reason();
-  EXPECT_EQ(t.table->requestCheck(key(5, 9), EntryId(47)).outcome(), RequestOutcome::accepted);
+  EXPECT_EQ(t.table->requestCheck(key(9, 5, single), EntryId(47)).outcome(), RequestOutcome::accepted);
 }
 
 TEST(MultiWidthRequestCheck, AWideKeyAtASlotThatIsNotAMultipleOfItsWidthStopsLater) {
   MultiWidthTable t(4, 2, twoBanks(4));
   // A double key in bucket 5 of bank 0 accepts ids 20 to 22; id 21 names slot 1.
-  const RequestCheck verdict = t.table->requestCheck(key(5, 9, dbl), EntryId(21));
+  const RequestCheck verdict = t.table->requestCheck(key(9, 5, dbl), EntryId(21));
   EXPECT_EQ(verdict.outcome(), RequestOutcome::stopsLater);
   EXPECT_EQ(verdict.condition(), walkFindsNoStart);
-  EXPECT_EQ(t.table->requestCheck(key(5, 9, dbl), EntryId(22)).outcome(), RequestOutcome::accepted);
+  EXPECT_EQ(t.table->requestCheck(key(9, 5, dbl), EntryId(22)).outcome(), RequestOutcome::accepted);
 }
 
 TEST(MultiWidthRequestCheck, AWideKeyOnTheFirstSlotOfPhysicalBankZeroStopsLater) {
   MultiWidthTable t(4, 2, twoBanks(4, 0, 1));
-  const RequestCheck verdict = t.table->requestCheck(key(0, 9, dbl), EntryId(0));
+  const RequestCheck verdict = t.table->requestCheck(key(9, 0, dbl), EntryId(0));
   EXPECT_EQ(verdict.outcome(), RequestOutcome::stopsLater);
   EXPECT_EQ(verdict.condition(), walkFindsNoStart);
-  EXPECT_EQ(t.table->requestCheck(key(0, 9), EntryId(0)).outcome(), RequestOutcome::accepted);
+  EXPECT_EQ(t.table->requestCheck(key(9, 0, single), EntryId(0)).outcome(), RequestOutcome::accepted);
 }
 
 TEST(MultiWidthRequestCheck, AWidthThatDoesNotDivideABanksBucketSizeStopsLater) {
   MultiWidthTable t(3, 2, twoBanks(3));
-  const RequestCheck verdict = t.table->requestCheck(key(5, 9, dbl), EntryId());
+  const RequestCheck verdict = t.table->requestCheck(key(9, 5, dbl), EntryId());
   EXPECT_EQ(verdict.outcome(), RequestOutcome::stopsLater);
   EXPECT_EQ(verdict.condition(), "slotId < b->bucketSize()");
 }
@@ -55,15 +55,15 @@ TEST(MultiWidthRequestCheck, AKeyNarrowerThanTheFirstBanksBaseStopsNow) {
   std::vector<BankArgs> banks = twoBanks(4);
   banks[0].base = dbl;
   MultiWidthTable t(4, 2, banks);
-  const RequestCheck verdict = t.table->requestCheck(key(5, 9), EntryId());
+  const RequestCheck verdict = t.table->requestCheck(key(9, 5, single), EntryId());
   EXPECT_EQ(verdict.outcome(), RequestOutcome::stopsNow);
   EXPECT_EQ(verdict.condition(), "( U32 )entryType >= ( U32 )baseEntryType()");
 }
 
 TEST(MultiWidthRequestCheck, APlacedKeyAskedForAtAnotherIdStopsNowOnKeyToPosHas) {
   MultiWidthTable t(4, 2, twoBanks(4));
-  t.place(key(5, 9), 20);
-  const RequestCheck verdict = t.table->requestCheck(key(5, 9), EntryId(21));
+  t.place(key(9, 5, single), 20);
+  const RequestCheck verdict = t.table->requestCheck(key(9, 5, single), EntryId(21));
   EXPECT_EQ(verdict.outcome(), RequestOutcome::stopsNow);
   EXPECT_EQ(verdict.condition(), "!hashTable()->keyToPosHas( key )");
 }
@@ -72,8 +72,8 @@ TEST(MultiWidthRequestCheck, APlacedKeyAskedForAnywhereWithoutABudgetOrRoomIsHaz
   std::vector<BankArgs> banks = twoBanks(1);
   banks.resize(1);
   MultiWidthTable t(1, 0, banks);
-  t.place(key(5, 9), 5);
-  const RequestCheck verdict = t.table->requestCheck(key(5, 9), EntryId());
+  t.place(key(9, 5, single), 5);
+  const RequestCheck verdict = t.table->requestCheck(key(9, 5, single), EntryId());
   EXPECT_EQ(verdict.outcome(), RequestOutcome::hazardous);
   EXPECT_NE(verdict.reason().find("keeps its slots at id 5"), std::string::npos) << verdict.reason();
 }
@@ -81,15 +81,15 @@ TEST(MultiWidthRequestCheck, APlacedKeyAskedForAnywhereWithoutABudgetOrRoomIsHaz
 TEST(MultiWidthRequestCheck, ARemovalOfAKeyTheTableNeverHandledStopsNow) {
   MultiWidthTable t(4, 2, twoBanks(4));
   t.table->hasNotificationActiveIs(false);
-  t.request(key(5, 9));
+  t.request(key(9, 5, single));
   t.table->hasNotificationActiveIs(true);
-  const RequestCheck verdict = t.table->removalCheck(key(5, 9));
+  const RequestCheck verdict = t.table->removalCheck(key(9, 5, single));
   EXPECT_EQ(verdict.outcome(), RequestOutcome::stopsNow);
   EXPECT_EQ(verdict.condition(), "hashEntryStatus()->statusHas( key )");
   // reconcile places it instead of stopping.
   const ReconcileReport report = t.table->reconcile();
   EXPECT_EQ(report.acted(), 1u);
-  EXPECT_TRUE(t.status->status(key(5, 9)).isValid());
+  EXPECT_TRUE(t.status->status(key(9, 5, single)).isValid());
   EXPECT_TRUE(t.table->audit().empty());
 }
 

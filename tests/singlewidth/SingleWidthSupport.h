@@ -7,12 +7,11 @@
 #include <string>
 
 #include "MultiHashTable.h"
+#include "TestSupport.h"
 
 namespace TesselCentral::test {
 
-inline HashEntryKey key(U16 crc16, U32 crc32, U32 fapId = 1) {
-  return HashEntryKey(crc16, crc32, fapId, HashEntryType::singleWide);
-}
+// Keys: test::key(crc16, crc32, fapId) (TestSupport.h).
 
 inline std::string textOf(const HashEntryKey& k) {
   std::ostringstream os;
