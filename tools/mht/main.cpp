@@ -78,18 +78,8 @@ WidthMix parseMix(const std::string& text) {
   return WidthMix{s, d, q};
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  CLI::App app{"mht: simulate, replay and explore the hash-table placement library"};
-  app.require_subcommand(1);
-  app.set_version_flag(
-      "--version",
-      std::string("mht ") + libraryVersion + "\nlibrary MultiHashTable " + libraryVersion + "\ncommit " + sourceCommit,
-      "print the version of the tool and its library and the commit it was built from");
-
-  // simulate
-  auto* sim = app.add_subcommand("simulate", "fill a table through its requests until a key finds no room, then churn");
+// mht simulate: its options as the command line gives them, and the simulation they ask for.
+struct SimulateCommand {
   std::string kind = "multi";
   TableSpec table{TableKind::multi, 4, 4096, 4, 3, false};
   bool twoBucketMode = false;
@@ -102,144 +92,201 @@ int main(int argc, char** argv) {
   double fillTarget = 0;
   std::string jsonPath, svgPath;
   bool noProgress = false;
-  sim->add_option("--table", kind, "table kind")->check(CLI::IsMember({"single", "multi"}))->capture_default_str();
-  sim->add_option("--banks", table.numBanks, "banks")->check(CLI::Range(1, 256))->capture_default_str();
-  sim->add_option("--buckets", table.numBuckets, "buckets per bank (a power of two)")
-      ->check(CLI::Range(1, 1 << 20))
-      ->capture_default_str();
-  sim->add_option("--slots", table.numBucketEntries, "slots per bucket (at most 4 in a multi-width table)")
-      ->check(CLI::Range(1, 16))
-      ->capture_default_str();
-  sim->add_option("--steps", table.maxRecursiveSteps, "maxRecursiveSteps, the move budget")
-      ->check(CLI::Range(0, 16))
-      ->capture_default_str();
-  sim->add_flag("--bucket-span-banks", table.bucketSpanBanks, "single-width: number ids bucket-major");
-  sim->add_flag("--double-entry-two-bucket-mode", twoBucketMode, "multi-width: wide entries use bucket groups");
-  sim->add_option("--bank-hash", bankHashes,
-                  "per-bank hashing <bank>:<hashFunc>:<hashOffSet>:<hashBits>:<hashMask> (repeatable); by default "
-                  "bank i takes the i-th run of log2(buckets) bits of crc16:crc32 (hashCrc32And16)");
-  sim->add_option("--mix", mix, "width mix single/double/quad (multi-width)")->capture_default_str();
-  sim->add_option("--keys", source, "key source")
-      ->check(CLI::IsMember({"random", "mac", "ipv4"}))
-      ->capture_default_str();
-  sim->add_option("--prefix", prefixes, "IPv4 prefixes for --keys ipv4 (a.b.c.d/len, repeatable; default 10.0.0.0/8)");
-  sim->add_option("--requests", requests, "fill-phase requests (default: until the first key finds no room)");
-  sim->add_option("--fill-target", fillTarget, "stop filling at this fraction of the capacity")
-      ->check(CLI::Range(0.0, 1.0));
-  sim->add_option("--churn", options.churn, "delete-and-add pairs after filling")->capture_default_str();
-  sim->add_option("--seed", options.seed, "seed of the key source")->capture_default_str();
-  sim->add_option("--json", jsonPath, "also write the report as JSON to this file");
-  sim->add_option("--svg", svgPath, "also write a picture of the table to this file");
-  sim->add_flag("--no-progress", noProgress, "no progress bar");
+  CLI::App* command = nullptr;
 
-  // replay
-  auto* rep = app.add_subcommand("replay", "replay requests from a file and print the outcome");
-  std::string replayPath;
-  ReplayOptions replayOptions;
+  void addTo(CLI::App& app) {
+    command = app.add_subcommand("simulate", "fill a table through its requests until a key finds no room, then churn");
+    CLI::App& sim = *command;
+    sim.add_option("--table", kind, "table kind")->check(CLI::IsMember({"single", "multi"}))->capture_default_str();
+    sim.add_option("--banks", table.numBanks, "banks")->check(CLI::Range(1, 256))->capture_default_str();
+    sim.add_option("--buckets", table.numBuckets, "buckets per bank (a power of two)")
+        ->check(CLI::Range(1, 1 << 20))
+        ->capture_default_str();
+    sim.add_option("--slots", table.numBucketEntries, "slots per bucket (at most 4 in a multi-width table)")
+        ->check(CLI::Range(1, 16))
+        ->capture_default_str();
+    sim.add_option("--steps", table.maxRecursiveSteps, "maxRecursiveSteps, the move budget")
+        ->check(CLI::Range(0, 16))
+        ->capture_default_str();
+    sim.add_flag("--bucket-span-banks", table.bucketSpanBanks, "single-width: number ids bucket-major");
+    sim.add_flag("--double-entry-two-bucket-mode", twoBucketMode, "multi-width: wide entries use bucket groups");
+    sim.add_option("--bank-hash", bankHashes,
+                   "per-bank hashing <bank>:<hashFunc>:<hashOffSet>:<hashBits>:<hashMask> (repeatable); by default "
+                   "bank i takes the i-th run of log2(buckets) bits of crc16:crc32 (hashCrc32And16)");
+    sim.add_option("--mix", mix, "width mix single/double/quad (multi-width)")->capture_default_str();
+    sim.add_option("--keys", source, "key source")
+        ->check(CLI::IsMember({"random", "mac", "ipv4"}))
+        ->capture_default_str();
+    sim.add_option("--prefix", prefixes, "IPv4 prefixes for --keys ipv4 (a.b.c.d/len, repeatable; default 10.0.0.0/8)");
+    sim.add_option("--requests", requests, "fill-phase requests (default: until the first key finds no room)");
+    sim.add_option("--fill-target", fillTarget, "stop filling at this fraction of the capacity")
+        ->check(CLI::Range(0.0, 1.0));
+    sim.add_option("--churn", options.churn, "delete-and-add pairs after filling")->capture_default_str();
+    sim.add_option("--seed", options.seed, "seed of the key source")->capture_default_str();
+    sim.add_option("--json", jsonPath, "also write the report as JSON to this file");
+    sim.add_option("--svg", svgPath, "also write a picture of the table to this file");
+    sim.add_flag("--no-progress", noProgress, "no progress bar");
+  }
+
+  // The table's shape, checked against what the tables can be.
+  void checkTable() {
+    table.kind = kind == "single" ? TableKind::single : TableKind::multi;
+    if (table.kind == TableKind::multi && table.numBucketEntries > 4) {
+      throw CLI::ValidationError("--slots", "a multi-width table's bucket state serves at most 4 slots");
+    }
+    if ((table.numBuckets & (table.numBuckets - 1)) != 0) {
+      throw CLI::ValidationError("--buckets", std::to_string(table.numBuckets) + " is not a power of two");
+    }
+    if (U64{table.numBanks} * table.numBuckets * table.numBucketEntries > 0xFFFFFFFFull) {
+      throw CLI::ValidationError("--buckets", "the capacity does not fit in 32 bits");
+    }
+    if (table.kind == TableKind::multi && table.numBanks > 128) {
+      throw CLI::ValidationError("--banks", "a multi-width table skips bank 128 on first placements; use at most 128");
+    }
+  }
+
+  // The default banks, with the hashing that --bank-hash gives some of them.
+  void setBanks() {
+    options.banks = defaultBanks(table, twoBucketMode);
+    for (const std::string& text : bankHashes) {
+      const BankOverride o = parseBankOverride(text);
+      if (o.bank >= table.numBanks)
+        throw CLI::ValidationError("--bank-hash", "bank " + std::to_string(o.bank) + " does not exist");
+      if (o.hashFunc == HashFunc::hashLsb) throw CLI::ValidationError("--bank-hash", "hashLsb is not supported");
+      BankSpec& b = options.banks[o.bank];
+      b.hashFunc = o.hashFunc;
+      b.hashOffSet = o.hashOffSet;
+      b.hashBits = o.hashBits;
+      b.hashMask = o.hashMask;
+      if (b.hashMask >= table.numBuckets) {
+        throw CLI::ValidationError("--bank-hash", "mask 0x" + (std::ostringstream() << std::hex << b.hashMask).str() +
+                                                      " selects buckets beyond the " +
+                                                      std::to_string(table.numBuckets));
+      }
+    }
+  }
+
+  void setKeys() {
+    options.mix = parseMix(mix);
+    options.source = source == "mac"    ? KeySourceKind::mac
+                     : source == "ipv4" ? KeySourceKind::ipv4
+                                        : KeySourceKind::random;
+    for (const std::string& p : prefixes) {
+      try {
+        options.prefixes.push_back(parseIpv4Prefix(p));
+      } catch (const std::invalid_argument& e) {
+        throw CLI::ValidationError("--prefix", e.what());
+      }
+    }
+  }
+
+  int run() {
+    checkTable();
+    options.table = table;
+    setBanks();
+    setKeys();
+    if (requests) options.requests = requests;
+    if (fillTarget > 0) options.fillTarget = fillTarget;
+    options.progress = !noProgress;
+
+    // The files are opened before the run, so that a bad path fails at once, and written
+    // whole after it.
+    std::optional<OutputFile> json, svg;
+    if (!jsonPath.empty()) json.emplace(jsonPath);
+    if (!svgPath.empty()) svg.emplace(svgPath);
+    const SimulationResult result = simulate(options);
+    writeTextReport(options, result, std::cout);
+    if (json) {
+      std::ostringstream text;
+      writeJsonReport(options, result, text);
+      json->commit(text.str());
+    }
+    if (svg) {
+      std::ostringstream text;
+      writeSvgReport(options, result, text);
+      svg->commit(text.str());
+    }
+    return 0;
+  }
+};
+
+// mht replay FILE.
+struct ReplayCommand {
+  std::string path;
+  ReplayOptions options;
   U32 traceMask = 0;
-  rep->add_option("file", replayPath, "request file ('-' for standard input)")->required();
-  rep->add_flag(
-      "--explain", replayOptions.explain,
-      "show the candidates of every key left without a place, and the request check of every request reported");
-  rep->add_flag("--audit", replayOptions.audit, "check the table's consistency after every request");
-  rep->add_flag("--strict", replayOptions.strict, "make a hazardous request an error, not a warning");
-  auto* traceOption = rep->add_option("--trace", traceMask, "trace level mask (lines go to standard error)");
+  CLI::Option* traceOption = nullptr;
+  CLI::App* command = nullptr;
 
-  // shell
-  auto* shell = app.add_subcommand("shell", "explore the library through its type registry");
-  std::string shellPath;
-  shell->add_option("file", shellPath, "command file (default: standard input)");
+  void addTo(CLI::App& app) {
+    command = app.add_subcommand("replay", "replay requests from a file and print the outcome");
+    command->add_option("file", path, "request file ('-' for standard input)")->required();
+    command->add_flag(
+        "--explain", options.explain,
+        "show the candidates of every key left without a place, and the request check of every request reported");
+    command->add_flag("--audit", options.audit, "check the table's consistency after every request");
+    command->add_flag("--strict", options.strict, "make a hazardous request an error, not a warning");
+    traceOption = command->add_option("--trace", traceMask, "trace level mask (lines go to standard error)");
+  }
+
+  int run() {
+    if (*traceOption) options.traceMask = traceMask;
+    if (path == "-") return runReplay(std::cin, "<stdin>", options, std::cout, std::cerr);
+    std::ifstream in(path);
+    if (!in) {
+      std::cerr << "mht replay: cannot open " << path << '\n';
+      return 1;
+    }
+    return runReplay(in, path, options, std::cout, std::cerr);
+  }
+};
+
+// mht shell [FILE].
+struct ShellCommand {
+  std::string path;
+  CLI::App* command = nullptr;
+
+  void addTo(CLI::App& app) {
+    command = app.add_subcommand("shell", "explore the library through its type registry");
+    command->add_option("file", path, "command file (default: standard input)");
+  }
+
+  int run() {
+    if (path.empty()) {
+      if (isatty(0)) return runInteractiveShell(std::cout, std::cerr);
+      return runShell(std::cin, "<stdin>", false, std::cout, std::cerr);
+    }
+    std::ifstream in(path);
+    if (!in) {
+      std::cerr << "mht shell: cannot open " << path << '\n';
+      return 1;
+    }
+    return runShell(in, path, false, std::cout, std::cerr);
+  }
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"mht: simulate, replay and explore the hash-table placement library"};
+  app.require_subcommand(1);
+  app.set_version_flag(
+      "--version",
+      std::string("mht ") + libraryVersion + "\nlibrary MultiHashTable " + libraryVersion + "\ncommit " + sourceCommit,
+      "print the version of the tool and its library and the commit it was built from");
+  SimulateCommand simulateCommand;
+  ReplayCommand replayCommand;
+  ShellCommand shellCommand;
+  simulateCommand.addTo(app);
+  replayCommand.addTo(app);
+  shellCommand.addTo(app);
 
   CLI11_PARSE(app, argc, argv);
 
   try {
-    if (sim->parsed()) {
-      table.kind = kind == "single" ? TableKind::single : TableKind::multi;
-      if (table.kind == TableKind::multi && table.numBucketEntries > 4) {
-        throw CLI::ValidationError("--slots", "a multi-width table's bucket state serves at most 4 slots");
-      }
-      if ((table.numBuckets & (table.numBuckets - 1)) != 0) {
-        throw CLI::ValidationError("--buckets", std::to_string(table.numBuckets) + " is not a power of two");
-      }
-      if (U64{table.numBanks} * table.numBuckets * table.numBucketEntries > 0xFFFFFFFFull) {
-        throw CLI::ValidationError("--buckets", "the capacity does not fit in 32 bits");
-      }
-      if (table.kind == TableKind::multi && table.numBanks > 128) {
-        throw CLI::ValidationError("--banks",
-                                   "a multi-width table skips bank 128 on first placements; use at most 128");
-      }
-      options.table = table;
-      options.banks = defaultBanks(table, twoBucketMode);
-      for (const std::string& text : bankHashes) {
-        const BankOverride o = parseBankOverride(text);
-        if (o.bank >= table.numBanks)
-          throw CLI::ValidationError("--bank-hash", "bank " + std::to_string(o.bank) + " does not exist");
-        if (o.hashFunc == HashFunc::hashLsb) throw CLI::ValidationError("--bank-hash", "hashLsb is not supported");
-        BankSpec& b = options.banks[o.bank];
-        b.hashFunc = o.hashFunc;
-        b.hashOffSet = o.hashOffSet;
-        b.hashBits = o.hashBits;
-        b.hashMask = o.hashMask;
-        if (b.hashMask >= table.numBuckets) {
-          throw CLI::ValidationError("--bank-hash", "mask 0x" + (std::ostringstream() << std::hex << b.hashMask).str() +
-                                                        " selects buckets beyond the " +
-                                                        std::to_string(table.numBuckets));
-        }
-      }
-      options.mix = parseMix(mix);
-      options.source = source == "mac"    ? KeySourceKind::mac
-                       : source == "ipv4" ? KeySourceKind::ipv4
-                                          : KeySourceKind::random;
-      for (const std::string& p : prefixes) {
-        try {
-          options.prefixes.push_back(parseIpv4Prefix(p));
-        } catch (const std::invalid_argument& e) {
-          throw CLI::ValidationError("--prefix", e.what());
-        }
-      }
-      if (requests) options.requests = requests;
-      if (fillTarget > 0) options.fillTarget = fillTarget;
-      options.progress = !noProgress;
-
-      std::optional<OutputFile> json, svg;
-      if (!jsonPath.empty()) json.emplace(jsonPath);
-      if (!svgPath.empty()) svg.emplace(svgPath);
-      const SimulationResult result = simulate(options);
-      writeTextReport(options, result, std::cout);
-      if (json) {
-        std::ostringstream text;
-        writeJsonReport(options, result, text);
-        json->commit(text.str());
-      }
-      if (svg) {
-        std::ostringstream text;
-        writeSvgReport(options, result, text);
-        svg->commit(text.str());
-      }
-      return 0;
-    }
-    if (rep->parsed()) {
-      if (*traceOption) replayOptions.traceMask = traceMask;
-      if (replayPath == "-") return runReplay(std::cin, "<stdin>", replayOptions, std::cout, std::cerr);
-      std::ifstream in(replayPath);
-      if (!in) {
-        std::cerr << "mht replay: cannot open " << replayPath << '\n';
-        return 1;
-      }
-      return runReplay(in, replayPath, replayOptions, std::cout, std::cerr);
-    }
-    if (shell->parsed()) {
-      if (shellPath.empty()) {
-        if (isatty(0)) return runInteractiveShell(std::cout, std::cerr);
-        return runShell(std::cin, "<stdin>", false, std::cout, std::cerr);
-      }
-      std::ifstream in(shellPath);
-      if (!in) {
-        std::cerr << "mht shell: cannot open " << shellPath << '\n';
-        return 1;
-      }
-      return runShell(in, shellPath, false, std::cout, std::cerr);
-    }
+    if (simulateCommand.command->parsed()) return simulateCommand.run();
+    if (replayCommand.command->parsed()) return replayCommand.run();
+    if (shellCommand.command->parsed()) return shellCommand.run();
   } catch (const CLI::Error& e) {
     return app.exit(e);
   } catch (const std::exception& e) {
