@@ -4,6 +4,7 @@
 #include "internal/Diagnostics.h"
 
 #include <algorithm>
+#include <optional>
 #include <string>
 
 #include "fwk/Assert.h"
@@ -375,67 +376,70 @@ U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep)
   // A key that failed once is tried again only after its request is deleted and re-added.
   if (const EntryId* current = status.statusFind(key); current != nullptr && !current->isValid()) return 0;
 
-  EntryId chosen;
-  bool found = false;
-
-  // First pass: a free slot, or the key itself, slot by slot. The free test comes first,
-  // so a key already placed moves into a free slot that precedes its own.
-  for (U32 b = 0; b < numBanks() && !found; ++b) {
-    const U32 bucket = bucketOf(key, b);
-    for (U32 s = 0; s < numBucketEntries(); ++s) {
-      const EntryId e = calcEntryId(b, bucket, SlotId(static_cast<U8>(s)));
-      const HashEntryKey* stored = hashTableEntryFind(e);
-      MHT_TRACE(2, "insertEntry"
-                       << "hashTableEntry( " << e << " ) " << (stored ? *stored : HashEntryKey()));
-      if (stored == nullptr || isEmptyMarker(*stored)) {
-        chosen = e;
-        found = true;
-        break;
-      }
-      if (!sameHashes(*stored, key)) continue;
-      if (key.crc16() == 0 && key.crc32() == 0) {
-        if (e.value() == 1) {
-          MHT_TRACE(2, "Special case of key being zero, hashing to key: " << e);
-          chosen = e;
-          found = true;
-        }
-        break;
-      }
-      // Only crc16 and crc32 are compared: a key with the same hashes counts as this one.
-      MHT_TRACE(2, "insertEntry"
-                       << " Found existing key: " << e);
-      status.statusIs(key, e);
-      return 0;
-    }
+  std::optional<EntryId> chosen;
+  const FirstPass first = firstPass(key);
+  if (first.found == FirstPass::existing) {
+    MHT_TRACE(2, "insertEntry"
+                     << " Found existing key: " << first.eId);
+    status.statusIs(key, first.eId);
+    return 0;
   }
+  if (first.found == FirstPass::freeSlot) chosen = first.eId;
+  if (!chosen && numBanks() >= 2) chosen = secondPass(key, recursionStep, __PRETTY_FUNCTION__);
 
-  // Second pass: make room by moving an occupant, bank 0 to bank 1 and any other bank to 0.
-  if (!found && numBanks() >= 2) {
-    for (U32 b = 0; b < numBanks() && !found; ++b) {
-      const U32 bucket = bucketOf(key, b);
-      for (U32 s = 0; s < numBucketEntries(); ++s) {
-        const EntryId eId = calcEntryId(b, bucket, SlotId(static_cast<U8>(s)));
-        if (!rehashEntry(eId, b == 0 ? 1 : 0, recursionStep, key.entryType())) continue;
-        MHT_ASSERT_TEXT(!hashTableEntryHas(eId), "! hashTableEntryHas( eId )");
-        chosen = eId;
-        found = true;
-        break;
-      }
-    }
-  }
-
-  if (!found) {
+  if (!chosen) {
     MHT_TRACE(2, "insertEntry"
                      << "Failed to find empty slot for key: " << key);
     status.statusIs(key, EntryId());
     return 0;
   }
-  hashTableEntryIs(chosen, key);
+  hashTableEntryIs(*chosen, key);
   numInsertionsInc(1);
   MHT_TRACE(2, "insertEntry"
-                   << " Insert key: " << key << " at eId: " << chosen);
-  status.statusIs(key, chosen);
+                   << " Insert key: " << key << " at eId: " << *chosen);
+  status.statusIs(key, *chosen);
   return 0;
+}
+
+MultiHashTable::FirstPass MultiHashTable::firstPass(const HashEntryKey& key) const {
+  // A free slot, or the key itself, slot by slot. The free test comes first, so a key
+  // already placed moves into a free slot that precedes its own.
+  for (U32 b = 0; b < numBanks(); ++b) {
+    const U32 bucket = bucketOf(key, b);
+    for (U32 s = 0; s < numBucketEntries(); ++s) {
+      const EntryId e = calcEntryId(b, bucket, SlotId(static_cast<U8>(s)));
+      const HashEntryKey* stored = hashTableEntryFind(e);
+      MHT_TRACE_IN("insertEntry", 2,
+                   "insertEntry"
+                       << "hashTableEntry( " << e << " ) " << (stored ? *stored : HashEntryKey()));
+      if (stored == nullptr || isEmptyMarker(*stored)) return FirstPass{FirstPass::freeSlot, e};
+      if (!sameHashes(*stored, key)) continue;
+      if (key.crc16() == 0 && key.crc32() == 0) {
+        if (e.value() == 1) {
+          MHT_TRACE_IN("insertEntry", 2, "Special case of key being zero, hashing to key: " << e);
+          return FirstPass{FirstPass::freeSlot, e};
+        }
+        break;
+      }
+      // Only crc16 and crc32 are compared: a key with the same hashes counts as this one.
+      return FirstPass{FirstPass::existing, e};
+    }
+  }
+  return FirstPass{};
+}
+
+std::optional<EntryId> MultiHashTable::secondPass(const HashEntryKey& key, U32 recursionStep, const char* caller) {
+  // Make room by moving an occupant, bank 0 to bank 1 and any other bank to 0.
+  for (U32 b = 0; b < numBanks(); ++b) {
+    const U32 bucket = bucketOf(key, b);
+    for (U32 s = 0; s < numBucketEntries(); ++s) {
+      const EntryId eId = calcEntryId(b, bucket, SlotId(static_cast<U8>(s)));
+      if (!rehashEntry(eId, b == 0 ? 1 : 0, recursionStep, key.entryType())) continue;
+      MHT_ASSERT_TEXT_IN(caller, !hashTableEntryHas(eId), "! hashTableEntryHas( eId )");
+      return eId;
+    }
+  }
+  return std::nullopt;
 }
 
 bool MultiHashTable::rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining, HashEntryType entryType) {

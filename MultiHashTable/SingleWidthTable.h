@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <vector>
 
 #include "Bank.h"
@@ -91,6 +92,16 @@ class MultiHashTable : public MultiHashTableBase {
                  Ptr<HashEntryStatus> hashEntryStatus, U32 maxRecursiveSteps, bool bucketSpanBanks);
 
   Bank& bankAt(U32 bankId) const noexcept;
+
+  // insertEntry's two passes. The first finds a free candidate slot, or a slot holding a
+  // key with the key's hashes; the second makes room by moving occupants.
+  struct FirstPass {
+    enum Found { none, freeSlot, existing } found = none;
+    EntryId eId;
+  };
+  FirstPass firstPass(const HashEntryKey& key) const;
+  // `caller` is insertEntry's signature, which a broken invariant here reports.
+  std::optional<EntryId> secondPass(const HashEntryKey& key, U32 recursionStep, const char* caller);
   U32 bucketOf(const HashEntryKey& key, U32 bankId) const;
 
   // The entries whose keys the running rehashEntry calls of one placement are moving,
