@@ -28,6 +28,8 @@ class Bank : public Fwk::Entity {
   U32 hashOffSet() const noexcept { return hashOffSet_; }
   U32 hashBits() const noexcept { return hashBits_; }
   U32 hashMask() const noexcept { return hashMask_; }
+  // The bank's slots: the ids it takes in a multi-width table's flat numbering.
+  U32 numSlots() const noexcept { return numBuckets_ * bucketSize_; }
 
   // The key's bucket: the hash function's raw index AND hashMask. With debugEnabled the
   // bucket is not hashed but taken from debugCrcInc (plus the bit that the 64-bit hash

@@ -84,14 +84,9 @@ U64 EntryIdHelper::getBucketState(EntryId id) {
   return bankAt(b).bucket(bucket);
 }
 
-namespace {
-// The ids of a bank: one per slot.
-U32 slotsOf(const MultiEntryTypeBank& b) noexcept { return b.numBuckets() * b.bucketSize(); }
-}  // namespace
-
 EntryId EntryIdHelper::entryIdOfPosition(U32 pos) const {
   U32 base = 0;
-  for (U32 j = 0; j < positionBank(pos); ++j) base += slotsOf(bankAt(j));
+  for (U32 j = 0; j < positionBank(pos); ++j) base += bankAt(j).numSlots();
   // The bucket term counts the table's slots per bucket, the base each bank's own.
   return EntryId(base + positionSlot(pos) + positionBucket(pos) * hashTable_->numBucketEntries());
 }
@@ -111,7 +106,7 @@ bool EntryIdHelper::findCandidateBucket(const HashEntryKey& key, EntryId eId, Ma
   U32 base = 0;
   for (U32 i = 0; i < hashTable_->numBanks(); ++i) {
     MultiEntryTypeBank& b = bankAt(i);
-    if (i > 0) base += slotsOf(bankAt(i - 1));
+    if (i > 0) base += bankAt(i - 1).numSlots();
     const U32 h = b.calcBucketId(key.crc16(), key.crc32(), type, false, 0);
     const U32* count = b.numBucketsToCheckFind(type);
     if (count == nullptr || *count == 0) continue;

@@ -157,6 +157,18 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   // The check's view of the banks and the helper, and of the key's width against every bank.
   RequestCheck missingPart() const;
   RequestCheck keyGeometry(const HashEntryKey& key) const;
+  // The steps of the check of a placement at a requested id: the bank walk to the id's
+  // candidate bucket, the position it claims (which no key may hold, whose slots must be
+  // free), and what the placement leaves hazardous.
+  struct Claim {
+    U32 bank = 0;
+    U32 bucket = 0;
+    U32 slot = 0;
+    U32 pos = 0;
+  };
+  RequestCheck candidateBucketOf(const HashEntryKey& key, EntryId eId, Claim& claim) const;
+  RequestCheck claimCheck(const HashEntryKey& key, EntryId eId, const Claim& claim) const;
+  RequestCheck claimHazards(const HashEntryKey& key, EntryId eId, const Claim& claim) const;
 
   KeyByPosition posToKey_;
   PositionByKey keyToPos_;

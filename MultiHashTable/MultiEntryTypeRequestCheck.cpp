@@ -79,16 +79,23 @@ RequestCheck MultiEntryTypeHashTable::keyGeometry(const HashEntryKey& key) const
 
 RequestCheck MultiEntryTypeHashTable::checkPlacementAt(const HashEntryKey& key, EntryId eId) const {
   if (RequestCheck missing = missingPart(); !missing.passes()) return missing;
-  const HashEntryType type = key.entryType();
+  Claim claim;
+  if (RequestCheck walk = candidateBucketOf(key, eId, claim); !walk.passes()) return walk;
+  if (RequestCheck taken = claimCheck(key, eId, claim); !taken.passes()) return taken;
+  RequestCheck verdict = RequestCheck::accepted("the key is placed at id " + idText(eId));
+  verdict.worsen(claimHazards(key, eId, claim));
+  verdict.worsen(keyGeometry(key));
+  return verdict;
+}
 
+RequestCheck MultiEntryTypeHashTable::candidateBucketOf(const HashEntryKey& key, EntryId eId, Claim& claim) const {
+  const HashEntryType type = key.entryType();
   // The EntryIdHelper's bank walk: the first bank and bucket whose range holds eId.
   bool found = false;
-  U32 matchBank = 0;
-  U32 matchBucket = 0;
   U32 base = 0;
   for (U32 i = 0; i < numBanks() && !found; ++i) {
     const MultiEntryTypeBank& b = *bankFind(i);
-    if (i > 0) base += bankFind(i - 1)->numBuckets() * bankFind(i - 1)->bucketSize();
+    if (i > 0) base += bankFind(i - 1)->numSlots();
     if (!b.selectsBuckets())
       return RequestCheck::stopsNow("0", bankText(i) + "'s hash function hashLsb selects no bucket");
     if (narrower(type, b)) return RequestCheck::stopsNow(narrowerThanBase, narrowerReason(type, i, b));
@@ -104,8 +111,8 @@ RequestCheck MultiEntryTypeHashTable::checkPlacementAt(const HashEntryKey& key, 
       const U32 end = start + b.bucketSize() / *width;
       if (start <= eId.value() && eId.value() <= end) {
         found = true;
-        matchBank = i;
-        matchBucket = h + k;
+        claim.bank = i;
+        claim.bucket = h + k;
         break;
       }
     }
@@ -115,13 +122,19 @@ RequestCheck MultiEntryTypeHashTable::checkPlacementAt(const HashEntryKey& key, 
                                   "id " + idText(eId) + " is not in one of the key's candidate buckets");
   }
 
+  const MultiEntryTypeBank& b = *bankFind(claim.bank);
+  claim.slot = eId.value() & (b.bucketSize() - 1);
+  claim.pos = packPosition(claim.bank, claim.bucket, claim.slot);
+  return RequestCheck::accepted();
+}
+
+RequestCheck MultiEntryTypeHashTable::claimCheck(const HashEntryKey& key, EntryId eId, const Claim& claim) const {
+  const HashEntryType type = key.entryType();
   // setEntryState: the position that the id names, which neither another key nor the key
   // itself may hold, and whose slots must be free.
-  const MultiEntryTypeBank& b = *bankFind(matchBank);
-  const U32 slot = eId.value() & (b.bucketSize() - 1);
-  const U32 pos = packPosition(matchBank, matchBucket, slot);
-  if (posToKeyHas(pos)) {
-    const HashEntryKey holder = posToKey(pos);
+  const MultiEntryTypeBank& b = *bankFind(claim.bank);
+  if (posToKeyHas(claim.pos)) {
+    const HashEntryKey holder = posToKey(claim.pos);
     return RequestCheck::stopsNow("!hashTable()->posToKeyHas( pos )",
                                   holder == key ? "the key already stands at id " + idText(eId) +
                                                       "'s position; delete its request before asking for an id"
@@ -133,8 +146,8 @@ RequestCheck MultiEntryTypeHashTable::checkPlacementAt(const HashEntryKey& key, 
                                       "; delete its request before asking for another id");
   }
   if (narrowerSigned(type, b))
-    return RequestCheck::stopsNow(narrowerThanBaseSigned, narrowerReason(type, matchBank, b));
-  if (!b.slotsFree(type, matchBucket, slot)) {
+    return RequestCheck::stopsNow(narrowerThanBaseSigned, narrowerReason(type, claim.bank, b));
+  if (!b.slotsFree(type, claim.bucket, claim.slot)) {
     return RequestCheck::stopsNow("\"!( bktState & mask )\" == nullptr",
                                   "the slots of id " + idText(eId) + " overlap another entry");
   }
@@ -144,7 +157,19 @@ RequestCheck MultiEntryTypeHashTable::checkPlacementAt(const HashEntryKey& key, 
     return RequestCheck::stopsNow("false", "id " + idText(eId) + " is recorded for key " + keyText(*held));
   }
 
-  RequestCheck verdict = RequestCheck::accepted("the key is placed at id " + idText(eId));
+  return RequestCheck::accepted();
+}
+
+RequestCheck MultiEntryTypeHashTable::claimHazards(const HashEntryKey& key, EntryId eId, const Claim& claim) const {
+  const MultiEntryTypeBank& b = *bankFind(claim.bank);
+  const HashEntryKey* held = hashTableEntryFind(eId);
+  const bool heldByAnother = held != nullptr && !isEmptyMarker(*held) && !(*held == key);
+  const U32 slot = claim.slot;
+  const U32 pos = claim.pos;
+  const U32 matchBank = claim.bank;
+  const U32 matchBucket = claim.bucket;
+  const HashEntryType type = key.entryType();
+  RequestCheck verdict = RequestCheck::accepted();
   const U32 width = b.entrySize(type);
   if (width > 1 && slot % width != 0) {
     verdict.worsen(RequestCheck::stopsLater(walkFindsNoStart, "id " + idText(eId) + " names slot " +
@@ -173,7 +198,6 @@ RequestCheck MultiEntryTypeHashTable::checkPlacementAt(const HashEntryKey& key, 
     verdict.worsen(RequestCheck::hazardous("id " + idText(eId) + " is recorded for key " + keyText(*held) +
                                            ", which has the same crc16 and crc32: that record is replaced"));
   }
-  verdict.worsen(keyGeometry(key));
   return verdict;
 }
 
