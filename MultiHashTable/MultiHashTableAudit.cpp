@@ -54,35 +54,36 @@ std::vector<std::string> MultiHashTable::audit() const {
   return v.take();
 }
 
-std::vector<std::string> MultiEntryTypeHashTable::audit() const {
-  Violations v;
-  const HashEntryStatus& status = *hashEntryStatus();
-  const HashEntryConfig* config = hashEntryConfig().ptr();
+namespace {
 
-  // keyToPos and posToKey are inverse to each other.
-  for (const auto& [key, pos] : keyToPosCollection()) {
-    const HashEntryKey* at = posToKeyCollection().find(pos);
+// keyToPos and posToKey are inverse to each other.
+void auditPositionMaps(const MultiEntryTypeHashTable& t, Violations& v) {
+  for (const auto& [key, pos] : t.keyToPosCollection()) {
+    const HashEntryKey* at = t.posToKeyCollection().find(pos);
     if (at == nullptr || !(*at == key))
       v.add("keyToPos: ", key, " at 0x", std::hex, pos, std::dec, " has no matching posToKey");
   }
-  for (const auto& [pos, key] : posToKeyCollection()) {
-    const U32* at = keyToPosCollection().find(key);
+  for (const auto& [pos, key] : t.posToKeyCollection()) {
+    const U32* at = t.keyToPosCollection().find(key);
     if (at == nullptr || *at != pos)
       v.add("posToKey: 0x", std::hex, pos, std::dec, " holds ", key, ", which keyToPos places elsewhere");
   }
+}
 
-  // Each placed key's slots carry its type; every used slot belongs to a placed key.
+// Each placed key's slots carry its type; every used slot belongs to a placed key; no
+// bucket is left locked.
+void auditBucketStates(const MultiEntryTypeHashTable& t, Violations& v) {
   // The state that the placed keys make, bucket by bucket, built as the bank builds it.
   struct Expected {
     BucketState state;
     bool operator==(const Expected&) const = default;
   };
   std::vector<Fwk::HashMap<U32, Expected>> expected;
-  expected.reserve(numBanks());
-  for (U32 b = 0; b < numBanks(); ++b) expected.emplace_back(b);
-  for (const auto& [key, pos] : keyToPosCollection()) {
+  expected.reserve(t.numBanks());
+  for (U32 b = 0; b < t.numBanks(); ++b) expected.emplace_back(b);
+  for (const auto& [key, pos] : t.keyToPosCollection()) {
     const U32 bankId = positionBank(pos);
-    const MultiEntryTypeBank* bank = bankId < numBanks() ? bankCollection().get(bankId).ptr() : nullptr;
+    const MultiEntryTypeBank* bank = bankId < t.numBanks() ? t.bankCollection().get(bankId).ptr() : nullptr;
     if (bank == nullptr) {
       v.add("keyToPos: ", key, " stands in bank ", bankId, ", which the table does not have");
       continue;
@@ -92,8 +93,8 @@ std::vector<std::string> MultiEntryTypeHashTable::audit() const {
     const U32 mask = bank->entryMask(key.entryType()) << (positionSlot(pos) & 31);
     e.state = e.state.with(key.entryType(), positionSlot(pos), mask, width);
   }
-  for (U32 b = 0; b < numBanks(); ++b) {
-    const MultiEntryTypeBank* bank = bankCollection().get(b).ptr();
+  for (U32 b = 0; b < t.numBanks(); ++b) {
+    const MultiEntryTypeBank* bank = t.bankCollection().get(b).ptr();
     if (bank == nullptr) continue;
     for (const auto& [bucket, state] : bank->bucketCollection()) {
       const Expected* e = expected[b].find(bucket);
@@ -109,30 +110,42 @@ std::vector<std::string> MultiEntryTypeHashTable::audit() const {
     }
     if (bank->lockedBucketss() != 0) v.add("bank ", b, ": ", bank->lockedBucketss(), " buckets left locked");
   }
+}
 
-  // The status and hashTableEntry agree with the positions.
-  for (const auto& [key, pos] : keyToPosCollection()) {
+// The status and hashTableEntry agree with the positions.
+void auditResults(const MultiEntryTypeHashTable& t, Violations& v) {
+  const HashEntryStatus& status = *t.hashEntryStatus();
+  const HashEntryConfig* config = t.hashEntryConfig().ptr();
+  for (const auto& [key, pos] : t.keyToPosCollection()) {
     const EntryId* id = status.statusFind(key);
     if (id == nullptr || !id->isValid()) {
       v.add("status: placed key ", key, " has no valid status");
       continue;
     }
     const bool requested = config != nullptr && config->config(key) == *id;
-    if (entryIdHelper() && !requested && entryIdHelper()->posToEntryId(pos) != *id) {
+    if (t.entryIdHelper() && !requested && t.entryIdHelper()->entryIdOfPosition(pos) != *id) {
       v.add("status: ", key, " at 0x", std::hex, pos, std::dec, " has id ", *id, " but its position is id ",
-            entryIdHelper()->posToEntryId(pos));
+            t.entryIdHelper()->entryIdOfPosition(pos));
     }
-    const HashEntryKey* held = hashTableEntryFind(*id);
+    const HashEntryKey* held = t.hashTableEntryFind(*id);
     if (held == nullptr || !(*held == key)) v.add("hashTableEntry: id ", *id, " does not record ", key);
   }
   for (const auto& [key, id] : status.statusCollection()) {
-    if (id.isValid() && !keyToPosHas(key)) v.add("status: ", key, " has id ", id, " but no position");
+    if (id.isValid() && !t.keyToPosHas(key)) v.add("status: ", key, " has id ", id, " but no position");
   }
-  for (const auto& [id, key] : hashTableEntryCollection()) {
+  for (const auto& [id, key] : t.hashTableEntryCollection()) {
     const EntryId* at = status.statusFind(key);
     if (at == nullptr || *at != id) v.add("hashTableEntry: id ", id, " records ", key, ", whose status differs");
   }
+}
 
+}  // namespace
+
+std::vector<std::string> MultiEntryTypeHashTable::audit() const {
+  Violations v;
+  auditPositionMaps(*this, v);
+  auditBucketStates(*this, v);
+  auditResults(*this, v);
   const U32 live = numInsertions() - numDeletions();
   if (live != keyToPosCollection().size()) {
     v.add("counters: insertions - deletions is ", live, " but ", keyToPosCollection().size(), " keys are placed");

@@ -182,7 +182,6 @@ void requireSameAttribute(std::string_view typeName, std::string_view attribute,
   throw ReinstantiationError(typeName, attribute, toText(existing), toText(requested));
 }
 
-
 // Registers a value type T (T::fromText, operator<<).
 template <class T>
 TypeInfo& registerValueType(Module& module, std::string name) {
