@@ -40,10 +40,7 @@ std::vector<std::string> with(std::vector<std::string> a, const std::vector<std:
 const std::vector<std::string> tableParameters = {"numBanks",        "numBuckets",      "numBucketEntries",
                                                   "hashEntryConfig", "hashEntryStatus", "maxRecursiveSteps"};
 
-Types registerTypes() {
-  Fwk::Module& module = Fwk::Registry::instance().moduleIs("MultiHashTable");
-  Types types;
-
+const Fwk::TypeInfo* registerHashEntryConfig(Fwk::Module& module, [[maybe_unused]] const Types& types) {
   EntityType<HashEntryConfig> config(module, "TesselCentral::HashEntryConfig");
   config.collection<&HashEntryConfig::configCollection>(own, "config", "HashEntryKey -> EntryId", mutableAttr)
       .operation<&HashEntryConfig::configIs>(own + 1, "configIs", {"key", "id"})
@@ -53,8 +50,10 @@ Types registerTypes() {
       .operation<static_cast<EntryId (HashEntryConfig::*)(const HashEntryKey&) const noexcept>(
           &HashEntryConfig::config)>(own + 5, "configOf", {"key"})
       .factory<&hashEntryConfigFactory>({});
-  types.config = &config.info();
+  return &config.info();
+}
 
+const Fwk::TypeInfo* registerHashEntryStatus(Fwk::Module& module, [[maybe_unused]] const Types& types) {
   EntityType<HashEntryStatus> status(module, "TesselCentral::HashEntryStatus");
   status.collection<&HashEntryStatus::statusCollection>(own, "status", "HashEntryKey -> EntryId", mutableAttr)
       .operation<&HashEntryStatus::statusIs>(own + 1, "statusIs", {"key", "id"})
@@ -64,8 +63,10 @@ Types registerTypes() {
       .operation<static_cast<EntryId (HashEntryStatus::*)(const HashEntryKey&) const noexcept>(
           &HashEntryStatus::status)>(own + 5, "statusOf", {"key"})
       .factory<&hashEntryStatusFactory>({});
-  types.status = &status.info();
+  return &status.info();
+}
 
+const Fwk::TypeInfo* registerMultiHashTableBase(Fwk::Module& module, [[maybe_unused]] const Types& types) {
   EntityType<MultiHashTableBase> base(module, "TesselCentral::MultiHashTableBase");
   base.attribute<&MultiHashTableBase::numBanks>(own, "numBanks", constructorSet)
       .attribute<&MultiHashTableBase::numBuckets>(own + 1, "numBuckets", constructorSet)
@@ -96,8 +97,10 @@ Types registerTypes() {
       .operation<&MultiHashTableBase::resyncProblem>(own + 24, "resyncProblem", {})
       .operation<&MultiHashTableBase::reconcile>(own + 25, "reconcile", {})
       .factory<&multiHashTableBaseFactory>(tableParameters);
-  types.tableBase = &base.info();
+  return &base.info();
+}
 
+const Fwk::TypeInfo* registerBank(Fwk::Module& module, [[maybe_unused]] const Types& types) {
   EntityType<Bank> bank(module, "TesselCentral::Bank");
   bank.attribute<&Bank::baseEntryType>(own, "baseEntryType", constructorSet)
       .attribute<&Bank::bankId>(own + 1, "bankId", constructorSet)
@@ -110,8 +113,10 @@ Types registerTypes() {
       .operation<&Bank::calcBucketId>(own + 8, "calcBucketId",
                                       {"crc16", "crc32", "entryType", "debugEnabled", "debugCrcInc"})
       .factory<&bankFactory>(bankParameters);
-  types.bank = &bank.info();
+  return &bank.info();
+}
 
+const Fwk::TypeInfo* registerMultiHashTable(Fwk::Module& module, [[maybe_unused]] const Types& types) {
   EntityType<MultiHashTable> single(module, "TesselCentral::MultiHashTable", types.tableBase);
   single.attribute<&MultiHashTable::bucketSpanBanks>(added, "bucketSpanBanks", constructorSet)
       .collection<&MultiHashTable::bankCollection>(added + 1, "bank", "U32 -> Bank", mutableAttr)
@@ -122,8 +127,10 @@ Types registerTypes() {
       .operation<&MultiHashTable::rehashEntry>(added + 6, "rehashEntry",
                                                {"eId", "targetBank", "stepsRemaining", "entryType"})
       .factory<&multiHashTableFactory>(with(tableParameters, {"bucketSpanBanks"}));
-  types.singleWideTable = &single.info();
+  return &single.info();
+}
 
+const Fwk::TypeInfo* registerMultiEntryTypeBank(Fwk::Module& module, [[maybe_unused]] const Types& types) {
   EntityType<MultiEntryTypeBank> multiBank(module, "TesselCentral::MultiEntryTypeBank", types.bank);
   multiBank.attribute<&MultiEntryTypeBank::phyBankId>(added, "phyBankId", constructorSet)
       .attribute<&MultiEntryTypeBank::doubleEntryTwoBucketMode>(added + 1, "doubleEntryTwoBucketMode", constructorSet)
@@ -152,8 +159,10 @@ Types registerTypes() {
       .operation<&MultiEntryTypeBank::lockedBucketsIs>(added + 13, "lockedBucketsIs", {"bucketId"})
       .operation<&MultiEntryTypeBank::lockedBucketsDel>(added + 14, "lockedBucketsDel", {"bucketId"})
       .factory<&multiEntryTypeBankFactory>(with(bankParameters, {"phyBankId", "doubleEntryTwoBucketMode"}));
-  types.multiEntryTypeBank = &multiBank.info();
+  return &multiBank.info();
+}
 
+const Fwk::TypeInfo* registerMultiEntryTypeHashTable(Fwk::Module& module, [[maybe_unused]] const Types& types) {
   EntityType<MultiEntryTypeHashTable> multi(module, "TesselCentral::MultiEntryTypeHashTable", types.tableBase);
   multi.collection<&MultiEntryTypeHashTable::posToKeyCollection>(added, "posToKey", "U32 -> HashEntryKey", mutableAttr)
       .collection<&MultiEntryTypeHashTable::keyToPosCollection>(added + 1, "keyToPos", "HashEntryKey -> U32",
@@ -171,8 +180,10 @@ Types registerTypes() {
                                                               {"key", "origBank", "step"})
       .operation<&MultiEntryTypeHashTable::doAddOrMoveEntry>(added + 11, "doAddOrMoveEntry", {"key", "newPos", "move"})
       .factory<&multiEntryTypeHashTableFactory>(tableParameters);
-  types.multiWidthTable = &multi.info();
+  return &multi.info();
+}
 
+const Fwk::TypeInfo* registerEntryIdHelper(Fwk::Module& module, [[maybe_unused]] const Types& types) {
   EntityType<EntryIdHelper> helper(module, "TesselCentral::EntryIdHelper");
   helper.attribute<&EntryIdHelper::hashTable>(own, "hashTable", constructorSet)
       .operation<&EntryIdHelper::entryIdToPos>(own + 1, "entryIdToPos", {"id"})
@@ -186,8 +197,22 @@ Types registerTypes() {
       .operation<&EntryIdHelper::checkEntryIdValidity>(own + 9, "checkEntryIdValidity", {"key", "eId"})
       .operation<&EntryIdHelper::setEntryState>(own + 10, "setEntryState", {"key", "eId"})
       .factory<&entryIdHelperFactory>({"hashTable"});
-  types.entryIdHelper = &helper.info();
+  return &helper.info();
+}
 
+// In the order of the types' indices within the module; each base before the types
+// derived from it.
+Types registerTypes() {
+  Fwk::Module& module = Fwk::Registry::instance().moduleIs("MultiHashTable");
+  Types types;
+  types.config = registerHashEntryConfig(module, types);
+  types.status = registerHashEntryStatus(module, types);
+  types.tableBase = registerMultiHashTableBase(module, types);
+  types.bank = registerBank(module, types);
+  types.singleWideTable = registerMultiHashTable(module, types);
+  types.multiEntryTypeBank = registerMultiEntryTypeBank(module, types);
+  types.multiWidthTable = registerMultiEntryTypeHashTable(module, types);
+  types.entryIdHelper = registerEntryIdHelper(module, types);
   return types;
 }
 
