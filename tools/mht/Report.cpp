@@ -145,31 +145,11 @@ std::string cellColour(const BucketCell& c, U32 slots) {
 
 }  // namespace
 
-void writeSvgReport(const SimulationOptions& o, const SimulationResult& r, std::ostream& out) {
-  const double cell = 4;
-  const double gap = 24;
-  std::vector<std::pair<U32, U32>> grids;  // columns, rows per bank
-  double mapWidth = 0, mapHeight = 0;
-  for (const auto& bank : r.occupancy) {
-    const U32 n = static_cast<U32>(bank.size());
-    const U32 cols = std::max<U32>(1, static_cast<U32>(std::ceil(std::sqrt(static_cast<double>(n)))));
-    const U32 rows = (n + cols - 1) / cols;
-    grids.emplace_back(cols, rows);
-    mapWidth += cols * cell + gap;
-    mapHeight = std::max(mapHeight, rows * cell);
-  }
-  const double chartWidth = std::max(600.0, mapWidth);
-  const double chartHeight = 220;
-  const double width = std::max(mapWidth, chartWidth + 36) + 2 * gap;
-  const double height = 60 + mapHeight + 60 + chartHeight + 60;
+namespace {
 
-  out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-  out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << width << "\" height=\"" << height
-      << "\" font-family=\"sans-serif\" font-size=\"12\">\n";
-  out << "<rect width=\"100%\" height=\"100%\" fill=\"#fafafa\"/>\n";
-  out << "<text x=\"" << gap << "\" y=\"24\" font-size=\"16\">Bucket occupancy per bank (" << o.table.numBanks << " x "
-      << o.table.numBuckets << " x " << o.table.numBucketEntries
-      << "): blue single, green double, orange quad; darker is fuller</text>\n";
+// One grid of bucket cells per bank, side by side from x = gap, 56 down.
+void writeOccupancyMaps(const SimulationOptions& o, const SimulationResult& r,
+                        const std::vector<std::pair<U32, U32>>& grids, double cell, double gap, std::ostream& out) {
   double x = gap;
   const U32 slots = o.table.numBucketEntries;
   for (std::size_t b = 0; b < r.occupancy.size(); ++b) {
@@ -188,12 +168,12 @@ void writeSvgReport(const SimulationOptions& o, const SimulationResult& r, std::
     out << "</g>\n";
     x += cols * cell + gap;
   }
+}
 
-  // Fill ratio over requests, with a tick under each request that moved entries.
-  const double top = 56 + mapHeight + 50;
-  const U64 last = r.timeline.empty() ? 1 : std::max<U64>(1, r.timeline.back().request);
-  out << "<text x=\"" << gap << "\" y=\"" << top - 12
-      << "\" font-size=\"16\">Fill ratio over requests; red ticks: requests that moved entries</text>\n";
+// The fill ratio over the requests, a tick under each request that moved entries, and the
+// first failure, in a chart whose top left corner is at (gap, top).
+void writeFillChart(const SimulationResult& r, U64 last, double top, double gap, double chartWidth, double chartHeight,
+                    std::ostream& out) {
   const double axis = 36;  // room for the percentage labels
   out << "<g transform=\"translate(" << gap + axis << "," << top << ")\">\n";
   out << "<rect width=\"" << chartWidth << "\" height=\"" << chartHeight
@@ -224,6 +204,43 @@ void writeSvgReport(const SimulationOptions& o, const SimulationResult& r, std::
   out << "<text x=\"" << chartWidth / 2 << "\" y=\"" << chartHeight + 20 << "\" text-anchor=\"middle\">requests ("
       << last << ")</text>\n";
   out << "</g>\n</svg>\n";
+}
+
+}  // namespace
+
+void writeSvgReport(const SimulationOptions& o, const SimulationResult& r, std::ostream& out) {
+  const double cell = 4;
+  const double gap = 24;
+  std::vector<std::pair<U32, U32>> grids;  // columns, rows per bank
+  double mapWidth = 0, mapHeight = 0;
+  for (const auto& bank : r.occupancy) {
+    const U32 n = static_cast<U32>(bank.size());
+    const U32 cols = std::max<U32>(1, static_cast<U32>(std::ceil(std::sqrt(static_cast<double>(n)))));
+    const U32 rows = (n + cols - 1) / cols;
+    grids.emplace_back(cols, rows);
+    mapWidth += cols * cell + gap;
+    mapHeight = std::max(mapHeight, rows * cell);
+  }
+  const double chartWidth = std::max(600.0, mapWidth);
+  const double chartHeight = 220;
+  const double width = std::max(mapWidth, chartWidth + 36) + 2 * gap;
+  const double height = 60 + mapHeight + 60 + chartHeight + 60;
+
+  out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+  out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << width << "\" height=\"" << height
+      << "\" font-family=\"sans-serif\" font-size=\"12\">\n";
+  out << "<rect width=\"100%\" height=\"100%\" fill=\"#fafafa\"/>\n";
+  out << "<text x=\"" << gap << "\" y=\"24\" font-size=\"16\">Bucket occupancy per bank (" << o.table.numBanks << " x "
+      << o.table.numBuckets << " x " << o.table.numBucketEntries
+      << "): blue single, green double, orange quad; darker is fuller</text>\n";
+  writeOccupancyMaps(o, r, grids, cell, gap, out);
+
+  // Fill ratio over requests, with a tick under each request that moved entries.
+  const double top = 56 + mapHeight + 50;
+  const U64 last = r.timeline.empty() ? 1 : std::max<U64>(1, r.timeline.back().request);
+  out << "<text x=\"" << gap << "\" y=\"" << top - 12
+      << "\" font-size=\"16\">Fill ratio over requests; red ticks: requests that moved entries</text>\n";
+  writeFillChart(r, last, top, gap, chartWidth, chartHeight, out);
 }
 
 }  // namespace mht
