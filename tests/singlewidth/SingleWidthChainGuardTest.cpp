@@ -91,15 +91,11 @@ TEST(ChainGuard, TheRefusedMoveIsTracedAtLevelTwoAfterTheCallsOwnOpeningLine) {
 
 TEST(ChainGuard, WithABudgetOfThreeOrLessNoMoveIsEverRefused) {
   for (U32 steps = 0; steps <= 3; ++steps) {
-    Ptr<HashEntryConfig> config = hashEntryConfigFactory();
-    Ptr<HashEntryStatus> status = hashEntryStatusFactory();
-    Ptr<MultiHashTable> table = multiHashTableFactory(2, 4, 2, config, status, steps, false);
-    table->bankIs(HashEntryType::singleWide, 0, 4, 2, HashFunc::hashCrc32Lower, 0, 0, 3);
-    table->bankIs(HashEntryType::singleWide, 1, 4, 2, HashFunc::hashCrc16Lower, 0, 0, 3);
+    Tables t = makeTable(2, 4, 2, steps);
     TraceCapture capture(levelBit(2));
     std::mt19937 rng(steps + 1);
     for (int i = 0; i < 40; ++i) {
-      config->configIs(
+      t.config->configIs(
           HashEntryKey(static_cast<U16>(1 + rng() % 997), static_cast<U32>(rng()), 1, HashEntryType::singleWide),
           EntryId());
     }
