@@ -94,6 +94,9 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   void entryIdHelperIs(Ptr<EntryIdHelper> helper);
 
   void hasNotificationActiveIs(bool active) override;
+  // Only the depth-first search exists for the multi-width table so far: breadthFirst is
+  // refused with Fwk::RangeError, and the table keeps its search.
+  void moveSearchIs(MoveSearch search) override;
 
   // The first free position for the key in its buckets, banks in ascending order, skipping
   // origBank and banks whose candidate buckets are locked; reserved in the bucket state.

@@ -22,6 +22,7 @@ constexpr U32 configSeed = 0xC0F16A11u;
 constexpr U32 statusSeed = 0x57A7F5E5u;
 constexpr U32 hashTableEntrySeed = 0xE27E1D00u;
 constexpr U32 singleWideBankSeed = 0xBA2C0001u;
+constexpr U32 moveSearchVisitedSeed = 0x5EA2C4EDu;
 
 }  // namespace
 
@@ -293,7 +294,8 @@ MultiHashTable::MultiHashTable(U32 numBanks, U32 numBuckets, U32 numBucketEntrie
     : MultiHashTableBase(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig), std::move(hashEntryStatus),
                          maxRecursiveSteps),
       bucketSpanBanks_(bucketSpanBanks),
-      bank_(singleWideBankSeed) {
+      bank_(singleWideBankSeed),
+      visited_(moveSearchVisitedSeed) {
   // A chain holds one link per step and one more; reserved once so that no placement allocates.
   rehashChain_.reserve(std::size_t{std::min<U32>(maxRecursiveSteps, 63)} + 1);
   handleInitialized();
@@ -385,7 +387,10 @@ U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep)
     return 0;
   }
   if (first.found == FirstPass::freeSlot) chosen = first.eId;
-  if (!chosen && numBanks() >= 2) chosen = secondPass(key, recursionStep, __PRETTY_FUNCTION__);
+  if (!chosen && numBanks() >= 2) {
+    chosen = moveSearch() == MoveSearch::breadthFirst ? shortestMoves(key, recursionStep)
+                                                      : secondPass(key, recursionStep, __PRETTY_FUNCTION__);
+  }
 
   if (!chosen) {
     MHT_TRACE(2, "insertEntry"
@@ -440,6 +445,74 @@ std::optional<EntryId> MultiHashTable::secondPass(const HashEntryKey& key, U32 r
     }
   }
   return std::nullopt;
+}
+
+std::optional<EntryId> MultiHashTable::shortestMoves(const HashEntryKey& key, U32 maxMoves) {
+  // Breadth first over the slots whose occupants would move: the key's candidates first,
+  // then the slots of their occupants' buckets in the other banks, level by level, banks and
+  // slots in ascending order. The first free slot reached ends the shortest sequence of
+  // moves; among sequences of one length the first in that order wins.
+  moveNodes_.clear();
+  visited_.delAll();
+  const auto visit = [this](EntryId e, U32 bank, U32 parent, U32 moves) {
+    if (moveNodes_.size() >= maxMoveSearchSlots || !visited_.findOrInsert(e).second) return;
+    moveNodes_.push_back(MoveNode{e, bank, parent, moves});
+  };
+  for (U32 b = 0; b < numBanks(); ++b) {
+    const U32 bucket = bucketOf(key, b);
+    for (U32 s = 0; s < numBucketEntries(); ++s)
+      visit(entryIdOf(b, bucket, SlotId(static_cast<U8>(s))), b, noParent, 0);
+  }
+  for (U32 i = 0; i < moveNodes_.size(); ++i) {
+    const MoveNode node = moveNodes_[i];
+    if (node.moves + 1 > maxMoves) continue;
+    const HashEntryKey* occupant = hashTableEntryFind(node.eId);
+    if (occupant == nullptr) continue;  // freed meanwhile: nothing of this search moves
+    const HashEntryKey moving = *occupant;
+    for (U32 t = 0; t < numBanks(); ++t) {
+      if (t == node.bank) continue;
+      const U32 bucket = bucketOf(moving, t);
+      for (U32 s = 0; s < numBucketEntries(); ++s) {
+        const EntryId target = entryIdOf(t, bucket, SlotId(static_cast<U8>(s)));
+        // As for the depth-first search, only a slot that no key holds is free.
+        if (!hashTableEntryHas(target)) {
+          MHT_TRACE_IN("insertEntry", 2,
+                       "insertEntry"
+                           << " breadth-first search: " << moveNodes_.size() << " slots examined, " << node.moves + 1
+                           << " moves to eId: " << target);
+          applyMoves(i, target);
+          U32 root = i;
+          while (moveNodes_[root].parent != noParent) root = moveNodes_[root].parent;
+          return moveNodes_[root].eId;
+        }
+        visit(target, t, i, node.moves + 1);
+      }
+    }
+  }
+  MHT_TRACE_IN("insertEntry", 2,
+               "insertEntry"
+                   << " breadth-first search: " << moveNodes_.size() << " slots examined, no free slot within "
+                   << maxMoves << " moves");
+  return std::nullopt;
+}
+
+void MultiHashTable::applyMoves(U32 last, EntryId freeSlot) {
+  // From the free end backwards: each occupant is recorded and published at its new id
+  // before the slot it leaves is freed for the next one, so that no id ever holds two keys
+  // and no status names a slot that its key does not hold.
+  EntryId target = freeSlot;
+  for (U32 i = last; i != noParent; i = moveNodes_[i].parent) {
+    const EntryId from = moveNodes_[i].eId;
+    const HashEntryKey moving = hashTableEntry(from);
+    hashTableEntryIs(target, moving);
+    hashEntryStatus()->statusIs(moving, target);
+    hashTableEntryDel(from);
+    numMovesInc(1);
+    MHT_TRACE_IN("insertEntry", 2,
+                 "insertEntry"
+                     << " breadth-first move key: " << moving << " from eId: " << from << " to eId: " << target);
+    target = from;
+  }
 }
 
 bool MultiHashTable::rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining, HashEntryType entryType) {

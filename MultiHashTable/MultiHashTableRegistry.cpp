@@ -96,6 +96,8 @@ const Fwk::TypeInfo* registerMultiHashTableBase(Fwk::Module& module, [[maybe_unu
       .operation<&MultiHashTableBase::resyncCheck>(own + 23, "resyncCheck", {})
       .operation<&MultiHashTableBase::resyncProblem>(own + 24, "resyncProblem", {})
       .operation<&MultiHashTableBase::reconcile>(own + 25, "reconcile", {})
+      .attribute<&MultiHashTableBase::moveSearch>(own + 26, "moveSearch", mutableAttr)
+      .operation<&MultiHashTableBase::moveSearchIs>(own + 27, "moveSearchIs", {"moveSearch"})
       .factory<&multiHashTableBaseFactory>(tableParameters);
   return &base.info();
 }

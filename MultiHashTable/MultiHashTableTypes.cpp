@@ -30,7 +30,15 @@ constexpr std::array<std::pair<std::uint64_t, std::string_view>, 4> hashEntryTyp
     {4, "quadWide"},
 }};
 
+constexpr std::array<std::pair<std::uint64_t, std::string_view>, 2> moveSearchNames{{
+    {0, "depthFirst"},
+    {1, "breadthFirst"},
+}};
+
 }  // namespace
+
+std::string stringValue(MoveSearch m) { return Fwk::stringValue(m); }
+std::ostream& operator<<(std::ostream& os, MoveSearch m) { return os << Fwk::stringValue(m); }
 
 std::ostream& operator<<(std::ostream& os, SlotId slot) { return os << static_cast<unsigned>(slot.value()); }
 
@@ -108,7 +116,8 @@ std::ostream& operator<<(std::ostream& os, EntryId id) {
 
 namespace {
 
-// The module's types, in their fixed order: HashFunc is type 0, HashEntryType type 1.
+// The module's types, in their fixed order: HashFunc is type 0, HashEntryType type 1,
+// MoveSearch, added later, the last.
 [[maybe_unused]] const bool registered = [] {
   Fwk::Module& module = Fwk::Registry::instance().moduleIs("MultiHashTableTypes");
   Fwk::registerEnumType<HashFunc>(module);
@@ -122,6 +131,7 @@ namespace {
   Fwk::TypeInfo& id = Fwk::registerValueType<EntryId>(module, std::string(EntryId::typeName()));
   id.attributeIs({Fwk::firstValueAttrId + 0, "value", "U32", Fwk::mutableAttr, {}, {}, {}});
   Fwk::registerValueType<SlotId>(module, std::string(SlotId::typeName()));
+  Fwk::registerEnumType<MoveSearch>(module);
   return true;
 }();
 
@@ -138,6 +148,11 @@ const EnumInfo& EnumTraits<TesselCentral::HashFunc>::info() noexcept {
 
 const EnumInfo& EnumTraits<TesselCentral::HashEntryType>::info() noexcept {
   static const EnumInfo info{"TesselCentral::HashEntryType", TesselCentral::hashEntryTypeNames};
+  return info;
+}
+
+const EnumInfo& EnumTraits<TesselCentral::MoveSearch>::info() noexcept {
+  static const EnumInfo info{"TesselCentral::MoveSearch", TesselCentral::moveSearchNames};
   return info;
 }
 

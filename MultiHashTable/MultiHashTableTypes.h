@@ -67,10 +67,22 @@ enum class HashEntryType : U32 {
   quadWide = 4,
 };
 
+// How a table searches for room when every candidate slot of a key is taken.
+//  - depthFirst: the table's own search, slot order first, each level within the step
+//    budget (the default);
+//  - breadthFirst: the shortest sequence of moves that ends at a free slot, applied from
+//    its free end backwards.
+enum class MoveSearch : U8 {
+  depthFirst = 0,
+  breadthFirst = 1,
+};
+
 std::ostream& operator<<(std::ostream& os, HashFunc f);
 std::ostream& operator<<(std::ostream& os, HashEntryType t);
+std::ostream& operator<<(std::ostream& os, MoveSearch m);
 std::string stringValue(HashFunc f);
 std::string stringValue(HashEntryType t);
+std::string stringValue(MoveSearch m);
 
 // What the client knows of an entry: its precomputed hashes, its chip instance and its
 // width. Immutable; copied by value everywhere. The default key {0, 0, 0, singleWide}
@@ -192,6 +204,10 @@ struct EnumTraits<TesselCentral::HashFunc> {
 };
 template <>
 struct EnumTraits<TesselCentral::HashEntryType> {
+  static const EnumInfo& info() noexcept;
+};
+template <>
+struct EnumTraits<TesselCentral::MoveSearch> {
   static const EnumInfo& info() noexcept;
 };
 }  // namespace Fwk

@@ -102,6 +102,21 @@ class MultiHashTable : public MultiHashTableBase {
   FirstPass firstPass(const HashEntryKey& key) const;
   // `caller` is insertEntry's signature, which a broken invariant here reports.
   std::optional<EntryId> secondPass(const HashEntryKey& key, U32 recursionStep, const char* caller);
+
+  // The breadth-first search for room: the shortest sequence of at most maxMoves moves
+  // that ends at a free slot, applied from its free end backwards; the key's candidate
+  // slot that it frees, or nothing. It examines at most maxMoveSearchSlots slots.
+  std::optional<EntryId> shortestMoves(const HashEntryKey& key, U32 maxMoves);
+  // A slot of the search: its id and bank, the slot whose occupant would move into it
+  // (noParent for the key's own candidates), and the moves that free it.
+  static constexpr U32 noParent = 0xFFFFFFFF;
+  struct MoveNode {
+    EntryId eId;
+    U32 bank;
+    U32 parent;
+    U32 moves;
+  };
+  void applyMoves(U32 last, EntryId freeSlot);
   U32 bucketOf(const HashEntryKey& key, U32 bankId) const;
 
   // The entries whose keys the running rehashEntry calls of one placement are moving,
@@ -130,6 +145,10 @@ class MultiHashTable : public MultiHashTableBase {
   // The first banks by id, the placement loops' fast path; the collection holds the references.
   std::array<Bank*, 256> bankIndex_{};
   bool initialized_ = false;
+  // The breadth-first search's slots and the set of those seen, kept between placements so
+  // that a search allocates only while they grow to their largest.
+  std::vector<MoveNode> moveNodes_;
+  Fwk::HashMap<EntryId, bool> visited_;
 };
 
 Ptr<MultiHashTable> multiHashTableFactory(U32 numBanks, U32 numBuckets, U32 numBucketEntries,

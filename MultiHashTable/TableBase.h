@@ -21,6 +21,12 @@ namespace TesselCentral {
 // full, and it is allocated by the first placement, not by the table's creation.
 inline constexpr U32 maxDenseTableSlots = U32{1} << 22;
 
+// The most slots that one breadth-first search for room examines (moveSearch
+// breadthFirst): with 4 banks of 4-slot buckets, the key's 16 candidates, the 192 slots one
+// move away and most of those two moves away. A placement's work stays bounded whatever
+// the step budget.
+inline constexpr U32 maxMoveSearchSlots = 2048;
+
 // Table base and the config reaction
 
 class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
@@ -44,6 +50,10 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
   U32 maxRecursiveSteps() const noexcept { return maxRecursiveSteps_; }
   SlotId fapId() const noexcept { return fapId_; }
   void fapIdIs(SlotId fapId) noexcept { fapId_ = fapId; }
+
+  // How the table searches for room; takes effect from the next placement.
+  MoveSearch moveSearch() const noexcept { return moveSearch_; }
+  virtual void moveSearchIs(MoveSearch search) { moveSearch_ = search; }
 
   U32 numInsertions() const noexcept { return numInsertions_; }
   U32 numDeletions() const noexcept { return numDeletions_; }
@@ -163,6 +173,7 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
   U32 numDeletions_ = 0;
   U32 numMoves_ = 0;
   KeyByEntryId hashTableEntry_;
+  MoveSearch moveSearch_ = MoveSearch::depthFirst;
 };
 
 Ptr<MultiHashTableBase> multiHashTableBaseFactory(U32 numBanks, U32 numBuckets, U32 numBucketEntries,

@@ -67,9 +67,11 @@ void perOperation(benchmark::State& state, U64 operations) {
 }
 
 // Placement (configIs with the invalid id) while filling from `from` to `to` of capacity.
-void BM_Place(benchmark::State& state, TableKind kind, double from, double to) {
+void BM_Place(benchmark::State& state, TableKind kind, double from, double to,
+              MoveSearch search = MoveSearch::depthFirst) {
   const U32 buckets = static_cast<U32>(state.range(0));
-  const TableSpec shape = geometry(kind, buckets);
+  TableSpec shape = geometry(kind, buckets);
+  shape.moveSearch = search;
   const U64 capacity = U64{shape.numBanks} * buckets * shape.numBucketEntries;
   const auto keys = keysFor(kind, capacity);
   U64 operations = 0;
@@ -162,9 +164,10 @@ void BM_PlaceAtId(benchmark::State& state) {
 }
 
 // At 85 % fill: delete a random placed key, request a new one.
-void BM_Churn(benchmark::State& state, TableKind kind) {
+void BM_Churn(benchmark::State& state, TableKind kind, MoveSearch search = MoveSearch::depthFirst) {
   const U32 buckets = static_cast<U32>(state.range(0));
-  const TableSpec shape = geometry(kind, buckets);
+  TableSpec shape = geometry(kind, buckets);
+  shape.moveSearch = search;
   const U64 capacity = U64{shape.numBanks} * buckets * shape.numBucketEntries;
   const auto keys = keysFor(kind, capacity * 3);
   constexpr U64 pairs = 20000;
@@ -329,6 +332,16 @@ BENCHMARK_CAPTURE(BM_Lookup, multi, TableKind::multi)->Arg(defaultBuckets)->Unit
 BENCHMARK(BM_PlaceAtId)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Churn, single, TableKind::single)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Churn, multi, TableKind::multi)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
+// The single-width table with the breadth-first search for room.
+BENCHMARK_CAPTURE(BM_Place, single_breadth_first_0_50, TableKind::single, 0.0, 0.5, MoveSearch::breadthFirst)
+    ->Arg(defaultBuckets)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Place, single_breadth_first_50_90, TableKind::single, 0.5, 0.9, MoveSearch::breadthFirst)
+    ->Arg(defaultBuckets)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Churn, single_breadth_first, TableKind::single, MoveSearch::breadthFirst)
+    ->Arg(defaultBuckets)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_BaselineInsert)->Apply(scaling)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_BaselineErase)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_BaselineFind)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);

@@ -139,7 +139,7 @@ TEST(Registry, EveryEnumeratorRoundTripsThroughNormalise) {
       EXPECT_EQ(type->enumInfo->value(name, "attr"), value);
     }
   }
-  EXPECT_EQ(enumerations, 2);
+  EXPECT_EQ(enumerations, 3);
 }
 
 TEST(Registry, EveryRegisteredValueTypeRoundTripsThroughNormalise) {

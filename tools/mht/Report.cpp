@@ -41,6 +41,7 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
   out << "table      " << kindName(t.kind) << ", " << t.numBanks << " banks x " << t.numBuckets << " buckets x "
       << t.numBucketEntries << " slots = " << r.capacity << " slots, maxRecursiveSteps " << t.maxRecursiveSteps;
   if (t.kind == TableKind::single) out << (t.bucketSpanBanks ? ", bucket-major ids" : ", bank-major ids");
+  if (t.moveSearch == MoveSearch::breadthFirst) out << ", breadth-first moves";
   if (t.kind == TableKind::multi && !o.banks.empty() && o.banks[0].doubleEntryTwoBucketMode)
     out << ", doubleEntryTwoBucketMode";
   out << '\n';
@@ -110,6 +111,7 @@ void writeJsonReport(const SimulationOptions& o, const SimulationResult& r, std:
              {"numBucketEntries", t.numBucketEntries},
              {"maxRecursiveSteps", t.maxRecursiveSteps},
              {"bucketSpanBanks", t.bucketSpanBanks},
+             {"moveSearch", stringValue(t.moveSearch)},
              {"capacity", r.capacity},
              {"banks", banks}}},
            {"keys",

@@ -25,6 +25,7 @@ TableSession::TableSession(const TableSpec& shape)
     multi_->entryIdHelperIs(entryIdHelperFactory(multi_));
     base_ = multi_.ptr();
   }
+  base_->moveSearchIs(shape.moveSearch);
 }
 
 TableSession::~TableSession() {

@@ -34,6 +34,7 @@ struct TableSpec {
   U32 numBucketEntries = 0;
   U32 maxRecursiveSteps = 0;
   bool bucketSpanBanks = false;  // single-width tables only
+  MoveSearch moveSearch = MoveSearch::depthFirst;
 };
 
 // One table and its collections. The multi-width table gets its EntryIdHelper at once;

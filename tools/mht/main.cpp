@@ -81,6 +81,7 @@ WidthMix parseMix(const std::string& text) {
 // mht simulate: its options as the command line gives them, and the simulation they ask for.
 struct SimulateCommand {
   std::string kind = "multi";
+  std::string moveSearch = "depth-first";
   TableSpec table{TableKind::multi, 4, 4096, 4, 3, false};
   bool twoBucketMode = false;
   std::vector<std::string> bankHashes;
@@ -108,6 +109,9 @@ struct SimulateCommand {
     sim.add_option("--steps", table.maxRecursiveSteps, "maxRecursiveSteps, the move budget")
         ->check(CLI::Range(0, 16))
         ->capture_default_str();
+    sim.add_option("--move-search", moveSearch, "how room is made: the depth-first search or the shortest moves")
+        ->check(CLI::IsMember({"depth-first", "breadth-first"}))
+        ->capture_default_str();
     sim.add_flag("--bucket-span-banks", table.bucketSpanBanks, "single-width: number ids bucket-major");
     sim.add_flag("--double-entry-two-bucket-mode", twoBucketMode, "multi-width: wide entries use bucket groups");
     sim.add_option("--bank-hash", bankHashes,
@@ -131,6 +135,10 @@ struct SimulateCommand {
   // The table's shape, checked against what the tables can be.
   void checkTable() {
     table.kind = kind == "single" ? TableKind::single : TableKind::multi;
+    table.moveSearch = moveSearch == "breadth-first" ? MoveSearch::breadthFirst : MoveSearch::depthFirst;
+    if (table.kind == TableKind::multi && table.moveSearch == MoveSearch::breadthFirst) {
+      throw CLI::ValidationError("--move-search", "the multi-width table searches depth-first only");
+    }
     if (table.kind == TableKind::multi && table.numBucketEntries > 4) {
       throw CLI::ValidationError("--slots", "a multi-width table's bucket state serves at most 4 slots");
     }
