@@ -125,7 +125,8 @@ class OneKeyPerId : public Fwk::Reactor {
       if (!id.isValid()) continue;
       const auto [at, added] = holder.emplace(id.value(), k);
       if (!added) violations.push_back("id " + std::to_string(id.value()) + " is published for two keys");
-      if (!(table_.hashTableEntry(id) == k)) violations.push_back("id " + std::to_string(id.value()) + " does not hold its key");
+      if (!(table_.hashTableEntry(id) == k))
+        violations.push_back("id " + std::to_string(id.value()) + " does not hold its key");
     }
   }
   int publications = 0;
@@ -157,8 +158,10 @@ TEST(BreadthFirst, NoIdHoldsTwoKeysAtAnyPublicationAndTheAuditStaysClean) {
           if (!used.insert({crc16, crc32}).second) continue;
           const HashEntryKey k = key(crc16, crc32);
           t.request(k);
-          if (t.at(k).isValid()) placed.push_back(k);
-          else t.config->configDel(k);
+          if (t.at(k).isValid())
+            placed.push_back(k);
+          else
+            t.config->configDel(k);
         }
         const std::vector<std::string> audit = t.table->audit();
         ASSERT_TRUE(audit.empty()) << "steps " << steps << " banks " << banks << ": " << audit.front();
