@@ -53,10 +53,10 @@ packages: setup
 	@lintian --fail-on error,warning --suppress-tags-from-file packaging/lintian-accepted build/release/packages/*.deb
 	@echo "packages: lintian found nothing beyond packaging/lintian-accepted"
 
-# The layout of .clang-format: `make format` applies it, `make format-check` (CI) fails on
+# The layout of .clang-format: `make format` applies it (to new files too), `make format-check` (CI) fails on
 # any file that differs from it.
 .PHONY: format format-check
-FORMAT_FILES = $(shell git ls-files '*.cpp' '*.h' | grep -v '^fuzz/corpus\|^fuzz/regressions')
+FORMAT_FILES = $(shell git ls-files --cached --others --exclude-standard '*.cpp' '*.h' | grep -v '^fuzz/corpus\|^fuzz/regressions')
 
 format:
 	@clang-format -i $(FORMAT_FILES)
