@@ -76,7 +76,8 @@ TEST(ReplayErrors, ANonNumberNamesTheField) {
 TEST(ReplayErrors, AnUnknownVerbIsReported) {
   const Outcome o = replay(singleTable + "put 1 2 0 singleWide any\n");
   EXPECT_EQ(o.exitCode, 1);
-  EXPECT_EQ(o.err, "requests.txt:4: unknown verb 'put' (table, bank, set, del, resync, reconcile, trace)\n");
+  EXPECT_EQ(o.err,
+            "requests.txt:4: unknown verb 'put' (table, bank, moveSearch, set, del, resync, reconcile, trace)\n");
 }
 
 TEST(ReplayErrors, ExtraFieldsAreReported) {
@@ -229,6 +230,32 @@ TEST(ReplayResync, ADeletionOfAKeyWithoutARequestIsAcceptedSilently) {
   const Outcome o = replay(singleTable + "set 1 2 0 singleWide any\ndel 1 2 0 singleWide\ndel 1 2 0 singleWide\n");
   EXPECT_EQ(o.exitCode, 0) << o.err;
   EXPECT_EQ(o.err, "");
+}
+
+TEST(Replay, AMoveSearchLineSetsHowTheTableMakesRoom) {
+  // Two banks of four one-slot buckets, budget 2: the new key's candidates (ids 0 and 5) are
+  // taken; breadth-first, the occupant of 5 moves to its free slot 1 and the key takes 5.
+  const std::string script =
+      "table single 2 4 1 2 false\n"
+      "bank singleWide 0 4 1 hashCrc32Lower 0 0 3\n"
+      "bank singleWide 1 4 1 hashCrc16Lower 0 0 3\n"
+      "moveSearch breadthFirst\n"
+      "set 2 0 1 singleWide 0\n"
+      "set 2 3 1 singleWide 6\n"
+      "set 1 1 1 singleWide 5\n"
+      "set 5 4 1 singleWide any\n";
+  const Outcome o = replay(script);
+  EXPECT_EQ(o.exitCode, 0) << o.err;
+  EXPECT_NE(o.out.find("status 1 1 1 singleWide 1\n"), std::string::npos) << o.out;
+  EXPECT_NE(o.out.find("status 5 4 1 singleWide 5\n"), std::string::npos) << o.out;
+  EXPECT_NE(o.out.find("moves=1\n"), std::string::npos) << o.out;
+}
+
+TEST(ReplayErrors, BreadthFirstMovesForAMultiWidthTableAreRefused) {
+  const Outcome o = replay(multiTable + "moveSearch breadthFirst\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err.rfind("requests.txt:4: ", 0), 0u) << o.err;
+  EXPECT_NE(o.err.find("depth-first only"), std::string::npos) << o.err;
 }
 
 }  // namespace

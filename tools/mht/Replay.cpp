@@ -31,11 +31,12 @@ class Replay {
       : options_(options), fileName_(fileName), position_(position), err_(err) {}
 
   void line(LineParser& p) {
-    const std::string& verb = p.word("a verb (table, bank, set, del, resync, reconcile, trace)");
+    const std::string& verb = p.word("a verb (table, bank, moveSearch, set, del, resync, reconcile, trace)");
     if (verb == "table") return table(p);
     if (verb == "trace") return trace(p);
     if (!session_) throw LineError("'" + verb + "' before the table line: the first line must be 'table'");
     if (verb == "bank") return bank(p);
+    if (verb == "moveSearch") return moveSearch(p);
     if (verb == "set")
       set(p);
     else if (verb == "del")
@@ -45,7 +46,7 @@ class Replay {
     else if (verb == "reconcile")
       reconcile(p);
     else
-      throw LineError("unknown verb '" + verb + "' (table, bank, set, del, resync, reconcile, trace)");
+      throw LineError("unknown verb '" + verb + "' (table, bank, moveSearch, set, del, resync, reconcile, trace)");
     if (options_.audit) audit();
   }
 
@@ -199,6 +200,17 @@ class Replay {
     std::string text = "audit found " + std::to_string(violations.size()) + " violation(s):";
     for (const std::string& v : violations) text += "\n  " + v;
     throw LineError(text);
+  }
+
+  // How the table searches for room from the next request on.
+  void moveSearch(LineParser& p) {
+    const auto search = p.name<MoveSearch>("moveSearch");
+    p.end("moveSearch");
+    try {
+      session_->table().moveSearchIs(search);
+    } catch (const Fwk::RangeError& e) {
+      throw LineError(e.what());
+    }
   }
 
   void trace(LineParser& p) {

@@ -5,6 +5,7 @@
 //   table multi <numBanks> <numBuckets> <numBucketEntries> <maxRecursiveSteps>
 //   bank <baseEntryType> <bankId> <numBuckets> <bucketSize> <hashFunc> <hashOffSet> <hashBits> <hashMask>
 //   bank ... <hashMask> <phyBankId> <doubleEntryTwoBucketMode>        (multi-width tables)
+//   moveSearch <depthFirst|breadthFirst>   how the table makes room from then on
 //   set <crc16> <crc32> <fapId> <entryType> <id|any>
 //   del <crc16> <crc32> <fapId> <entryType>
 //   resync                       the table's full resync (handleHashUpdate())
