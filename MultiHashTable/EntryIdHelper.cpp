@@ -137,18 +137,15 @@ bool EntryIdHelper::checkEntryIdValidity(const HashEntryKey& key, EntryId eId) {
 U32 EntryIdHelper::candidatePosition(const HashEntryKey& key, EntryId eId) {
   Match match{};
   if (!findCandidateBucket(key, eId, match)) return INVALID_POSITION;
-  const U32 slot = eId.value() & (bankAt(match.bank).bucketSize() - 1);
-  return packPosition(match.bank, match.bucket, slot);
+  return positionNamedBy(match.bank, match.bucket, bankAt(match.bank).bucketSize(), eId);
 }
 
 U32 EntryIdHelper::setEntryState(const HashEntryKey& key, EntryId eId) {
   Match match{};
   if (!findCandidateBucket(key, eId, match)) return INVALID_POSITION;
   MultiEntryTypeBank& b = bankAt(match.bank);
-  // The slot comes from the id's low bits, so the id one past a bucket's range names
-  // slot 0 of that same bucket (bucket sizes are powers of two).
-  const U32 slot = eId.value() & (b.bucketSize() - 1);
-  const U32 pos = packPosition(match.bank, match.bucket, slot);
+  const U32 slot = eId.value() & (b.bucketSize() - 1);  // not reduced to the position's 4 bits
+  const U32 pos = positionNamedBy(match.bank, match.bucket, b.bucketSize(), eId);
   MHT_ASSERT_TEXT(!hashTable_->posToKeyHas(pos), "!hashTable()->posToKeyHas( pos )");
   MHT_ASSERT_TEXT(!hashTable_->keyToPosHas(key), "!hashTable()->keyToPosHas( key )");
   hashTable_->posToKeyIs(pos, key);

@@ -43,6 +43,12 @@ class EntryIdHelper : public Fwk::Entity {
   // The position that setEntryState would occupy for eId, changing nothing;
   // INVALID_POSITION when eId fits nowhere.
   U32 candidatePosition(const HashEntryKey& key, EntryId eId);
+  // The position that eId names in a bucket whose range holds it: the slot comes from the
+  // id's low bits, so the id one past a bucket's range names slot 0 of that same bucket
+  // (bucket sizes are powers of two).
+  static U32 positionNamedBy(U32 bank, U32 bucket, U32 bucketSize, EntryId eId) noexcept {
+    return packPosition(bank, bucket, eId.value() & (bucketSize - 1));
+  }
 
   const Fwk::TypeInfo* fwkType() const noexcept override;
 

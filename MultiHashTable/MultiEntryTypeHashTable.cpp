@@ -197,7 +197,7 @@ void MultiEntryTypeHashTable::insertEntryWithId(const HashEntryKey& key, EntryId
   // An id still recorded for another key may only be taken over by a key with the same
   // hashes; the missing-entry key records nothing.
   if (const HashEntryKey* held = hashTableEntryFind(eId); held != nullptr && !isEmptyMarker(*held)) {
-    if (held->crc16() != key.crc16() || held->crc32() != key.crc32()) MHT_ASSERT_TEXT(false, "false");
+    if (!sameHashes(*held, key)) MHT_ASSERT_TEXT(false, "false");
   }
   hashTableEntryIs(eId, key);
   numInsertionsInc(1);

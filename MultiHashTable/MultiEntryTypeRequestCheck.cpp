@@ -7,12 +7,12 @@
 
 namespace TesselCentral {
 
+using detail::bankText;
 using detail::idText;
 using detail::keyText;
+using detail::noBucketSelected;
 
 namespace {
-
-std::string bankText(U32 b) { return "bank " + std::to_string(b); }
 
 constexpr const char* narrowerThanBase = "( U32 )entryType >= ( U32 )baseEntryType()";
 constexpr const char* narrowerThanBaseSigned = "( int )entryType >= ( int )baseEntryType()";
@@ -96,8 +96,7 @@ RequestCheck MultiEntryTypeHashTable::candidateBucketOf(const HashEntryKey& key,
   for (U32 i = 0; i < numBanks() && !found; ++i) {
     const MultiEntryTypeBank& b = *bankFind(i);
     if (i > 0) base += bankFind(i - 1)->numSlots();
-    if (!b.selectsBuckets())
-      return RequestCheck::stopsNow("0", bankText(i) + "'s hash function hashLsb selects no bucket");
+    if (!b.selectsBuckets()) return noBucketSelected(i);
     if (narrower(type, b)) return RequestCheck::stopsNow(narrowerThanBase, narrowerReason(type, i, b));
     const U32 h = b.groupStart(b.bucketIdOf(key.crc16(), key.crc32(), false, 0), type);
     const U32* count = b.numBucketsToCheckFind(type);
@@ -122,9 +121,9 @@ RequestCheck MultiEntryTypeHashTable::candidateBucketOf(const HashEntryKey& key,
                                   "id " + idText(eId) + " is not in one of the key's candidate buckets");
   }
 
-  const MultiEntryTypeBank& b = *bankFind(claim.bank);
-  claim.slot = eId.value() & (b.bucketSize() - 1);
-  claim.pos = packPosition(claim.bank, claim.bucket, claim.slot);
+  const U32 bucketSize = bankFind(claim.bank)->bucketSize();
+  claim.pos = EntryIdHelper::positionNamedBy(claim.bank, claim.bucket, bucketSize, eId);
+  claim.slot = eId.value() & (bucketSize - 1);  // as setEntryState marks it: not reduced to 4 bits
   return RequestCheck::accepted();
 }
 
@@ -151,9 +150,8 @@ RequestCheck MultiEntryTypeHashTable::claimCheck(const HashEntryKey& key, EntryI
     return RequestCheck::stopsNow("\"!( bktState & mask )\" == nullptr",
                                   "the slots of id " + idText(eId) + " overlap another entry");
   }
-  const HashEntryKey* held = hashTableEntryFind(eId);
-  const bool heldByAnother = held != nullptr && !isEmptyMarker(*held) && !(*held == key);
-  if (heldByAnother && !sameHashes(*held, key)) {
+  const HashEntryKey* held = otherKeyRecordedAt(eId, key);
+  if (held != nullptr && !sameHashes(*held, key)) {
     return RequestCheck::stopsNow("false", "id " + idText(eId) + " is recorded for key " + keyText(*held));
   }
 
@@ -162,15 +160,9 @@ RequestCheck MultiEntryTypeHashTable::claimCheck(const HashEntryKey& key, EntryI
 
 RequestCheck MultiEntryTypeHashTable::claimHazards(const HashEntryKey& key, EntryId eId, const Claim& claim) const {
   const MultiEntryTypeBank& b = *bankFind(claim.bank);
-  const HashEntryKey* held = hashTableEntryFind(eId);
-  const bool heldByAnother = held != nullptr && !isEmptyMarker(*held) && !(*held == key);
   const U32 slot = claim.slot;
-  const U32 pos = claim.pos;
-  const U32 matchBank = claim.bank;
-  const U32 matchBucket = claim.bucket;
-  const HashEntryType type = key.entryType();
   RequestCheck verdict = RequestCheck::accepted();
-  const U32 width = b.entrySize(type);
+  const U32 width = b.entrySize(key.entryType());
   if (width > 1 && slot % width != 0) {
     verdict.worsen(RequestCheck::stopsLater(walkFindsNoStart, "id " + idText(eId) + " names slot " +
                                                                   std::to_string(slot) + ", where no entry " +
@@ -178,23 +170,23 @@ RequestCheck MultiEntryTypeHashTable::claimHazards(const HashEntryKey& key, Entr
                                                                   " slots wide may start: a later walk of the bucket "
                                                                   "reaches a slot where no entry starts"));
   }
-  if (width > 1 && b.phyBankId() == 0 && matchBucket == 0 && slot == 0) {
+  if (width > 1 && b.phyBankId() == 0 && claim.bucket == 0 && slot == 0) {
     verdict.worsen(RequestCheck::stopsLater(walkFindsNoStart, "id " + idText(eId) +
                                                                   " names the first slot of physical bank 0, where a "
                                                                   "later walk of the bucket starts one slot in, "
                                                                   "inside this entry"));
   }
-  if (const EntryId standsAt = entryIdHelper_->entryIdOfPosition(pos); standsAt != eId) {
+  if (const EntryId standsAt = entryIdHelper_->entryIdOfPosition(claim.pos); standsAt != eId) {
     verdict.worsen(RequestCheck::hazardous("the key is published at id " + idText(eId) + " but stands at id " +
                                            idText(standsAt) + "'s position: another key may be published at id " +
                                            idText(eId)));
   }
-  if (matchBucket >= b.numBuckets()) {
-    verdict.worsen(RequestCheck::hazardous("id " + idText(eId) + " lies past the end of " + bankText(matchBank) +
-                                           ": its position is bucket " + std::to_string(matchBucket) +
+  if (claim.bucket >= b.numBuckets()) {
+    verdict.worsen(RequestCheck::hazardous("id " + idText(eId) + " lies past the end of " + bankText(claim.bank) +
+                                           ": its position is bucket " + std::to_string(claim.bucket) +
                                            " of that bank, whose ids are the next bank's"));
   }
-  if (heldByAnother) {
+  if (const HashEntryKey* held = otherKeyRecordedAt(eId, key)) {
     verdict.worsen(RequestCheck::hazardous("id " + idText(eId) + " is recorded for key " + keyText(*held) +
                                            ", which has the same crc16 and crc32: that record is replaced"));
   }
@@ -212,7 +204,7 @@ RequestCheck MultiEntryTypeHashTable::checkPlacement(const HashEntryKey& key) co
     if (i == noBankToAvoid) continue;
     const MultiEntryTypeBank& b = *bankFind(i);
     if (!debugEnabled_ && !b.selectsBuckets()) {
-      return RequestCheck::stopsNow("0", bankText(i) + "'s hash function hashLsb selects no bucket");
+      return noBucketSelected(i);
     }
     if (narrower(type, b)) return RequestCheck::stopsNow(narrowerThanBase, narrowerReason(type, i, b));
     const U32 bucketId = b.groupStart(b.bucketIdOf(key.crc16(), key.crc32(), debugEnabled_, 0), type);

@@ -480,10 +480,7 @@ std::optional<EntryId> MultiHashTable::shortestMoves(const HashEntryKey& key, U3
                        "insertEntry"
                            << " breadth-first search: " << moveNodes_.size() << " slots examined, " << node.moves + 1
                            << " moves to eId: " << target);
-          applyMoves(i, target);
-          U32 root = i;
-          while (moveNodes_[root].parent != noParent) root = moveNodes_[root].parent;
-          return moveNodes_[root].eId;
+          return applyMoves(i, target);
         }
         visit(target, t, i, node.moves + 1);
       }
@@ -496,7 +493,7 @@ std::optional<EntryId> MultiHashTable::shortestMoves(const HashEntryKey& key, U3
   return std::nullopt;
 }
 
-void MultiHashTable::applyMoves(U32 last, EntryId freeSlot) {
+EntryId MultiHashTable::applyMoves(U32 last, EntryId freeSlot) {
   // From the free end backwards: each occupant is recorded and published at its new id
   // before the slot it leaves is freed for the next one, so that no id ever holds two keys
   // and no status names a slot that its key does not hold.
@@ -513,6 +510,8 @@ void MultiHashTable::applyMoves(U32 last, EntryId freeSlot) {
                      << " breadth-first move key: " << moving << " from eId: " << from << " to eId: " << target);
     target = from;
   }
+  // The last slot left is the key's own candidate at the head of the sequence.
+  return target;
 }
 
 bool MultiHashTable::rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining, HashEntryType entryType) {

@@ -74,11 +74,7 @@ void auditPositionMaps(const MultiEntryTypeHashTable& t, Violations& v) {
 // bucket is left locked.
 void auditBucketStates(const MultiEntryTypeHashTable& t, Violations& v) {
   // The state that the placed keys make, bucket by bucket, built as the bank builds it.
-  struct Expected {
-    BucketState state;
-    bool operator==(const Expected&) const = default;
-  };
-  std::vector<Fwk::HashMap<U32, Expected>> expected;
+  std::vector<Fwk::HashMap<U32, BucketState>> expected;
   expected.reserve(t.numBanks());
   for (U32 b = 0; b < t.numBanks(); ++b) expected.emplace_back(b);
   for (const auto& [key, pos] : t.keyToPosCollection()) {
@@ -89,23 +85,23 @@ void auditBucketStates(const MultiEntryTypeHashTable& t, Violations& v) {
       continue;
     }
     const U32 width = bank->entrySize(key.entryType());
-    Expected& e = *expected[bankId].findOrInsert(positionBucket(pos)).first;
+    BucketState& e = *expected[bankId].findOrInsert(positionBucket(pos)).first;
     const U32 mask = bank->entryMask(key.entryType()) << (positionSlot(pos) & 31);
-    e.state = e.state.with(key.entryType(), positionSlot(pos), mask, width);
+    e = e.with(key.entryType(), positionSlot(pos), mask, width);
   }
   for (U32 b = 0; b < t.numBanks(); ++b) {
     const MultiEntryTypeBank* bank = t.bankCollection().get(b).ptr();
     if (bank == nullptr) continue;
     for (const auto& [bucket, state] : bank->bucketCollection()) {
-      const Expected* e = expected[b].find(bucket);
-      const U64 want = e ? e->state.word() : 0;
+      const BucketState* e = expected[b].find(bucket);
+      const U64 want = e ? e->word() : 0;
       if (state != want) {
         v.add("bank ", b, " bucket ", bucket, ": state 0x", std::hex, state, " but its keys make 0x", want, std::dec);
       }
     }
     for (const auto& [bucket, e] : expected[b]) {
       if (!bank->bucketHas(bucket)) {
-        v.add("bank ", b, " bucket ", bucket, ": no state but its keys make 0x", std::hex, e.state.word(), std::dec);
+        v.add("bank ", b, " bucket ", bucket, ": no state but its keys make 0x", std::hex, e.word(), std::dec);
       }
     }
     if (bank->lockedBucketss() != 0) v.add("bank ", b, ": ", bank->lockedBucketss(), " buckets left locked");

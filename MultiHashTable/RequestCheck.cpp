@@ -94,6 +94,12 @@ std::string keyText(const HashEntryKey& key) {
   return os.str();
 }
 
+std::string bankText(U32 bank) { return "bank " + std::to_string(bank); }
+
+RequestCheck noBucketSelected(U32 bank) {
+  return RequestCheck::stopsNow("0", bankText(bank) + "'s hash function hashLsb selects no bucket");
+}
+
 }  // namespace detail
 
 using detail::idText;

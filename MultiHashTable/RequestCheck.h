@@ -110,6 +110,11 @@ namespace detail {
 std::string idText(EntryId id);
 // A key in its text form.
 std::string keyText(const HashEntryKey& key);
+// "bank <n>".
+std::string bankText(U32 bank);
+// The verdict on a placement that reaches a bank whose hash function (hashLsb) selects no
+// bucket: calcBucketId stops on it.
+RequestCheck noBucketSelected(U32 bank);
 }  // namespace detail
 
 }  // namespace TesselCentral

@@ -7,18 +7,10 @@
 
 namespace TesselCentral {
 
+using detail::bankText;
 using detail::idText;
 using detail::keyText;
-
-namespace {
-
-std::string bankText(U32 b) { return "bank " + std::to_string(b); }
-
-RequestCheck noBucketSelected(U32 b) {
-  return RequestCheck::stopsNow("0", bankText(b) + "'s hash function hashLsb selects no bucket");
-}
-
-}  // namespace
+using detail::noBucketSelected;
 
 RequestCheck MultiHashTable::missingBank() const {
   for (U32 b = 0; b < numBanks(); ++b) {
@@ -75,15 +67,14 @@ RequestCheck MultiHashTable::checkPlacementAt(const HashEntryKey& key, EntryId e
                                   "id " + idText(eId) + " is not one of the key's candidate slots");
   }
 
-  const HashEntryKey* held = hashTableEntryFind(eId);
-  const bool heldByAnother = held != nullptr && !isEmptyMarker(*held) && !(*held == key);
-  if (heldByAnother && !sameHashes(*held, key)) {
+  const HashEntryKey* held = otherKeyRecordedAt(eId, key);
+  if (held != nullptr && !sameHashes(*held, key)) {
     return RequestCheck::stopsNow("false", "id " + idText(eId) + " holds key " + keyText(*held) +
                                                ": a request never takes a position from another key");
   }
 
   RequestCheck verdict = RequestCheck::accepted("the key is placed at id " + idText(eId));
-  if (heldByAnother) {
+  if (held != nullptr) {
     verdict.worsen(RequestCheck::hazardous("id " + idText(eId) + " holds key " + keyText(*held) +
                                            ", which has the same crc16 and crc32: both keys are published at id " +
                                            idText(eId)));

@@ -116,7 +116,8 @@ class MultiHashTable : public MultiHashTableBase {
     U32 parent;
     U32 moves;
   };
-  void applyMoves(U32 last, EntryId freeSlot);
+  // Applies the sequence that ends at moveNodes_[last]; returns the key's candidate it frees.
+  EntryId applyMoves(U32 last, EntryId freeSlot);
   U32 bucketOf(const HashEntryKey& key, U32 bankId) const;
 
   // The entries whose keys the running rehashEntry calls of one placement are moving,

@@ -68,6 +68,11 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
     return key ? *key : HashEntryKey();
   }
   const HashEntryKey* hashTableEntryFind(EntryId eId) const noexcept { return hashTableEntry_.find(eId); }
+  // The key recorded at eId when it is another key than `key` (the empty marker records none).
+  const HashEntryKey* otherKeyRecordedAt(EntryId eId, const HashEntryKey& key) const noexcept {
+    const HashEntryKey* held = hashTableEntry_.find(eId);
+    return held != nullptr && !isEmptyMarker(*held) && !(*held == key) ? held : nullptr;
+  }
   bool hashTableEntryHas(EntryId eId) const noexcept { return hashTableEntry_.has(eId); }
   void hashTableEntryIs(EntryId eId, const HashEntryKey& key) { hashTableEntry_.is(eId, key); }
   // Frees the id; false when no key held it.

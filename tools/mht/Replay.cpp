@@ -23,7 +23,7 @@ HashEntryKey readKey(LineParser& p) {
   return HashEntryKey(crc16, crc32, fapId, entryType);
 }
 
-std::string idText(EntryId id) { return id.isValid() ? std::to_string(id.value()) : "any"; }
+using TesselCentral::detail::idText;
 
 class Replay {
  public:
