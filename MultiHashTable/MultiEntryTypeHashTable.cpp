@@ -205,11 +205,4 @@ void MultiEntryTypeHashTable::insertEntryWithId(const HashEntryKey& key, EntryId
   hashEntryStatus()->statusIs(key, eId);
 }
 
-void MultiEntryTypeHashTable::moveSearchIs(MoveSearch search) {
-  if (search != MoveSearch::depthFirst) {
-    throw Fwk::RangeError("moveSearch", stringValue(search), "the multi-width table searches depth-first only");
-  }
-  MultiHashTableBase::moveSearchIs(search);
-}
-
 }  // namespace TesselCentral

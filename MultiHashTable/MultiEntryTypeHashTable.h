@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <vector>
 
 #include "MultiEntryTypeBank.h"
 #include "Position.h"
@@ -94,9 +95,6 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   void entryIdHelperIs(Ptr<EntryIdHelper> helper);
 
   void hasNotificationActiveIs(bool active) override;
-  // Only the depth-first search exists for the multi-width table so far: breadthFirst is
-  // refused with Fwk::RangeError, and the table keeps its search.
-  void moveSearchIs(MoveSearch search) override;
 
   // The first free position for the key in its buckets, banks in ascending order, skipping
   // origBank and banks whose candidate buckets are locked; reserved in the bucket state.
@@ -157,6 +155,32 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   bool evictOne(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 s, U32 entrySize, U32 freePos);
   bool evictRun(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 s, U32 entrySize, U32 freePos);
 
+  // Room by the fewest moves (moveSearch breadthFirst). A candidate run of the key is
+  // emptied by moving each entry that stands in it to one of its own candidate runs, which
+  // is free or is emptied the same way first, the chain of displacements at most
+  // maxRecursiveSteps deep. Plans are tried with 1, 2, 3... moves in all, so the first plan
+  // found takes the fewest; a plan is applied only once it is whole.
+  struct Move {
+    SlotRun from;
+    SlotRun to;
+  };
+  struct Occupants {
+    std::array<SlotRun, 4> entries{};
+    U32 count = 0;
+    bool movable = true;  // false when a slot carries a type that the bank has no width for
+  };
+  Occupants occupantsOf(const MultiEntryTypeBank& b, const SlotRun& run) const noexcept;
+  // Places the key by the fewest moves; the key's position, or INVALID_POSITION.
+  U32 placeByShortestMoves(const HashEntryKey& key);
+  // The key's candidate run that the moves, now applied, have freed; or INVALID_POSITION.
+  U32 shortestMoves(const HashEntryKey& key);
+  // Adds to plan_ the moves that empty a run of the given occupants, within `budget` moves
+  // (what is left is written back), each occupant's move at chain depth `depth`.
+  bool planEmptying(const SlotRun& run, const Occupants& occupants, U32 depth, U32& budget);
+  bool planMoveOut(const SlotRun& entry, U32 depth, U32& budget);
+  bool reservedOverlaps(const SlotRun& run) const noexcept;
+  void relocate(const HashEntryKey& key, const SlotRun& from, const SlotRun& to);
+
   // The check's view of the banks and the helper, and of the key's width against every bank.
   RequestCheck missingPart() const;
   RequestCheck keyGeometry(const HashEntryKey& key) const;
@@ -182,6 +206,13 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   bool debugEnabled_ = false;
   Ptr<EntryIdHelper> entryIdHelper_;
   bool initialized_ = false;
+  // The plan being built and the runs it holds (emptied or filled): kept between
+  // placements, so that a warm table allocates nothing to search.
+  std::vector<Move> plan_;
+  std::vector<SlotRun> reserved_;
+  U32 runsExamined_ = 0;
+  bool budgetCut_ = false;  // whether the move budget, rather than the depth, ended a branch
+  U32 pinned_ = INVALID_POSITION;  // where the key being placed stands already, if it does
 };
 
 Ptr<MultiEntryTypeHashTable> multiEntryTypeHashTableFactory(U32 numBanks, U32 numBuckets, U32 numBucketEntries,

@@ -72,6 +72,8 @@ U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId
                      << " failed to allocate entry for " << key);
     return INVALID_POSITION;
   }
+  // The shortest moves are searched from the key alone; they never reach this point again.
+  if (moveSearch() == MoveSearch::breadthFirst) return placeByShortestMoves(key);
   MHT_TRACE(2, "MultiEntryTypeHashTable::"
                    << "insertEntry"
                    << " no space found"

@@ -39,4 +39,24 @@ static_assert(positionBank(0x03ABCDE7) == 3 && positionBucket(0x03ABCDE7) == 0xA
 static_assert(packPosition(0, 0x1FFFFF, 0x1F) == 0x00FFFFFF, "bucket and slot keep their low bits only");
 static_assert(positionInBank(0x03ABCDE7, 6) == 0x06ABCDE7);
 
+// The aligned slots that an entry of one width covers, or would cover, in one bucket of a
+// multi-width bank: entries of width w start at a multiple of w.
+struct SlotRun {
+  U32 bank = 0;
+  U32 bucket = 0;
+  U32 slot = 0;
+  U32 width = 0;
+
+  constexpr U32 mask() const noexcept { return ((U32{1} << width) - 1) << slot; }
+  constexpr U32 position() const noexcept { return packPosition(bank, bucket, slot); }
+  constexpr bool overlaps(const SlotRun& other) const noexcept {
+    return bank == other.bank && bucket == other.bucket && (mask() & other.mask()) != 0;
+  }
+  constexpr bool operator==(const SlotRun&) const noexcept = default;
+};
+
+static_assert(SlotRun{1, 7, 2, 2}.mask() == 0xC && SlotRun{1, 7, 2, 2}.position() == 0x01000072);
+static_assert(SlotRun{1, 7, 0, 4}.overlaps(SlotRun{1, 7, 3, 1}) && !SlotRun{1, 7, 0, 2}.overlaps(SlotRun{1, 7, 2, 2}));
+static_assert(!SlotRun{1, 7, 0, 4}.overlaps(SlotRun{2, 7, 0, 4}) && !SlotRun{1, 7, 0, 4}.overlaps(SlotRun{1, 8, 0, 4}));
+
 }  // namespace TesselCentral

@@ -87,9 +87,9 @@ Geometry readGeometry(FuzzInput& in) {
   g.numBuckets = U32{1} << in.below(7);
   g.numBucketEntries = g.multi ? (U32{1} << in.below(3)) : 1 + in.below(4);
   g.steps = in.below((g.multi ? multiWidthMaxSteps : singleWidthMaxSteps) + 1);
-  // A single-width table with an odd step budget makes room breadth-first, so that both
-  // searches meet every kind of request (and the inputs kept so far keep their meaning).
-  g.breadthFirst = !g.multi && g.steps % 2 == 1;
+  // A table with an odd step budget makes room breadth-first, so that both searches meet
+  // every kind of request and table.
+  g.breadthFirst = g.steps % 2 == 1;
   g.bucketSpanBanks = !g.multi && in.flag();
   const U32 rotation = in.below(g.numBanks);
   for (U32 i = 0; i < g.numBanks; ++i) {
@@ -187,7 +187,7 @@ class Driver {
       log_.push_back(line.str());
     }
     if (g.breadthFirst) {
-      single_->moveSearchIs(MoveSearch::breadthFirst);
+      base_->moveSearchIs(MoveSearch::breadthFirst);
       log_.push_back("moveSearch breadthFirst");
     }
     chooseKeyTypes();

@@ -105,12 +105,6 @@ TEST(BreadthFirst, NoMoveHappensBeyondTheStepBudget) {
   EXPECT_EQ(t.table->numMoves(), 0u);
 }
 
-TEST(BreadthFirst, TheMultiWidthTableRefusesItAndKeepsItsSearch) {
-  MultiWidthTable t(4, 2, twoBanks(4));
-  EXPECT_THROW(t.table->moveSearchIs(MoveSearch::breadthFirst), Fwk::RangeError);
-  EXPECT_EQ(t.table->moveSearch(), MoveSearch::depthFirst);
-}
-
 // At every publication, no two keys' results name one id, and every valid result names an
 // id that records its key.
 class OneKeyPerId : public Fwk::Reactor {

@@ -251,11 +251,20 @@ TEST(Replay, AMoveSearchLineSetsHowTheTableMakesRoom) {
   EXPECT_NE(o.out.find("moves=1\n"), std::string::npos) << o.out;
 }
 
-TEST(ReplayErrors, BreadthFirstMovesForAMultiWidthTableAreRefused) {
-  const Outcome o = replay(multiTable + "moveSearch breadthFirst\n");
-  EXPECT_EQ(o.exitCode, 1);
-  EXPECT_EQ(o.err.rfind("requests.txt:4: ", 0), 0u) << o.err;
-  EXPECT_NE(o.err.find("depth-first only"), std::string::npos) << o.err;
+TEST(ReplayErrors, AMultiWidthTableTakesBreadthFirstMovesToo) {
+  // Bank 0 takes crc32 & 3, bank 1 crc16 & 3. Singles at slots 0 and 2 of bank 0's bucket 1
+  // leave no aligned pair free; bank 1's bucket 2 is full of one quad. Moving the single at
+  // slot 0 to slot 3 of its own bucket frees slots 0 and 1 for the double.
+  const Outcome o = replay(multiTable +
+                           "moveSearch breadthFirst\n"
+                           "set 0 1 1 singleWide 4\n"
+                           "set 1 1 1 singleWide 6\n"
+                           "set 2 0 0 quadWide 24\n"
+                           "set 2 1 1 doubleWide any\n");
+  EXPECT_EQ(o.exitCode, 0) << o.err;
+  EXPECT_NE(o.out.find("status 2 1 1 doubleWide 4\n"), std::string::npos) << o.out;
+  EXPECT_NE(o.out.find("status 0 1 1 singleWide 7\n"), std::string::npos) << o.out;
+  EXPECT_NE(o.out.find("moves=1\n"), std::string::npos) << o.out;
 }
 
 }  // namespace

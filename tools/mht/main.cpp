@@ -136,9 +136,6 @@ struct SimulateCommand {
   void checkTable() {
     table.kind = kind == "single" ? TableKind::single : TableKind::multi;
     table.moveSearch = moveSearch == "breadth-first" ? MoveSearch::breadthFirst : MoveSearch::depthFirst;
-    if (table.kind == TableKind::multi && table.moveSearch == MoveSearch::breadthFirst) {
-      throw CLI::ValidationError("--move-search", "the multi-width table searches depth-first only");
-    }
     if (table.kind == TableKind::multi && table.numBucketEntries > 4) {
       throw CLI::ValidationError("--slots", "a multi-width table's bucket state serves at most 4 slots");
     }
