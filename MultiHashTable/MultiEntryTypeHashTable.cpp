@@ -21,6 +21,7 @@ namespace {
 constexpr U32 posToKeySeed = 0x905D7E01u;
 constexpr U32 keyToPosSeed = 0x6E1F0502u;
 constexpr U32 multiWidthBankSeed = 0xBA2C0003u;
+constexpr U32 failedMovesSeed = 0xFA11E005u;
 
 }  // namespace
 
@@ -31,7 +32,8 @@ MultiEntryTypeHashTable::MultiEntryTypeHashTable(U32 numBanks, U32 numBuckets, U
                          maxRecursiveSteps),
       posToKey_(denseSlotCount(), posToKeySeed, PositionIndex{numBanks, numBuckets, numBucketEntries}),
       keyToPos_(keyToPosSeed),
-      bank_(multiWidthBankSeed) {
+      bank_(multiWidthBankSeed),
+      failedMoves_(failedMovesSeed) {
   debugEnabled_ = false;
   entryIdHelper_ = nullptr;
   initialized_ = false;

@@ -157,9 +157,9 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
 
   // Room by the fewest moves (moveSearch breadthFirst). A candidate run of the key is
   // emptied by moving each entry that stands in it to one of its own candidate runs, which
-  // is free or is emptied the same way first, the chain of displacements at most
-  // maxRecursiveSteps deep. Plans are tried with 1, 2, 3... moves in all, so the first plan
-  // found takes the fewest; a plan is applied only once it is whole.
+  // is free or is emptied the same way first, with chains of displacement at most
+  // maxRecursiveSteps deep. Plans of at most 1, 2, 3... moves in all are sought in turn;
+  // nothing moves until a plan is whole.
   struct Move {
     SlotRun from;
     SlotRun to;
@@ -167,17 +167,20 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   struct Occupants {
     std::array<SlotRun, 4> entries{};
     U32 count = 0;
-    bool movable = true;  // false when a slot carries a type that the bank has no width for
+    bool movable = true;  // false when an entry may not move (see occupantsOf)
   };
   Occupants occupantsOf(const MultiEntryTypeBank& b, const SlotRun& run) const noexcept;
-  // Places the key by the fewest moves; the key's position, or INVALID_POSITION.
+  // Places the key by a plan of moves; the key's position, or INVALID_POSITION.
   U32 placeByShortestMoves(const HashEntryKey& key);
   // The key's candidate run that the moves, now applied, have freed; or INVALID_POSITION.
   U32 shortestMoves(const HashEntryKey& key);
-  // Adds to plan_ the moves that empty a run of the given occupants, within `budget` moves
+  // The first plan, candidates in order, of the fewest moves, into plan_.
+  bool fewestMovesPlan(const HashEntryKey& key, SlotRun& freed);
+  // Adds to plan_ the moves that empty a run of the given occupants within `budget` moves
   // (what is left is written back), each occupant's move at chain depth `depth`.
   bool planEmptying(const SlotRun& run, const Occupants& occupants, U32 depth, U32& budget);
   bool planMoveOut(const SlotRun& entry, U32 depth, U32& budget);
+  // Whether a run overlaps one that the plan empties or fills.
   bool reservedOverlaps(const SlotRun& run) const noexcept;
   void relocate(const HashEntryKey& key, const SlotRun& from, const SlotRun& to);
 
@@ -206,13 +209,18 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   bool debugEnabled_ = false;
   Ptr<EntryIdHelper> entryIdHelper_;
   bool initialized_ = false;
-  // The plan being built and the runs it holds (emptied or filled): kept between
-  // placements, so that a warm table allocates nothing to search.
+  // The plan being built, the runs it holds (emptied or filled) and what failed so far:
+  // kept between placements, so that a warm table allocates nothing to search.
   std::vector<Move> plan_;
   std::vector<SlotRun> reserved_;
   U32 runsExamined_ = 0;
-  bool budgetCut_ = false;  // whether the move budget, rather than the depth, ended a branch
   U32 pinned_ = INVALID_POSITION;  // where the key being placed stands already, if it does
+  bool budgetCut_ = false;         // whether the move count, rather than the depth, ended a branch
+  struct FailedMove {
+    U32 budget = 0;
+    bool cut = false;
+  };
+  Fwk::HashMap<U64, FailedMove> failedMoves_;  // by entry position and depth, per placement
 };
 
 Ptr<MultiEntryTypeHashTable> multiEntryTypeHashTableFactory(U32 numBanks, U32 numBuckets, U32 numBucketEntries,

@@ -47,7 +47,7 @@ bool forEachCandidateRun(const MultiEntryTypeHashTable& table, const HashEntryKe
 }  // namespace
 
 MultiEntryTypeHashTable::Occupants MultiEntryTypeHashTable::occupantsOf(const MultiEntryTypeBank& b,
-                                                                         const SlotRun& run) const noexcept {
+                                                                        const SlotRun& run) const noexcept {
   Occupants found;
   const BucketState state(b.bucket(run.bucket));
   if (!state.covers(run.mask())) return found;
@@ -85,12 +85,36 @@ U32 MultiEntryTypeHashTable::placeByShortestMoves(const HashEntryKey& key) {
 U32 MultiEntryTypeHashTable::shortestMoves(const HashEntryKey& key) {
   runsExamined_ = 0;
   pinned_ = keyToPosHas(key) ? keyToPos(key) : INVALID_POSITION;
+  failedMoves_.delAll();
+  SlotRun freed;
+  if (!fewestMovesPlan(key, freed)) {
+    MHT_TRACE_IN("insertEntry", 2,
+                 "insertEntry"
+                     << " breadth-first search: " << runsExamined_ << " runs examined, no room within "
+                     << maxRecursiveSteps() << " moves deep for key: " << key);
+    return INVALID_POSITION;
+  }
+  MHT_TRACE_IN("insertEntry", 2,
+               "insertEntry"
+                   << " breadth-first search: " << runsExamined_ << " runs examined, " << plan_.size()
+                   << " moves free pos: 0x" << Fwk::hex << freed.position() << Fwk::dec);
+  for (const Move& m : plan_) relocate(posToKey(m.from.position()), m.from, m.to);
+  return freed.position();
+}
+
+bool MultiEntryTypeHashTable::reservedOverlaps(const SlotRun& run) const noexcept {
+  for (const SlotRun& r : reserved_) {
+    if (r.overlaps(run)) return true;
+  }
+  return false;
+}
+
+bool MultiEntryTypeHashTable::fewestMovesPlan(const HashEntryKey& key, SlotRun& freed) {
   // Plans of 1, 2, 3... moves, each over the candidate runs in order, until one is whole,
   // the examined runs reach their bound, or no branch was cut short by the move count (a
   // larger count would find nothing more).
   for (U32 moves = 1; runsExamined_ < maxMoveSearchRuns; ++moves) {
     budgetCut_ = false;
-    SlotRun freed;
     const bool found = forEachCandidateRun(*this, key, 0, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
       const Occupants occupants = occupantsOf(b, run);
       if (!occupants.movable) return false;
@@ -101,27 +125,10 @@ U32 MultiEntryTypeHashTable::shortestMoves(const HashEntryKey& key) {
       freed = run;
       return true;
     });
-    if (found) {
-      MHT_TRACE_IN("insertEntry", 2,
-                   "insertEntry"
-                       << " breadth-first search: " << runsExamined_ << " runs examined, " << plan_.size()
-                       << " moves free pos: 0x" << Fwk::hex << freed.position() << Fwk::dec);
-      for (const Move& m : plan_) relocate(posToKey(m.from.position()), m.from, m.to);
-      return freed.position();
-    }
+    if (found) return true;
     if (!budgetCut_) break;
   }
-  MHT_TRACE_IN("insertEntry", 2,
-               "insertEntry"
-                   << " breadth-first search: " << runsExamined_ << " runs examined, no room within "
-                   << maxRecursiveSteps() << " moves deep for key: " << key);
-  return INVALID_POSITION;
-}
-
-bool MultiEntryTypeHashTable::reservedOverlaps(const SlotRun& run) const noexcept {
-  for (const SlotRun& r : reserved_) {
-    if (r.overlaps(run)) return true;
-  }
+  plan_.clear();
   return false;
 }
 
@@ -147,8 +154,17 @@ bool MultiEntryTypeHashTable::planMoveOut(const SlotRun& entry, U32 depth, U32& 
     budgetCut_ = true;
     return false;
   }
+  // An entry that found no way out at this depth with as many moves or more will not find
+  // one now: the larger move counts retry only what a smaller count cut short.
+  const U64 memo = (U64{entry.position()} << 5) | depth;
+  if (const FailedMove* failed = failedMoves_.find(memo); failed != nullptr && failed->budget >= budget) {
+    budgetCut_ = budgetCut_ || failed->cut;
+    return false;
+  }
+  const bool cutBefore = budgetCut_;
+  budgetCut_ = false;
   const HashEntryKey moving = posToKey(entry.position());
-  return forEachCandidateRun(*this, moving, depth, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
+  const bool moved = forEachCandidateRun(*this, moving, depth, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
     if (runsExamined_ >= maxMoveSearchRuns) return false;
     ++runsExamined_;
     if (run == entry || reservedOverlaps(run)) return false;
@@ -168,6 +184,12 @@ bool MultiEntryTypeHashTable::planMoveOut(const SlotRun& entry, U32 depth, U32& 
     budget = left;
     return false;
   });
+  if (!moved) {
+    FailedMove& failed = *failedMoves_.findOrInsert(memo).first;
+    if (budget >= failed.budget) failed = FailedMove{budget, budgetCut_};
+  }
+  budgetCut_ = budgetCut_ || cutBefore;
+  return moved;
 }
 
 void MultiEntryTypeHashTable::relocate(const HashEntryKey& key, const SlotRun& from, const SlotRun& to) {

@@ -20,7 +20,9 @@ namespace {
 struct Table : MultiWidthTable {
   Table(U32 steps, MoveSearch search) : MultiWidthTable(4, steps, twoBanks(4)) { table->moveSearchIs(search); }
 
-  U32 idAt(U32 bank, U32 bucket, U32 slot) const { return helper().posToEntryId(packPosition(bank, bucket, slot)).value(); }
+  U32 idAt(U32 bank, U32 bucket, U32 slot) const {
+    return helper().posToEntryId(packPosition(bank, bucket, slot)).value();
+  }
   void placeAt(const HashEntryKey& k, U32 bank, U32 bucket, U32 slot) { place(k, idAt(bank, bucket, slot)); }
   // Four singles in a bucket, each of which could go to bucket `otherBucket` of the other bank.
   void fillWithSingles(U32 bank, U32 bucket, U32 otherBucket, U32 tag) {
