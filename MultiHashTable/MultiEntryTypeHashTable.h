@@ -159,7 +159,8 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   // emptied by moving each entry that stands in it to one of its own candidate runs, which
   // is free or is emptied the same way first, with chains of displacement at most
   // maxRecursiveSteps deep. Plans of at most 1, 2, 3... moves in all are sought in turn;
-  // nothing moves until a plan is whole.
+  // nothing moves until a plan is whole. A search cut short by maxMoveSearchRuns leaves the
+  // key to the depth-first search.
   struct Move {
     SlotRun from;
     SlotRun to;
@@ -170,7 +171,8 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
     bool movable = true;  // false when an entry may not move (see occupantsOf)
   };
   Occupants occupantsOf(const MultiEntryTypeBank& b, const SlotRun& run) const noexcept;
-  // Places the key by a plan of moves; the key's position, or INVALID_POSITION.
+  // Places the key by a plan of moves; the key's position, or INVALID_POSITION (with the
+  // key's status made invalid unless the search was cut short).
   U32 placeByShortestMoves(const HashEntryKey& key);
   // The key's candidate run that the moves, now applied, have freed; or INVALID_POSITION.
   U32 shortestMoves(const HashEntryKey& key);
@@ -214,8 +216,9 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   std::vector<Move> plan_;
   std::vector<SlotRun> reserved_;
   U32 runsExamined_ = 0;
-  U32 pinned_ = INVALID_POSITION;  // where the key being placed stands already, if it does
-  bool budgetCut_ = false;         // whether the move count, rather than the depth, ended a branch
+  U32 pinned_ = INVALID_POSITION;    // where the key being placed stands already, if it does
+  bool moveSearchCutShort_ = false;  // the last search ran out of runs to examine
+  bool budgetCut_ = false;           // whether the move count, rather than the depth, ended a branch
   struct FailedMove {
     U32 budget = 0;
     bool cut = false;

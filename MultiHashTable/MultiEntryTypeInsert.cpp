@@ -72,8 +72,13 @@ U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId
                      << " failed to allocate entry for " << key);
     return INVALID_POSITION;
   }
-  // The shortest moves are searched from the key alone; they never reach this point again.
-  if (moveSearch() == MoveSearch::breadthFirst) return placeByShortestMoves(key);
+  // The fewest moves are searched for the key itself (the depth-first search's victims come
+  // here with fewer steps left). When the search runs out of runs to examine before it runs
+  // out of plans, the depth-first search has its turn.
+  if (moveSearch() == MoveSearch::breadthFirst && recursionStep == maxRecursiveSteps()) {
+    const U32 placed = placeByShortestMoves(key);
+    if (placed != INVALID_POSITION || !moveSearchCutShort_) return placed;
+  }
   MHT_TRACE(2, "MultiEntryTypeHashTable::"
                    << "insertEntry"
                    << " no space found"

@@ -1,12 +1,13 @@
-// Multi-width room by few moves (moveSearch breadthFirst). When none of the key's candidate
-// runs is free, one is emptied: each entry standing in it moves to one of its own
+// Multi-width room by the fewest moves (moveSearch breadthFirst). When none of the key's
+// candidate runs is free, one is emptied: each entry standing in it moves to one of its own
 // candidate runs (in any bank, its own bucket included: moving a narrow entry to another
 // slot of its bucket is often what frees an aligned run for a wide one), which is free or
 // is emptied the same way first, with chains of displacement at most maxRecursiveSteps
-// deep. Plans are sought with at most 1, 2, 3... moves in all, candidates in order, so
-// short plans are found before long ones; nothing moves until a plan is whole. It is then
-// applied from its free ends backwards, each entry recorded and published at its new
-// place before the place it leaves is taken by the next.
+// deep. Plans of at most 1, 2, 3... moves in all are sought in turn, candidates in order,
+// so the first plan found is one of the fewest moves; nothing moves until it is whole. It
+// is then applied from its free ends backwards, each entry recorded and published at its
+// new place before the place it leaves is taken by the next. A search that examines
+// maxMoveSearchRuns runs without an answer leaves the key to the depth-first search.
 #include <cstddef>
 
 #include "MultiHashTable.h"
@@ -74,7 +75,7 @@ MultiEntryTypeHashTable::Occupants MultiEntryTypeHashTable::occupantsOf(const Mu
 U32 MultiEntryTypeHashTable::placeByShortestMoves(const HashEntryKey& key) {
   const U32 pos = shortestMoves(key);
   if (pos == INVALID_POSITION) {
-    if (!hashEntryStatus()->statusHas(key)) hashEntryStatus()->statusIs(key, EntryId());
+    if (!moveSearchCutShort_ && !hashEntryStatus()->statusHas(key)) hashEntryStatus()->statusIs(key, EntryId());
     return INVALID_POSITION;
   }
   bankAt(positionBank(pos)).updateBucketState(key.entryType(), positionBucket(pos), positionSlot(pos), true);
@@ -87,7 +88,16 @@ U32 MultiEntryTypeHashTable::shortestMoves(const HashEntryKey& key) {
   pinned_ = keyToPosHas(key) ? keyToPos(key) : INVALID_POSITION;
   failedMoves_.delAll();
   SlotRun freed;
-  if (!fewestMovesPlan(key, freed)) {
+  const bool found = fewestMovesPlan(key, freed);
+  moveSearchCutShort_ = !found && runsExamined_ >= maxMoveSearchRuns;
+  if (moveSearchCutShort_) {
+    MHT_TRACE_IN("insertEntry", 2,
+                 "insertEntry"
+                     << " breadth-first search: " << runsExamined_
+                     << " runs examined, the bound: the depth-first search takes over for key: " << key);
+    return INVALID_POSITION;
+  }
+  if (!found) {
     MHT_TRACE_IN("insertEntry", 2,
                  "insertEntry"
                      << " breadth-first search: " << runsExamined_ << " runs examined, no room within "

@@ -26,11 +26,11 @@ inline constexpr U32 maxDenseTableSlots = U32{1} << 22;
 // move away and most of those two moves away. A placement's work stays bounded whatever
 // the step budget.
 inline constexpr U32 maxMoveSearchSlots = 2048;
-// The most candidate runs that one multi-width placement examines when it searches for
-// room by the fewest moves (moveSearch breadthFirst), over all the move counts it tries.
-// With 4 banks of 4-slot buckets at a step budget of 3 the search is all but exhaustive
-// within it; past it, the key gets no room.
-inline constexpr U32 maxMoveSearchRuns = 32768;
+// The most candidate runs that one multi-width search for the fewest moves examines
+// (moveSearch breadthFirst), over all the move counts it tries. At a step budget of 3 on 4
+// banks of 4-slot buckets it is seldom reached; a search that reaches it leaves the key to
+// the depth-first search, whose moves are many but quickly found.
+inline constexpr U32 maxMoveSearchRuns = 8192;
 
 // Table base and the config reaction
 

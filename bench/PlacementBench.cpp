@@ -342,6 +342,16 @@ BENCHMARK_CAPTURE(BM_Place, single_breadth_first_50_90, TableKind::single, 0.5, 
 BENCHMARK_CAPTURE(BM_Churn, single_breadth_first, TableKind::single, MoveSearch::breadthFirst)
     ->Arg(defaultBuckets)
     ->Unit(benchmark::kMillisecond);
+// The multi-width table with the search for the fewest moves.
+BENCHMARK_CAPTURE(BM_Place, multi_breadth_first_0_50, TableKind::multi, 0.0, 0.5, MoveSearch::breadthFirst)
+    ->Arg(defaultBuckets)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Place, multi_breadth_first_50_90, TableKind::multi, 0.5, 0.9, MoveSearch::breadthFirst)
+    ->Arg(defaultBuckets)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Churn, multi_breadth_first, TableKind::multi, MoveSearch::breadthFirst)
+    ->Arg(defaultBuckets)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_BaselineInsert)->Apply(scaling)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_BaselineErase)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_BaselineFind)->Arg(defaultBuckets)->Unit(benchmark::kMillisecond);

@@ -220,6 +220,47 @@ TEST(MultiWidthBreadthFirst, NoIdHoldsTwoKeysAtAnyPublicationAndTheAuditStaysCle
   }
 }
 
+TEST(MultiWidthBreadthFirst, ASearchCutShortLeavesTheKeyToTheDepthFirstSearchAndTheAuditStaysClean) {
+  // Four banks of 32 buckets filled to their first failures at a step budget of 5: the
+  // searches for the widest keys run past maxMoveSearchRuns, and the depth-first search
+  // places some of those keys.
+  std::vector<BankArgs> banks(4);
+  for (U32 i = 0; i < banks.size(); ++i) {
+    banks[i].numBuckets = 32;
+    banks[i].hashFunc = HashFunc::hashCrc32And16;
+    banks[i].hashOffSet = 5 * i;
+    banks[i].hashBits = 5;
+    banks[i].phyBankId = i + 1;
+  }
+  MultiWidthTable t(4, 5, banks);
+  t.table->moveSearchIs(MoveSearch::breadthFirst);
+  const TraceCapture capture(levelBit(2));
+  std::mt19937 rng(7);
+  U32 failures = 0;
+  for (int n = 0; n < 1000 && failures < 5; ++n) {
+    const HashEntryKey k = key(static_cast<U16>(rng()), static_cast<U32>(rng()), randomWidth(rng));
+    t.request(k);
+    if (!t.status->status(k).isValid()) {
+      ++failures;
+      t.config->configDel(k);
+    }
+    ASSERT_EQ(invariantViolations(t), std::vector<std::string>{}) << "request " << n;
+  }
+  U32 handedOver = 0, placedAfter = 0;
+  const std::vector<std::string> lines = capture.texts(2);
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    if (lines[i].find("the depth-first search takes over") == std::string::npos) continue;
+    ++handedOver;
+    // The depth-first search's own steps follow the hand-over.
+    if (i + 1 < lines.size() && lines[i + 1].find(" no space found rehashing the key: ") != std::string::npos) {
+      ++placedAfter;
+    }
+  }
+  EXPECT_GT(handedOver, 0u);
+  EXPECT_EQ(placedAfter, handedOver);
+  EXPECT_EQ(t.table->audit(), std::vector<std::string>{});
+}
+
 TEST(MultiWidthBreadthFirst, TheSameRequestsGiveTheSamePlacements) {
   const auto run = [] {
     Table t(3, MoveSearch::breadthFirst);
