@@ -1,5 +1,7 @@
 #include "Simulation.h"
 
+#include "Optimum.h"
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -70,10 +72,7 @@ namespace {
 class Simulator {
  public:
   explicit Simulator(const SimulationOptions& o)
-      : options_(o),
-        session_(o.table),
-        keys_(o.source, o.seed, o.table.kind == TableKind::single ? WidthMix{100, 0, 0} : o.mix, o.prefixes),
-        pick_(o.seed ^ 0x9E3779B97F4A7C15ull) {
+      : options_(o), session_(o.table), keys_(simulationKeys(o)), pick_(o.seed ^ 0x9E3779B97F4A7C15ull) {
     for (const BankSpec& b : o.banks) session_.bankIs(b);
   }
 
@@ -209,6 +208,22 @@ class Simulator {
 
 }  // namespace
 
-SimulationResult simulate(const SimulationOptions& options) { return Simulator(options).run(); }
+KeySource simulationKeys(const SimulationOptions& o) {
+  return KeySource(o.source, o.seed, o.table.kind == TableKind::single ? WidthMix{100, 0, 0} : o.mix, o.prefixes);
+}
+
+SimulationResult simulate(const SimulationOptions& options) {
+  SimulationResult result = Simulator(options).run();
+  if (options.optimum) {
+    // Every key before the simulation's first failure was placed, and all of them when none failed.
+    const U64 placed = result.firstFailureRequest ? *result.firstFailureRequest - 1 : result.fill.requested;
+    try {
+      result.optimum = offlineOptimum(options, placed);
+    } catch (const OptimumUnavailable& e) {
+      result.optimumNote = e.what();
+    }
+  }
+  return result;
+}
 
 }  // namespace mht
