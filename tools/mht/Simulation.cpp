@@ -1,44 +1,18 @@
 #include "Simulation.h"
 
-#include "Optimum.h"
-
-#include <unistd.h>
-
 #include <algorithm>
 #include <bit>
 #include <chrono>
 #include <cstdio>
+
+#include "Optimum.h"
+#include "Progress.h"
 
 namespace mht {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-class Progress {
- public:
-  Progress(bool enabled, U64 total) : enabled_(enabled && isatty(STDERR_FILENO) != 0), total_(total) {}
-  ~Progress() {
-    if (shown_) std::fprintf(stderr, "\r%60s\r", "");
-  }
-  void update(U64 done) {
-    if (!enabled_ || (done & 1023) != 0) return;
-    const double elapsed = std::chrono::duration<double>(Clock::now() - start_).count();
-    if (elapsed < 1.0) return;
-    shown_ = true;
-    const double fraction = total_ ? std::min(1.0, static_cast<double>(done) / static_cast<double>(total_)) : 0;
-    const int filled = static_cast<int>(fraction * 40);
-    std::fprintf(stderr, "\r[%.*s%*s] %3d%% %llu requests", filled, "########################################",
-                 40 - filled, "", static_cast<int>(fraction * 100), static_cast<unsigned long long>(done));
-    std::fflush(stderr);
-  }
-
- private:
-  bool enabled_;
-  U64 total_;
-  bool shown_ = false;
-  Clock::time_point start_ = Clock::now();
-};
 
 double seconds(Clock::time_point since) { return std::chrono::duration<double>(Clock::now() - since).count(); }
 
@@ -79,7 +53,8 @@ class Simulator {
   SimulationResult run() {
     const U64 capacity = session_.capacity();
     const U64 fillLimit = options_.requests.value_or(~U64{0});
-    Progress progress(options_.progress, (options_.requests ? *options_.requests : capacity) + options_.churn);
+    Progress progress(options_.progress, (options_.requests ? *options_.requests : capacity) + options_.churn,
+                      "requests", 1023);
     sampleEvery_ = std::max<U64>(1, (options_.requests ? *options_.requests : capacity) / 500);
 
     Clock::time_point start = Clock::now();
