@@ -1,12 +1,7 @@
 #include "Optimum.h"
 
-// Boost.Graph's edge iterator holds a boost::optional that g++'s optimiser takes for
-// uninitialised when the iterator is copied; the warning is about Boost's code, not ours.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #include <boost/graph/compressed_sparse_row_graph.hpp>
 #include <boost/graph/push_relabel_max_flow.hpp>
-#pragma GCC diagnostic pop
 #include <stdexcept>
 
 namespace mht {
