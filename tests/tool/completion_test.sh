@@ -38,15 +38,19 @@ options_of() {
   "$mht" "$@" --help | grep -oE '^  (-h,)?--[a-z0-9-]+' | sed -E 's/^  (-h,)?//' | sort | tr '\n' ' ' | sed 's/ $//'
 }
 
-expect "mht " "replay shell simulate"
-expect "mht s" "shell simulate"
+expect "mht " "replay shell simulate sweep"
+expect "mht s" "shell simulate sweep"
+expect "mht sw" "sweep"
+expect "mht sweep --table m" "multi multi:4x4096x4"
+expect "mht sweep --search b" "breadth-first"
+expect "mht sweep --jo" "--jobs"
 expect "mht --v" "--version"
 expect "mht simulate --table " "multi single"
 expect "mht simulate --keys i" "ipv4"
 expect "mht simulate --bank-hash 1:hashCrc16" "1:hashCrc16Lower 1:hashCrc16Upper"
 expect "mht simulate --table multi --no" "--no-progress"
 expect "mht replay --a" "--audit"
-for command in simulate replay shell; do
+for command in simulate sweep replay shell; do
   expect "mht $command --" "$(options_of "$command")"
 done
 

@@ -18,7 +18,7 @@ function(roff_escape text var)
 endfunction()
 
 set(sections "[COMMANDS]\n")
-foreach(command simulate replay shell)
+foreach(command simulate sweep replay shell)
   execute_process(COMMAND mht ${command} --help OUTPUT_VARIABLE help RESULT_VARIABLE rc)
   if(NOT rc EQUAL 0)
     message(FATAL_ERROR "mht ${command} --help failed (${rc})")
@@ -53,7 +53,7 @@ file(READ "${INCLUDE}" fixed)
 get_filename_component(outDir "${OUTPUT}" DIRECTORY)
 file(WRITE "${outDir}/mht-commands.h2m" "${sections}\n${fixed}")
 execute_process(COMMAND ${HELP2MAN} --no-info --section 1
-                        --name "simulate, replay and explore the hash-table placement library"
+                        --name "simulate, sweep, replay and explore the hash-table placement library"
                         --version-string "${VERSION}" --include "${outDir}/mht-commands.h2m" --output "${OUTPUT}" mht
                 RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)

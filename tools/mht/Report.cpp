@@ -60,6 +60,19 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
   } else {
     out << "none\n";
   }
+  if (r.optimum) {
+    const OptimumFigures& best = *r.optimum;
+    out << "optimum    ";
+    if (best.request) {
+      out << (best.upperBound ? "upper bound: " : "") << "first fail at request " << *best.request << ", fill "
+          << percent(best.fillRatio) << " (" << best.slots << " of " << r.capacity << " slots), "
+          << (best.upperBound ? "wide keys' slots split over their buckets\n" : "every key re-placed at will\n");
+    } else {
+      out << "none, the key source ran out first (" << best.slots << " of " << r.capacity << " slots)\n";
+    }
+  } else if (!r.optimumNote.empty()) {
+    out << "optimum    not computed: " << r.optimumNote << '\n';
+  }
   out << "fill end   " << percent(r.fillAtEnd) << " (" << r.slotsUsed << " of " << r.capacity << " slots)\n";
   out << "per bank  ";
   for (std::size_t i = 0; i < r.bankFill.size(); ++i) out << ' ' << i << ": " << percent(r.bankFill[i]);
@@ -129,6 +142,13 @@ void writeJsonReport(const SimulationOptions& o, const SimulationResult& r, std:
            {"bankFillRatio", r.bankFill},
            {"movesPerPlacement", {{"mean", r.movesMean}, {"max", r.movesMax}, {"histogram", histogram}}},
            {"counters", {{"insertions", r.insertions}, {"deletions", r.deletions}, {"moves", r.movesCounted}}}};
+  if (r.optimum) {
+    // A multi-width table's figure is a bound, and named so.
+    const OptimumFigures& best = *r.optimum;
+    doc["optimum"] = {{"request", best.request ? json(*best.request) : json(nullptr)},
+                      {"slots", best.slots},
+                      {best.upperBound ? "upperBound" : "fillRatio", best.fillRatio}};
+  }
   out << doc.dump(2) << '\n';
 }
 

@@ -1,42 +1,18 @@
 #include "Simulation.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <bit>
 #include <chrono>
 #include <cstdio>
+
+#include "Optimum.h"
+#include "Progress.h"
 
 namespace mht {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-class Progress {
- public:
-  Progress(bool enabled, U64 total) : enabled_(enabled && isatty(STDERR_FILENO) != 0), total_(total) {}
-  ~Progress() {
-    if (shown_) std::fprintf(stderr, "\r%60s\r", "");
-  }
-  void update(U64 done) {
-    if (!enabled_ || (done & 1023) != 0) return;
-    const double elapsed = std::chrono::duration<double>(Clock::now() - start_).count();
-    if (elapsed < 1.0) return;
-    shown_ = true;
-    const double fraction = total_ ? std::min(1.0, static_cast<double>(done) / static_cast<double>(total_)) : 0;
-    const int filled = static_cast<int>(fraction * 40);
-    std::fprintf(stderr, "\r[%.*s%*s] %3d%% %llu requests", filled, "########################################",
-                 40 - filled, "", static_cast<int>(fraction * 100), static_cast<unsigned long long>(done));
-    std::fflush(stderr);
-  }
-
- private:
-  bool enabled_;
-  U64 total_;
-  bool shown_ = false;
-  Clock::time_point start_ = Clock::now();
-};
 
 double seconds(Clock::time_point since) { return std::chrono::duration<double>(Clock::now() - since).count(); }
 
@@ -70,17 +46,15 @@ namespace {
 class Simulator {
  public:
   explicit Simulator(const SimulationOptions& o)
-      : options_(o),
-        session_(o.table),
-        keys_(o.source, o.seed, o.table.kind == TableKind::single ? WidthMix{100, 0, 0} : o.mix, o.prefixes),
-        pick_(o.seed ^ 0x9E3779B97F4A7C15ull) {
+      : options_(o), session_(o.table), keys_(simulationKeys(o)), pick_(o.seed ^ 0x9E3779B97F4A7C15ull) {
     for (const BankSpec& b : o.banks) session_.bankIs(b);
   }
 
   SimulationResult run() {
     const U64 capacity = session_.capacity();
     const U64 fillLimit = options_.requests.value_or(~U64{0});
-    Progress progress(options_.progress, (options_.requests ? *options_.requests : capacity) + options_.churn);
+    Progress progress(options_.progress, (options_.requests ? *options_.requests : capacity) + options_.churn,
+                      "requests", 1023);
     sampleEvery_ = std::max<U64>(1, (options_.requests ? *options_.requests : capacity) / 500);
 
     Clock::time_point start = Clock::now();
@@ -209,6 +183,22 @@ class Simulator {
 
 }  // namespace
 
-SimulationResult simulate(const SimulationOptions& options) { return Simulator(options).run(); }
+KeySource simulationKeys(const SimulationOptions& o) {
+  return KeySource(o.source, o.seed, o.table.kind == TableKind::single ? WidthMix{100, 0, 0} : o.mix, o.prefixes);
+}
+
+SimulationResult simulate(const SimulationOptions& options) {
+  SimulationResult result = Simulator(options).run();
+  if (options.optimum) {
+    // Every key before the simulation's first failure was placed, and all of them when none failed.
+    const U64 placed = result.firstFailureRequest ? *result.firstFailureRequest - 1 : result.fill.requested;
+    try {
+      result.optimum = offlineOptimum(options, placed);
+    } catch (const OptimumUnavailable& e) {
+      result.optimumNote = e.what();
+    }
+  }
+  return result;
+}
 
 }  // namespace mht

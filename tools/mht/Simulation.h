@@ -27,6 +27,7 @@ struct SimulationOptions {
   std::optional<double> fillTarget;  // stop filling at this fraction of the capacity
   U64 churn = 20000;                 // delete-and-add pairs after the fill phase
   bool progress = false;             // a progress bar on standard error
+  bool optimum = true;               // also the offline placer's first failure (Optimum.h)
 };
 
 struct BucketCell {
@@ -48,6 +49,15 @@ struct PhaseFigures {
   double seconds = 0;
 };
 
+// The first failure of an offline placer on the same key stream (Optimum.h).
+struct OptimumFigures {
+  std::optional<U64> request;  // the shortest prefix of the fill phase's keys that no placement
+                               // holds whole; none when the key source ran out first
+  U64 slots = 0;               // the slots of the keys before it (of all keys, when none)
+  double fillRatio = 0;        // those slots over the capacity
+  bool upperBound = false;     // a relaxation's figures (multi-width), not an exact optimum
+};
+
 struct SimulationResult {
   PhaseFigures fill;
   PhaseFigures churn;
@@ -65,6 +75,8 @@ struct SimulationResult {
   U64 insertions = 0;
   U64 deletions = 0;
   U64 movesCounted = 0;
+  std::optional<OptimumFigures> optimum;
+  std::string optimumNote;  // why there is no optimum when one was asked for
 };
 
 // The banks a simulation uses unless told otherwise: bank i hashes its own window of
@@ -72,6 +84,11 @@ struct SimulationResult {
 // are independent.
 std::vector<BankSpec> defaultBanks(const TableSpec& table, bool doubleEntryTwoBucketMode);
 
+// The keys of a simulation, in the order it requests them.
+KeySource simulationKeys(const SimulationOptions& options);
+
+// Runs the simulation; then, outside its timed phases and when options.optimum is set, the
+// offline placer on the same keys.
 SimulationResult simulate(const SimulationOptions& options);
 
 }  // namespace mht

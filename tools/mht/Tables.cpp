@@ -19,13 +19,16 @@ TableSession::TableSession(const TableSpec& shape)
     single_ = multiHashTableFactory(shape.numBanks, shape.numBuckets, shape.numBucketEntries, config_, status_,
                                     shape.maxRecursiveSteps, shape.bucketSpanBanks);
     base_ = single_.ptr();
+    base_->moveSearchIs(shape.moveSearch);
   } else {
     multi_ = multiEntryTypeHashTableFactory(shape.numBanks, shape.numBuckets, shape.numBucketEntries, config_, status_,
                                             shape.maxRecursiveSteps);
-    multi_->entryIdHelperIs(entryIdHelperFactory(multi_));
     base_ = multi_.ptr();
+    // A search the table refuses throws here, before the helper: the table <-> helper cycle,
+    // which only the destructor breaks, does not exist yet, so nothing is left behind.
+    base_->moveSearchIs(shape.moveSearch);
+    multi_->entryIdHelperIs(entryIdHelperFactory(multi_));
   }
-  base_->moveSearchIs(shape.moveSearch);
 }
 
 TableSession::~TableSession() {

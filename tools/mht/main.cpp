@@ -1,15 +1,17 @@
-// mht: simulate, replay and explore the hash-table placement library.
+// mht: simulate, sweep, replay and explore the hash-table placement library.
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <fstream>
 #include <iostream>
 #include <sstream>
+#include <thread>
 
 #include "Replay.h"
 #include "Report.h"
 #include "Shell.h"
 #include "Simulation.h"
+#include "Sweep.h"
 #include "Version.h"
 
 namespace {
@@ -215,6 +217,87 @@ struct SimulateCommand {
   }
 };
 
+// mht sweep: the grid it runs, as the command line gives it.
+struct SweepCommand {
+  std::vector<std::string> tables;
+  std::string steps, searches, seeds;
+  std::string mix = "70/20/10";
+  U64 churn = 5000;
+  unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
+  std::string jsonPath, svgPath;
+  bool noProgress = false;
+  CLI::App* command = nullptr;
+
+  void addTo(CLI::App& app) {
+    command = app.add_subcommand(
+        "sweep", "simulate a grid of tables, move budgets, searches and seeds on every core, and compare the fills");
+    command->add_option("--table", tables,
+                        "<single|multi>[:<banks>x<buckets>x<slots>] (repeatable or comma-separated; shape default "
+                        "4x4096x4); default: single:4x4096x4, single:2x4096x4, multi:4x4096x4");
+    command->add_option("--steps", steps,
+                        "move budgets for every table, e.g. 0-8 or 1,2,3,8 (default: 0-8 single-width, 3-5 "
+                        "multi-width)");
+    command->add_option("--search", searches, "move searches, depth-first,breadth-first (default: both)");
+    command->add_option("--seeds", seeds, "key source seeds, e.g. 1-5 or 1,7 (default: 1-3)");
+    command->add_option("--churn", churn, "delete-and-add pairs after each fill")->capture_default_str();
+    command->add_option("--mix", mix, "width mix single/double/quad (multi-width)")->capture_default_str();
+    command->add_option("--jobs", jobs, "simulations run at once (default: the number of cores)")
+        ->check(CLI::Range(1u, 1024u));
+    command->add_option("--json", jsonPath, "also write the results as JSON to this file");
+    command->add_option("--svg", svgPath, "also write a chart of fill against move budget to this file");
+    command->add_flag("--no-progress", noProgress, "no progress bar");
+  }
+
+  SweepGrid grid() const {
+    SweepGrid g = defaultSweepGrid();
+    const auto parsed = [](const char* option, auto parse) {
+      try {
+        return parse();
+      } catch (const std::invalid_argument& e) {
+        throw CLI::ValidationError(option, e.what());
+      }
+    };
+    if (!tables.empty()) {
+      g.tables.clear();
+      for (const std::string& list : tables) {
+        std::stringstream in(list);
+        for (std::string item; std::getline(in, item, ',');) {
+          g.tables.push_back(parsed("--table", [&] { return parseSweepTable(item); }));
+        }
+      }
+    }
+    if (!steps.empty()) {
+      const std::vector<U64> budgets = parsed("--steps", [&] { return parseNumberList(steps, 0, 16); });
+      for (SweepTable& t : g.tables) t.steps.assign(budgets.begin(), budgets.end());
+    }
+    if (!searches.empty()) g.searches = parsed("--search", [&] { return parseSearches(searches); });
+    if (!seeds.empty()) g.seeds = parsed("--seeds", [&] { return parseNumberList(seeds, 0, 0xFFFFFFFF); });
+    g.churn = churn;
+    g.mix = parseMix(mix);
+    return g;
+  }
+
+  int run() {
+    const SweepGrid g = grid();
+    std::optional<OutputFile> json, svg;
+    if (!jsonPath.empty()) json.emplace(jsonPath);
+    if (!svgPath.empty()) svg.emplace(svgPath);
+    const SweepResult result = runSweep(g, jobs, !noProgress);
+    writeSweepText(g, result, std::cout);
+    if (json) {
+      std::ostringstream text;
+      writeSweepJson(g, result, text);
+      json->commit(text.str());
+    }
+    if (svg) {
+      std::ostringstream text;
+      writeSweepSvg(g, result, text);
+      svg->commit(text.str());
+    }
+    return 0;
+  }
+};
+
 // mht replay FILE.
 struct ReplayCommand {
   std::string path;
@@ -273,16 +356,18 @@ struct ShellCommand {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{"mht: simulate, replay and explore the hash-table placement library"};
+  CLI::App app{"mht: simulate, sweep, replay and explore the hash-table placement library"};
   app.require_subcommand(1);
   app.set_version_flag(
       "--version",
       std::string("mht ") + libraryVersion + "\nlibrary MultiHashTable " + libraryVersion + "\ncommit " + sourceCommit,
       "print the version of the tool and its library and the commit it was built from");
   SimulateCommand simulateCommand;
+  SweepCommand sweepCommand;
   ReplayCommand replayCommand;
   ShellCommand shellCommand;
   simulateCommand.addTo(app);
+  sweepCommand.addTo(app);
   replayCommand.addTo(app);
   shellCommand.addTo(app);
 
@@ -290,6 +375,7 @@ int main(int argc, char** argv) {
 
   try {
     if (simulateCommand.command->parsed()) return simulateCommand.run();
+    if (sweepCommand.command->parsed()) return sweepCommand.run();
     if (replayCommand.command->parsed()) return replayCommand.run();
     if (shellCommand.command->parsed()) return shellCommand.run();
   } catch (const CLI::Error& e) {
