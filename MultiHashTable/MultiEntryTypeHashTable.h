@@ -158,9 +158,9 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   // Room by the fewest moves (moveSearch breadthFirst). A candidate run of the key is
   // emptied by moving each entry that stands in it to one of its own candidate runs, which
   // is free or is emptied the same way first, with chains of displacement at most
-  // maxRecursiveSteps deep. Plans of at most 1, 2, 3... moves in all are sought in turn;
-  // nothing moves until a plan is whole. A search cut short by maxMoveSearchRuns leaves the
-  // key to the depth-first search.
+  // maxRecursiveSteps deep: the shortest single chain, or a plan of fewer moves that
+  // empties a run that several entries stand in. Nothing moves until a plan is whole. A
+  // search cut short by maxMoveSearchRuns leaves the key to the depth-first search.
   struct Move {
     SlotRun from;
     SlotRun to;
@@ -176,8 +176,26 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   U32 placeByShortestMoves(const HashEntryKey& key);
   // The key's candidate run that the moves, now applied, have freed; or INVALID_POSITION.
   U32 shortestMoves(const HashEntryKey& key);
-  // The first plan, candidates in order, of the fewest moves, into plan_.
-  bool fewestMovesPlan(const HashEntryKey& key, SlotRun& freed);
+  // The shortest chain from a candidate that one entry stands in, each entry into the run
+  // that the next one leaves, the last into a free run: breadth first over runs that one
+  // entry stands in, into chainPlan_.
+  bool shortestChain(const HashEntryKey& key, SlotRun& freed);
+  // A node of that search: the run to empty, its one entry, the node whose entry would move
+  // into the run (noParent for the key's candidates), and the moves up to this one.
+  static constexpr U32 noParent = 0xFFFFFFFF;
+  struct ChainNode {
+    SlotRun run;
+    SlotRun occupant;
+    U32 parent;
+    U32 moves;
+
+    // The slots that the entry's move frees: the wider of the two runs, which holds the other.
+    const SlotRun& freed() const noexcept { return occupant.width >= run.width ? occupant : run; }
+  };
+  // Whether a run overlaps the slots that the chain ending at node i empties.
+  bool chainCrosses(U32 i, const SlotRun& run) const noexcept;
+  // The first plan, candidates in order, of the fewest moves below `fewerThan`, into plan_.
+  bool fewestMovesPlan(const HashEntryKey& key, SlotRun& freed, U32 fewerThan);
   // Adds to plan_ the moves that empty a run of the given occupants within `budget` moves
   // (what is left is written back), each occupant's move at chain depth `depth`.
   bool planEmptying(const SlotRun& run, const Occupants& occupants, U32 depth, U32& budget);
@@ -213,6 +231,9 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   bool initialized_ = false;
   // The plan being built, the runs it holds (emptied or filled) and what failed so far:
   // kept between placements, so that a warm table allocates nothing to search.
+  std::vector<ChainNode> chainNodes_;
+  Fwk::HashMap<U64, bool> visitedRuns_;
+  std::vector<Move> chainPlan_;
   std::vector<Move> plan_;
   std::vector<SlotRun> reserved_;
   U32 runsExamined_ = 0;

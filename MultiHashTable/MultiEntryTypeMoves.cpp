@@ -3,11 +3,12 @@
 // candidate runs (in any bank, its own bucket included: moving a narrow entry to another
 // slot of its bucket is often what frees an aligned run for a wide one), which is free or
 // is emptied the same way first, with chains of displacement at most maxRecursiveSteps
-// deep. Plans of at most 1, 2, 3... moves in all are sought in turn, candidates in order,
-// so the first plan found is one of the fewest moves; nothing moves until it is whole. It
-// is then applied from its free ends backwards, each entry recorded and published at its
-// new place before the place it leaves is taken by the next. A search that examines
-// maxMoveSearchRuns runs without an answer leaves the key to the depth-first search.
+// deep. The shortest single chain is found first, breadth first; plans of fewer moves that
+// empty a run several entries stand in are then sought with at most 1, 2, 3... moves in
+// all, candidates in order. Nothing moves until a plan is whole. It is then applied from
+// its free ends backwards, each entry recorded and published at its new place before the
+// place it leaves is taken by the next. A search that examines maxMoveSearchRuns runs
+// without a plan leaves the key to the depth-first search.
 #include <cstddef>
 
 #include "MultiHashTable.h"
@@ -44,6 +45,8 @@ bool forEachCandidateRun(const MultiEntryTypeHashTable& table, const HashEntryKe
   }
   return false;
 }
+
+U64 visitKey(const SlotRun& run) { return (U64{run.position()} << 8) | run.width; }
 
 }  // namespace
 
@@ -87,8 +90,17 @@ U32 MultiEntryTypeHashTable::shortestMoves(const HashEntryKey& key) {
   runsExamined_ = 0;
   pinned_ = keyToPosHas(key) ? keyToPos(key) : INVALID_POSITION;
   failedMoves_.delAll();
+  // The shortest chain from a candidate that one entry stands in is quickly found; only
+  // plans of fewer moves, which empty a candidate that several stand in, are sought beyond it.
+  SlotRun chainFreed;
+  const bool chain = shortestChain(key, chainFreed);
   SlotRun freed;
-  const bool found = fewestMovesPlan(key, freed);
+  bool found = fewestMovesPlan(key, freed, chain ? static_cast<U32>(chainPlan_.size()) : ~U32{0});
+  if (!found && chain) {
+    plan_.swap(chainPlan_);
+    freed = chainFreed;
+    found = true;
+  }
   moveSearchCutShort_ = !found && runsExamined_ >= maxMoveSearchRuns;
   if (moveSearchCutShort_) {
     MHT_TRACE_IN("insertEntry", 2,
@@ -119,11 +131,65 @@ bool MultiEntryTypeHashTable::reservedOverlaps(const SlotRun& run) const noexcep
   return false;
 }
 
-bool MultiEntryTypeHashTable::fewestMovesPlan(const HashEntryKey& key, SlotRun& freed) {
+bool MultiEntryTypeHashTable::shortestChain(const HashEntryKey& key, SlotRun& freed) {
+  // Breadth first over runs that one entry stands in, each run enqueued once: the key's
+  // candidates, then the runs their entries could move to, level by level. At most
+  // maxMoveSearchSlots runs are enqueued.
+  chainNodes_.clear();
+  chainPlan_.clear();
+  visitedRuns_.delAll();
+  const auto enqueue = [this](const SlotRun& run, const SlotRun& occupant, U32 parent, U32 moves) {
+    if (chainNodes_.size() >= maxMoveSearchSlots || !visitedRuns_.findOrInsert(visitKey(run)).second) return;
+    chainNodes_.push_back(ChainNode{run, occupant, parent, moves});
+  };
+  forEachCandidateRun(*this, key, 0, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
+    const Occupants occupants = occupantsOf(b, run);
+    if (occupants.movable && occupants.count == 1) enqueue(run, occupants.entries[0], noParent, 1);
+    return false;
+  });
+  for (U32 i = 0; i < chainNodes_.size(); ++i) {
+    const ChainNode node = chainNodes_[i];
+    SlotRun target;
+    const bool found = forEachCandidateRun(
+        *this, posToKey(node.occupant.position()), node.moves, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
+          ++runsExamined_;
+          // Neither where the entry stands nor any slot that the chain empties.
+          if (run == node.occupant || chainCrosses(i, run)) return false;
+          const Occupants occupants = occupantsOf(b, run);
+          if (!occupants.movable || occupants.count > 1) return false;
+          if (occupants.count == 0) {
+            target = run;
+            return true;
+          }
+          if (node.moves < maxRecursiveSteps() && !chainCrosses(i, occupants.entries[0])) {
+            enqueue(run, occupants.entries[0], i, node.moves + 1);
+          }
+          return false;
+        });
+    if (!found) continue;
+    // From the free end backwards: each entry into the run that the next one leaves.
+    for (U32 j = i; j != noParent; j = chainNodes_[j].parent) {
+      chainPlan_.push_back(Move{chainNodes_[j].occupant, target});
+      target = chainNodes_[j].run;
+    }
+    freed = target;
+    return true;
+  }
+  return false;
+}
+
+bool MultiEntryTypeHashTable::chainCrosses(U32 i, const SlotRun& run) const noexcept {
+  for (; i != noParent; i = chainNodes_[i].parent) {
+    if (chainNodes_[i].freed().overlaps(run)) return true;
+  }
+  return false;
+}
+
+bool MultiEntryTypeHashTable::fewestMovesPlan(const HashEntryKey& key, SlotRun& freed, U32 fewerThan) {
   // Plans of 1, 2, 3... moves, each over the candidate runs in order, until one is whole,
   // the examined runs reach their bound, or no branch was cut short by the move count (a
   // larger count would find nothing more).
-  for (U32 moves = 1; runsExamined_ < maxMoveSearchRuns; ++moves) {
+  for (U32 moves = 1; moves < fewerThan && runsExamined_ < maxMoveSearchRuns; ++moves) {
     budgetCut_ = false;
     const bool found = forEachCandidateRun(*this, key, 0, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
       const Occupants occupants = occupantsOf(b, run);
