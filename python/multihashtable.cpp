@@ -112,7 +112,7 @@ py::object simulateForPython(const std::string& table, U32 banks, U32 buckets, U
                              const std::vector<std::tuple<U32, std::string, U32, U32, U32>>& bankHash,
                              const std::tuple<double, double, double>& mix, const std::string& keys,
                              const std::vector<std::string>& prefixes, std::optional<U64> requests,
-                             std::optional<double> fillTarget, U64 churn, U64 seed) {
+                             std::optional<double> fillTarget, U64 churn, U64 seed, const std::string& moveSearch) {
   using namespace mht;
   const auto fail = [](const std::string& option, const std::string& what) {
     throw py::value_error(option + ": " + what);
@@ -120,6 +120,9 @@ py::object simulateForPython(const std::string& table, U32 banks, U32 buckets, U
   if (table != "single" && table != "multi") fail("table", "'" + table + "' is neither 'single' nor 'multi'");
   if (keys != "random" && keys != "mac" && keys != "ipv4") fail("keys", "'" + keys + "' is not random, mac or ipv4");
   const TableKind kind = table == "single" ? TableKind::single : TableKind::multi;
+  if (moveSearch != "depthFirst" && moveSearch != "breadthFirst") {
+    fail("moveSearch", "'" + moveSearch + "' is neither 'depthFirst' nor 'breadthFirst'");
+  }
   if (banks < 1 || banks > 256) fail("banks", "not in [1, 256]");
   if (buckets < 1 || buckets > (1u << 20) || (buckets & (buckets - 1)) != 0) {
     fail("buckets", std::to_string(buckets) + " is not a power of two in [1, 1048576]");
@@ -135,6 +138,7 @@ py::object simulateForPython(const std::string& table, U32 banks, U32 buckets, U
 
   SimulationOptions options;
   options.table = TableSpec{kind, banks, buckets, slots, steps, bucketSpanBanks};
+  options.table.moveSearch = moveSearch == "breadthFirst" ? MoveSearch::breadthFirst : MoveSearch::depthFirst;
   options.banks = defaultBanks(options.table, doubleEntryTwoBucketMode);
   for (const auto& [bank, func, offSet, bits, mask] : bankHash) {
     if (bank >= banks) fail("bankHash", "bank " + std::to_string(bank) + " does not exist");
@@ -388,5 +392,6 @@ PYBIND11_MODULE(multihashtable, m) {
         py::arg("bankHash") = std::vector<std::tuple<U32, std::string, U32, U32, U32>>{},
         py::arg("mix") = std::make_tuple(70.0, 20.0, 10.0), py::arg("keys") = "random",
         py::arg("prefixes") = std::vector<std::string>{}, py::arg("requests") = py::none(),
-        py::arg("fillTarget") = py::none(), py::arg("churn") = 20000, py::arg("seed") = 1);
+        py::arg("fillTarget") = py::none(), py::arg("churn") = 20000, py::arg("seed") = 1,
+        py::arg("moveSearch") = "depthFirst");
 }

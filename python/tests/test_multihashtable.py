@@ -170,6 +170,27 @@ class SimulationTest(unittest.TestCase):
         report = mh.simulate(buckets=128, churn=500, seed=7, keys="mac")
         self.assertEqual(without_timings(report), without_timings(tool))
 
+    def test_breadth_first_figures_as_mht_simulate_json(self):
+        with tempfile.TemporaryDirectory() as scratch:
+            path = os.path.join(scratch, "report.json")
+            subprocess.run([os.environ["MHT"], "simulate", "--buckets", "64", "--churn", "300", "--seed", "3",
+                            "--move-search", "breadth-first", "--no-progress", "--json", path],
+                           check=True, stdout=subprocess.DEVNULL)
+            with open(path, encoding="utf-8") as f:
+                tool = json.load(f)
+        def without_timings(value):
+            if isinstance(value, dict):
+                return {k: without_timings(v) for k, v in value.items()
+                        if k not in ("seconds", "requestsPerSecond")}
+            return value
+
+        report = mh.simulate(buckets=64, churn=300, seed=3, moveSearch="breadthFirst")
+        self.assertEqual(report["table"]["moveSearch"], "breadthFirst")
+        self.assertGreater(report["counters"]["moves"], 0)
+        self.assertEqual(without_timings(report), without_timings(tool))
+        with self.assertRaisesRegex(ValueError, "moveSearch: 'sideways' is neither"):
+            mh.simulate(buckets=64, moveSearch="sideways")
+
     def test_single_width_options(self):
         report = mh.simulate(table="single", banks=2, buckets=16, slots=2, steps=5, requests=20, churn=0,
                              bankHash=[(1, "hashCrc16Lower", 0, 0, 15)])
