@@ -204,6 +204,8 @@ RequestCheck MultiHashTableBase::resyncCheck() const {
   Ptr<MultiHashTableBase> copy = scratchCopy(config, status);
   if (!copy) return checkPlacement(HashEntryKey());
   const ScratchRelease release(*copy);
+  // The copy makes room the way this table does, or its placements would not be this one's.
+  copy->moveSearchIs(moveSearch());
 
   // Keys in the order of the resync's own walk, which is the order of this collection.
   RequestCheck worst = RequestCheck::accepted("every request is placed again without stopping");

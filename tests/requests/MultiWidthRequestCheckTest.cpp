@@ -93,13 +93,14 @@ TEST(MultiWidthRequestCheck, ARemovalOfAKeyTheTableNeverHandledStopsNow) {
   EXPECT_TRUE(t.table->audit().empty());
 }
 
-// Random requests against multi-width tables of many shapes: every verdict is held against
-// what the reaction then does (see RequestAgreement.h).
+// Random requests against multi-width tables of many shapes, every other one making room
+// breadth-first: every verdict is held against what the reaction then does (see
+// RequestAgreement.h).
 TEST(MultiWidthRequestCheck, AgreesWithTheReactionOverRandomRequests) {
   std::mt19937 rng(7);
   const HashEntryType types[] = {single, single, dbl, quad};
   int executed = 0;
-  for (int round = 0; round < 300; ++round) {
+  for (int round = 0; round < 1000; ++round) {
     std::vector<BankArgs> banks;
     const U32 numBanks = 1 + rng() % 3;
     const U32 bucketSize = U32{1} << (rng() % 3);
@@ -114,6 +115,7 @@ TEST(MultiWidthRequestCheck, AgreesWithTheReactionOverRandomRequests) {
       banks.push_back(b);
     }
     MultiWidthTable t(bucketSize, rng() % 5, banks);
+    if (round % 2 == 1) t.table->moveSearchIs(MoveSearch::breadthFirst);
     executed += checkAgreement(*t.table, *t.config, *t.status, rng, [&](std::mt19937& r) {
       return HashEntryKey(static_cast<U16>(1 + r() % 8), static_cast<U32>(1 + r() % 8), 0, types[r() % 4]);
     });
