@@ -1,8 +1,10 @@
-// Shared helpers of the unit tests: trace capture, status recording and death-test text.
+// Shared helpers of the unit tests: trace capture, status recording, the one-key-per-id
+// check of every publication, and death-test text.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -78,6 +80,32 @@ class ChangeRecorder : public Fwk::Reactor {
  private:
   const HashEntryStatus* status_ = nullptr;
   const HashEntryConfig* config_ = nullptr;
+};
+
+// At every publication, no two keys' results name one id, and every valid result names an
+// id that records its key.
+class OneKeyPerId : public Fwk::Reactor {
+ public:
+  OneKeyPerId(const HashEntryStatus& status, const MultiHashTableBase& table) : status_(status), table_(table) {
+    status.publisher().subscriberIs(*this);
+  }
+  void onNotification(const Fwk::Notification&) override {
+    ++publications;
+    std::map<U32, HashEntryKey> holder;
+    for (const auto& [k, id] : status_.statusCollection()) {
+      if (!id.isValid()) continue;
+      const auto [at, added] = holder.emplace(id.value(), k);
+      if (!added) violations.push_back("id " + std::to_string(id.value()) + " is published for two keys");
+      if (!(table_.hashTableEntry(id) == k))
+        violations.push_back("id " + std::to_string(id.value()) + " does not hold its key");
+    }
+  }
+  int publications = 0;
+  std::vector<std::string> violations;
+
+ private:
+  const HashEntryStatus& status_;
+  const MultiHashTableBase& table_;
 };
 
 // Escapes a text so that a death test matches it literally.

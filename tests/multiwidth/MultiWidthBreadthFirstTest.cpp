@@ -156,30 +156,6 @@ TEST(MultiWidthBreadthFirst, TheSearchAndItsMovesAreTracedAtLevelTwo) {
   EXPECT_NE(out.find("insertEntry breadth-first move key: "), std::string::npos) << out;
 }
 
-// At every publication no two keys' results name one id, and every valid result names an
-// id that records its key.
-class OneKeyPerId : public Fwk::Reactor {
- public:
-  OneKeyPerId(const HashEntryStatus& status, const MultiEntryTypeHashTable& table) : status_(status), table_(table) {
-    status.publisher().subscriberIs(*this);
-  }
-  void onNotification(const Fwk::Notification&) override {
-    ++publications;
-    std::map<U32, HashEntryKey> holder;
-    for (const auto& [k, id] : status_.statusCollection()) {
-      if (!id.isValid()) continue;
-      if (!holder.emplace(id.value(), k).second) violations.push_back("id " + std::to_string(id.value()) + " twice");
-      if (!(table_.hashTableEntry(id) == k)) violations.push_back("id " + std::to_string(id.value()) + " not held");
-    }
-  }
-  int publications = 0;
-  std::vector<std::string> violations;
-
- private:
-  const HashEntryStatus& status_;
-  const MultiEntryTypeHashTable& table_;
-};
-
 HashEntryType randomWidth(std::mt19937& rng) {
   const U32 r = rng() % 10;
   return r < 7 ? single : r < 9 ? dbl : quad;

@@ -105,32 +105,6 @@ TEST(BreadthFirst, NoMoveHappensBeyondTheStepBudget) {
   EXPECT_EQ(t.table->numMoves(), 0u);
 }
 
-// At every publication, no two keys' results name one id, and every valid result names an
-// id that records its key.
-class OneKeyPerId : public Fwk::Reactor {
- public:
-  OneKeyPerId(const HashEntryStatus& status, const MultiHashTable& table) : status_(status), table_(table) {
-    status.publisher().subscriberIs(*this);
-  }
-  void onNotification(const Fwk::Notification&) override {
-    ++publications;
-    std::map<U32, HashEntryKey> holder;
-    for (const auto& [k, id] : status_.statusCollection()) {
-      if (!id.isValid()) continue;
-      const auto [at, added] = holder.emplace(id.value(), k);
-      if (!added) violations.push_back("id " + std::to_string(id.value()) + " is published for two keys");
-      if (!(table_.hashTableEntry(id) == k))
-        violations.push_back("id " + std::to_string(id.value()) + " does not hold its key");
-    }
-  }
-  int publications = 0;
-  std::vector<std::string> violations;
-
- private:
-  const HashEntryStatus& status_;
-  const MultiHashTable& table_;
-};
-
 TEST(BreadthFirst, NoIdHoldsTwoKeysAtAnyPublicationAndTheAuditStaysClean) {
   std::mt19937 rng(3);
   for (U32 steps = 1; steps <= 8; ++steps) {
