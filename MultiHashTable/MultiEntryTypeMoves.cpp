@@ -186,14 +186,19 @@ bool MultiEntryTypeHashTable::chainCrosses(U32 i, const SlotRun& run) const noex
 }
 
 bool MultiEntryTypeHashTable::fewestMovesPlan(const HashEntryKey& key, SlotRun& freed, U32 fewerThan) {
-  // Plans of 1, 2, 3... moves, each over the candidate runs in order, until one is whole,
-  // the examined runs reach their bound, or no branch was cut short by the move count (a
-  // larger count would find nothing more).
-  for (U32 moves = 1; moves < fewerThan && runsExamined_ < maxMoveSearchRuns; ++moves) {
+  // Plans of 2, 3... moves, each over the candidate runs in order, until one is whole, the
+  // examined runs reach their bound, or no branch was cut short by the move count (a larger
+  // count would find nothing more). What one move or two can do from a candidate that one
+  // entry stands in is a chain, which the chain search has already looked for.
+  for (U32 moves = 2; moves < fewerThan && runsExamined_ < maxMoveSearchRuns; ++moves) {
     budgetCut_ = false;
     const bool found = forEachCandidateRun(*this, key, 0, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
       const Occupants occupants = occupantsOf(b, run);
       if (!occupants.movable) return false;
+      if (occupants.count == 1 && moves < 3) {
+        budgetCut_ = true;
+        return false;
+      }
       plan_.clear();
       reserved_.clear();
       U32 budget = moves;

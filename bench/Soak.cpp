@@ -12,6 +12,7 @@
 //
 //   mht_soak [--requests N] [--table single|multi|both] [--seed S] [--audit-every N]
 //            [--fill-low F] [--fill-high F] [--by-id-percent P] [--steps N]
+//            [--move-search depth-first|breadth-first]
 //
 // Prints, per table: requests, time, fill band seen, moves, keys without room, audits run
 // and clean, and the process's peak resident size so far (getrusage). Exits 1 at the first
@@ -47,12 +48,14 @@ struct Options {
   double fillHigh = 0.95;
   unsigned byIdPercent = 10;
   U32 steps = 3;
+  MoveSearch moveSearch = MoveSearch::depthFirst;
 };
 
 [[noreturn]] void usage(const char* why) {
   std::cerr << "mht_soak: " << why << "\n"
             << "usage: mht_soak [--requests N] [--table single|multi|both] [--seed S] [--audit-every N]\n"
-            << "                [--fill-low F] [--fill-high F] [--by-id-percent P] [--steps N]\n";
+            << "                [--fill-low F] [--fill-high F] [--by-id-percent P] [--steps N]\n"
+            << "                [--move-search depth-first|breadth-first]\n";
   std::exit(2);
 }
 
@@ -80,6 +83,15 @@ Options parse(int argc, char** argv) {
       const unsigned long steps = std::strtoul(value.c_str(), &end, 10);
       if (steps > 16) usage("--steps above 16: the search's cost grows as a power of the budget");
       o.steps = static_cast<U32>(steps);
+    } else if (arg == "--move-search") {
+      end = nullptr;
+      if (value == "depth-first")
+        o.moveSearch = MoveSearch::depthFirst;
+      else if (value == "breadth-first")
+        o.moveSearch = MoveSearch::breadthFirst;
+      else
+        usage("--move-search takes depth-first or breadth-first");
+      continue;
     } else if (arg == "--table") {
       end = nullptr;
       if (value == "single")
@@ -121,10 +133,14 @@ struct Figures {
 
 class Soak {
  public:
+  static TableSpec shape(TableKind kind, const Options& o) {
+    TableSpec spec{kind, 4, 4096, 4, o.steps, false};
+    spec.moveSearch = o.moveSearch;
+    return spec;
+  }
+
   Soak(TableKind kind, const Options& o)
-      : options_(o),
-        session_(TableSpec{kind, 4, 4096, 4, o.steps, false}),
-        rng_(o.seed ^ (kind == TableKind::multi ? 0x5A : 0)) {
+      : options_(o), session_(shape(kind, o)), rng_(o.seed ^ (kind == TableKind::multi ? 0x5A : 0)) {
     for (const BankSpec& b : defaultBanks(session_.shape(), false)) session_.bankIs(b);
   }
 
@@ -284,10 +300,10 @@ int main(int argc, char** argv) {
   const Options options = parse(argc, argv);
   std::printf(
       "mht_soak: %llu requests per table, fill band %.0f-%.0f %%, audit every %llu requests, seed %llu, "
-      "maxRecursiveSteps %u\n",
+      "maxRecursiveSteps %u%s\n",
       static_cast<unsigned long long>(options.requests), 100 * options.fillLow, 100 * options.fillHigh,
-      static_cast<unsigned long long>(options.auditEvery), static_cast<unsigned long long>(options.seed),
-      options.steps);
+      static_cast<unsigned long long>(options.auditEvery), static_cast<unsigned long long>(options.seed), options.steps,
+      options.moveSearch == MoveSearch::breadthFirst ? ", breadth-first moves" : "");
   if (options.single) {
     Soak soak(TableKind::single, options);
     const Figures f = soak.run();
