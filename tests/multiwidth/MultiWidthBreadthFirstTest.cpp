@@ -199,7 +199,7 @@ TEST(MultiWidthBreadthFirst, NoIdHoldsTwoKeysAtAnyPublicationAndTheAuditStaysCle
 TEST(MultiWidthBreadthFirst, ASearchCutShortLeavesTheKeyToTheDepthFirstSearchAndTheAuditStaysClean) {
   // Four banks of 32 buckets filled to their first failures at a step budget of 5: the
   // searches for the widest keys run past maxMoveSearchRuns, and the depth-first search
-  // places some of those keys.
+  // takes each of those keys up.
   std::vector<BankArgs> banks(4);
   for (U32 i = 0; i < banks.size(); ++i) {
     banks[i].numBuckets = 32;
