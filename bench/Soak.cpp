@@ -134,9 +134,9 @@ struct Figures {
 class Soak {
  public:
   static TableSpec shape(TableKind kind, const Options& o) {
-    TableSpec spec{kind, 4, 4096, 4, o.steps, false};
-    spec.moveSearch = o.moveSearch;
-    return spec;
+    TableSpec table{kind, 4, 4096, 4, o.steps, false};
+    table.moveSearch = o.moveSearch;
+    return table;
   }
 
   Soak(TableKind kind, const Options& o)
