@@ -176,6 +176,8 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   U32 placeByShortestMoves(const HashEntryKey& key);
   // The key's candidate run that the moves, now applied, have freed; or INVALID_POSITION.
   U32 shortestMoves(const HashEntryKey& key);
+  // Whether the last search ran out of runs to examine before it ran out of plans.
+  bool moveSearchCutShort() const noexcept { return runsExamined_ >= maxMoveSearchRuns; }
   // The shortest chain from a candidate that one entry stands in, each entry into the run
   // that the next one leaves, the last into a free run: breadth first over runs that one
   // entry stands in, into chainPlan_.
@@ -229,17 +231,17 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   bool debugEnabled_ = false;
   Ptr<EntryIdHelper> entryIdHelper_;
   bool initialized_ = false;
-  // The plan being built, the runs it holds (emptied or filled) and what failed so far:
-  // kept between placements, so that a warm table allocates nothing to search.
+  // The chain search's nodes and visited runs, the chain and the plan being built, the runs
+  // the plan holds (emptied or filled) and what failed so far: kept between placements, so
+  // that a warm table allocates nothing to search.
   std::vector<ChainNode> chainNodes_;
   Fwk::HashMap<U64, bool> visitedRuns_;
   std::vector<Move> chainPlan_;
   std::vector<Move> plan_;
   std::vector<SlotRun> reserved_;
   U32 runsExamined_ = 0;
-  U32 pinned_ = INVALID_POSITION;    // where the key being placed stands already, if it does
-  bool moveSearchCutShort_ = false;  // the last search ran out of runs to examine
-  bool budgetCut_ = false;           // whether the move count, rather than the depth, ended a branch
+  U32 pinned_ = INVALID_POSITION;  // where the key being placed stands already, if it does
+  bool budgetCut_ = false;         // whether the move count, rather than the depth, ended a branch
   struct FailedMove {
     U32 budget = 0;
     bool cut = false;

@@ -77,7 +77,7 @@ U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId
   // out of plans, the depth-first search has its turn.
   if (moveSearch() == MoveSearch::breadthFirst && recursionStep == maxRecursiveSteps()) {
     const U32 placed = placeByShortestMoves(key);
-    if (placed != INVALID_POSITION || !moveSearchCutShort_) return placed;
+    if (placed != INVALID_POSITION || !moveSearchCutShort()) return placed;
   }
   MHT_TRACE(2, "MultiEntryTypeHashTable::"
                    << "insertEntry"

@@ -78,7 +78,7 @@ MultiEntryTypeHashTable::Occupants MultiEntryTypeHashTable::occupantsOf(const Mu
 U32 MultiEntryTypeHashTable::placeByShortestMoves(const HashEntryKey& key) {
   const U32 pos = shortestMoves(key);
   if (pos == INVALID_POSITION) {
-    if (!moveSearchCutShort_ && !hashEntryStatus()->statusHas(key)) hashEntryStatus()->statusIs(key, EntryId());
+    if (!moveSearchCutShort() && !hashEntryStatus()->statusHas(key)) hashEntryStatus()->statusIs(key, EntryId());
     return INVALID_POSITION;
   }
   bankAt(positionBank(pos)).updateBucketState(key.entryType(), positionBucket(pos), positionSlot(pos), true);
@@ -101,8 +101,7 @@ U32 MultiEntryTypeHashTable::shortestMoves(const HashEntryKey& key) {
     freed = chainFreed;
     found = true;
   }
-  moveSearchCutShort_ = !found && runsExamined_ >= maxMoveSearchRuns;
-  if (moveSearchCutShort_) {
+  if (!found && moveSearchCutShort()) {
     MHT_TRACE_IN("insertEntry", 2,
                  "insertEntry"
                      << " breadth-first search: " << runsExamined_
@@ -223,7 +222,6 @@ bool MultiEntryTypeHashTable::planEmptying(const SlotRun& run, const Occupants& 
   reserved_.push_back(run);
   for (U32 j = 0; j < occupants.count; ++j) reserved_.push_back(occupants.entries[j]);
   for (U32 j = 0; j < occupants.count; ++j) {
-    // The entries still to come keep a move each.
     if (!planMoveOut(occupants.entries[j], depth, budget)) return false;
   }
   return true;

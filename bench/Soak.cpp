@@ -85,9 +85,9 @@ Options parse(int argc, char** argv) {
       o.steps = static_cast<U32>(steps);
     } else if (arg == "--move-search") {
       end = nullptr;
-      if (value == "depth-first")
+      if (value == searchName(MoveSearch::depthFirst))
         o.moveSearch = MoveSearch::depthFirst;
-      else if (value == "breadth-first")
+      else if (value == searchName(MoveSearch::breadthFirst))
         o.moveSearch = MoveSearch::breadthFirst;
       else
         usage("--move-search takes depth-first or breadth-first");

@@ -5,8 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <random>
+#include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "MultiHashTable.h"
@@ -107,6 +110,30 @@ class OneKeyPerId : public Fwk::Reactor {
   const HashEntryStatus& status_;
   const MultiHashTableBase& table_;
 };
+
+// One step of a random client: one time in four the deletion of a placed key, otherwise a
+// request anywhere for a key with new hashes, withdrawn when it finds no room. makeKey(crc16,
+// crc32) makes the key.
+template <class MakeKey>
+void randomRequestOrDeletion(std::mt19937& rng, HashEntryConfig& config, const HashEntryStatus& status,
+                             std::vector<HashEntryKey>& placed, std::set<std::pair<U16, U32>>& used, MakeKey makeKey) {
+  if (!placed.empty() && rng() % 4 == 0) {
+    const std::size_t i = rng() % placed.size();
+    config.configDel(placed[i]);
+    placed[i] = placed.back();
+    placed.pop_back();
+    return;
+  }
+  const auto crc16 = static_cast<U16>(1 + rng() % 4000);
+  const auto crc32 = static_cast<U32>(1 + rng());
+  if (!used.insert({crc16, crc32}).second) return;
+  const HashEntryKey k = makeKey(crc16, crc32);
+  config.configIs(k, EntryId());
+  if (status.status(k).isValid())
+    placed.push_back(k);
+  else
+    config.configDel(k);
+}
 
 // Escapes a text so that a death test matches it literally.
 inline std::string literal(std::string_view text) {

@@ -115,22 +115,8 @@ TEST(BreadthFirst, NoIdHoldsTwoKeysAtAnyPublicationAndTheAuditStaysClean) {
       std::vector<HashEntryKey> placed;
       std::set<std::pair<U16, U32>> used;
       for (int n = 0; n < 200; ++n) {
-        if (!placed.empty() && rng() % 4 == 0) {
-          const std::size_t i = rng() % placed.size();
-          t.config->configDel(placed[i]);
-          placed[i] = placed.back();
-          placed.pop_back();
-        } else {
-          const auto crc16 = static_cast<U16>(1 + rng() % 4000);
-          const auto crc32 = static_cast<U32>(1 + rng());
-          if (!used.insert({crc16, crc32}).second) continue;
-          const HashEntryKey k = key(crc16, crc32);
-          t.request(k);
-          if (t.at(k).isValid())
-            placed.push_back(k);
-          else
-            t.config->configDel(k);
-        }
+        randomRequestOrDeletion(rng, *t.config, *t.status, placed, used,
+                                [](U16 crc16, U32 crc32) { return key(crc16, crc32); });
         const std::vector<std::string> audit = t.table->audit();
         ASSERT_TRUE(audit.empty()) << "steps " << steps << " banks " << banks << ": " << audit.front();
       }

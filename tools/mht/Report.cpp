@@ -12,8 +12,6 @@ namespace mht {
 
 namespace {
 
-const char* kindName(TableKind k) { return k == TableKind::single ? "single" : "multi"; }
-
 const char* sourceName(KeySourceKind k) {
   switch (k) {
     case KeySourceKind::random:
@@ -41,7 +39,7 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
   out << "table      " << kindName(t.kind) << ", " << t.numBanks << " banks x " << t.numBuckets << " buckets x "
       << t.numBucketEntries << " slots = " << r.capacity << " slots, maxRecursiveSteps " << t.maxRecursiveSteps;
   if (t.kind == TableKind::single) out << (t.bucketSpanBanks ? ", bucket-major ids" : ", bank-major ids");
-  if (t.moveSearch == MoveSearch::breadthFirst) out << ", breadth-first moves";
+  if (t.moveSearch == MoveSearch::breadthFirst) out << ", " << searchName(t.moveSearch) << " moves";
   if (t.kind == TableKind::multi && !o.banks.empty() && o.banks[0].doubleEntryTwoBucketMode)
     out << ", doubleEntryTwoBucketMode";
   out << '\n';

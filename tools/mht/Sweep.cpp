@@ -20,10 +20,6 @@ namespace mht {
 
 namespace {
 
-const char* kindName(TableKind k) { return k == TableKind::single ? "single" : "multi"; }
-
-const char* searchName(MoveSearch s) { return s == MoveSearch::breadthFirst ? "breadth-first" : "depth-first"; }
-
 std::vector<std::string> splitAt(const std::string& text, char separator) {
   std::vector<std::string> parts;
   std::size_t start = 0;
@@ -127,9 +123,9 @@ std::vector<MoveSearch> parseSearches(const std::string& text) {
   std::vector<MoveSearch> searches;
   for (const std::string& item : splitAt(text, ',')) {
     MoveSearch s = MoveSearch::depthFirst;
-    if (item == "breadth-first") {
+    if (item == searchName(MoveSearch::breadthFirst)) {
       s = MoveSearch::breadthFirst;
-    } else if (item != "depth-first") {
+    } else if (item != searchName(MoveSearch::depthFirst)) {
       bad(text, "'" + item + "' is not depth-first or breadth-first");
     }
     if (std::find(searches.begin(), searches.end(), s) == searches.end()) searches.push_back(s);

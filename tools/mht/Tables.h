@@ -37,6 +37,10 @@ struct TableSpec {
   MoveSearch moveSearch = MoveSearch::depthFirst;
 };
 
+// The command line's names: the table kinds and the move searches.
+inline const char* kindName(TableKind k) { return k == TableKind::single ? "single" : "multi"; }
+inline const char* searchName(MoveSearch s) { return s == MoveSearch::breadthFirst ? "breadth-first" : "depth-first"; }
+
 // One table and its collections. The multi-width table gets its EntryIdHelper at once;
 // the destructor breaks the table <-> helper cycle.
 class TableSession {

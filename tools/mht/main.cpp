@@ -137,7 +137,8 @@ struct SimulateCommand {
   // The table's shape, checked against what the tables can be.
   void checkTable() {
     table.kind = kind == "single" ? TableKind::single : TableKind::multi;
-    table.moveSearch = moveSearch == "breadth-first" ? MoveSearch::breadthFirst : MoveSearch::depthFirst;
+    table.moveSearch =
+        moveSearch == searchName(MoveSearch::breadthFirst) ? MoveSearch::breadthFirst : MoveSearch::depthFirst;
     if (table.kind == TableKind::multi && table.numBucketEntries > 4) {
       throw CLI::ValidationError("--slots", "a multi-width table's bucket state serves at most 4 slots");
     }
