@@ -38,14 +38,17 @@
 #pragma once
 
 // The one header a client includes: one header per concept behind it.
-#include "Bank.h"                     // a bank and its bucket selection
-#include "BucketState.h"              // a multi-width bucket's state word
-#include "EntryIdHelper.h"            // positions <-> EntryIds for the multi-width table
-#include "MultiEntryTypeBank.h"       // a bank of entries of several widths
-#include "MultiEntryTypeHashTable.h"  // the multi-width table
-#include "MultiHashTableTypes.h"      // keys, ids, enumerations
-#include "Position.h"                 // a multi-width position
-#include "RequestCheck.h"             // what a write would do, told before it is made
-#include "RequestsAndResults.h"       // HashEntryConfig and HashEntryStatus
-#include "SingleWidthTable.h"         // the single-width table
-#include "TableBase.h"                // the abstract table and its config reaction
+// The shared core: value types, requests and results, the abstract table, banks.
+#include "Bank.h"                 // a bank and its bucket selection
+#include "MultiHashTableTypes.h"  // keys, ids, enumerations
+#include "RequestCheck.h"         // what a write would do, told before it is made
+#include "RequestsAndResults.h"   // HashEntryConfig and HashEntryStatus
+#include "TableBase.h"            // the abstract table and its config reaction
+
+// One folder per table kind.
+#include "multiwidth/BucketState.h"              // a multi-width bucket's state word
+#include "multiwidth/EntryIdHelper.h"            // positions <-> EntryIds for the multi-width table
+#include "multiwidth/MultiEntryTypeBank.h"       // a bank of entries of several widths
+#include "multiwidth/MultiEntryTypeHashTable.h"  // the multi-width table
+#include "multiwidth/Position.h"                 // a multi-width position
+#include "singlewidth/SingleWidthTable.h"        // the single-width table

@@ -1,10 +1,11 @@
 // The multi-width bank: per-type geometry, bucket group alignment, the 64-bit bucket
 // state words, the free-space search and the bucket locks taken by moves.
+#include "multiwidth/MultiEntryTypeBank.h"
+
 #include <cstdint>
 
 #include <algorithm>
 
-#include "MultiHashTable.h"
 #include "fwk/Assert.h"
 #include "fwk/Registry.h"
 #include "fwk/Trace.h"

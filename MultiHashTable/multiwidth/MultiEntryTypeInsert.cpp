@@ -2,9 +2,10 @@
 // that, room is made cuckoo-fashion: in each other bank the key's candidate buckets are
 // locked and the entries standing in the way are inserted again elsewhere, recursively,
 // within the step budget. doAddOrMoveEntry commits every placement and every move.
+#include "multiwidth/MultiEntryTypeHashTable.h"
+
 #include <tuple>
 
-#include "MultiHashTable.h"
 #include "fwk/Assert.h"
 #include "fwk/Trace.h"
 #include "internal/Diagnostics.h"

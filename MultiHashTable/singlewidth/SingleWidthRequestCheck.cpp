@@ -1,9 +1,9 @@
 // What the single-width table's placement, placement by id and removal would do with a
 // request, found by walking the same candidates in the same order as they do, without
 // tracing or changing anything.
-#include <string>
+#include "singlewidth/SingleWidthTable.h"
 
-#include "MultiHashTable.h"
+#include <string>
 
 namespace TesselCentral {
 

@@ -7,11 +7,11 @@
 #include <cstdint>
 #include <vector>
 
-#include "MultiEntryTypeBank.h"
-#include "Position.h"
 #include "TableBase.h"
 #include "fwk/Collection.h"
 #include "fwk/IndexedMap.h"
+#include "multiwidth/MultiEntryTypeBank.h"
+#include "multiwidth/Position.h"
 
 namespace TesselCentral {
 
@@ -257,4 +257,4 @@ Ptr<MultiEntryTypeHashTable> multiEntryTypeHashTableFactory(U32 numBanks, U32 nu
 }  // namespace TesselCentral
 
 // The table holds its translator: a client of the table gets the whole of it.
-#include "EntryIdHelper.h"  // IWYU pragma: export
+#include "multiwidth/EntryIdHelper.h"  // IWYU pragma: export

@@ -1,10 +1,11 @@
 // The multi-width table: its banks and position maps, the link to its EntryIdHelper,
 // the free-position search, removal and placement at a requested EntryId.
+#include "multiwidth/MultiEntryTypeHashTable.h"
+
 #include <string>
 #include <string_view>
 #include <utility>
 
-#include "MultiHashTable.h"
 #include "fwk/Assert.h"
 #include "fwk/Error.h"
 #include "fwk/Registry.h"

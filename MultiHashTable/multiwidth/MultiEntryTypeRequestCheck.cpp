@@ -1,9 +1,9 @@
 // What the multi-width table's placement, placement by id and removal would do with a
 // request: the same walks as insertEntry's free-space search, the EntryIdHelper's bank walk
 // and setEntryState, in the same order, without tracing or changing anything.
-#include <string>
+#include "multiwidth/MultiEntryTypeHashTable.h"
 
-#include "MultiHashTable.h"
+#include <string>
 
 namespace TesselCentral {
 

@@ -9,9 +9,10 @@
 // its free ends backwards, each entry recorded and published at its new place before the
 // place it leaves is taken by the next. A search that examines maxMoveSearchRuns runs
 // without a plan leaves the key to the depth-first search.
+#include "multiwidth/MultiEntryTypeHashTable.h"
+
 #include <cstddef>
 
-#include "MultiHashTable.h"
 #include "fwk/Assert.h"
 #include "fwk/Trace.h"
 #include "internal/Diagnostics.h"

@@ -6,9 +6,10 @@
 // base(bank) being the slot count (numBuckets * bucketSize) of every lower logical bank.
 // Position to id is arithmetic; id to position goes through hashTableEntry and keyToPos,
 // so only an id that a key holds has a position.
+#include "multiwidth/EntryIdHelper.h"
+
 #include <utility>
 
-#include "MultiHashTable.h"
 #include "fwk/Assert.h"
 #include "fwk/Registry.h"
 #include "fwk/Trace.h"

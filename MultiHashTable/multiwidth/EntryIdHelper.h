@@ -2,8 +2,8 @@
 // questions a client asks about an id, and the rule for a requested id.
 #pragma once
 
-#include "MultiEntryTypeHashTable.h"
 #include "fwk/Entity.h"
+#include "multiwidth/MultiEntryTypeHashTable.h"
 
 namespace TesselCentral {
 

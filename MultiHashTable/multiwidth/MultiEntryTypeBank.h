@@ -3,10 +3,10 @@
 #pragma once
 
 #include "Bank.h"
-#include "BucketState.h"
-#include "Position.h"
 #include "fwk/Collection.h"
 #include "fwk/IndexedMap.h"
+#include "multiwidth/BucketState.h"
+#include "multiwidth/Position.h"
 
 namespace TesselCentral {
 
