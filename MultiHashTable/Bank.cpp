@@ -4,6 +4,7 @@
 #include "fwk/EntityType.h"
 #include "fwk/Error.h"
 #include "fwk/TypeInfo.h"
+#include "internal/ConditionTexts.h"
 #include "internal/Diagnostics.h"
 
 namespace TesselCentral {
@@ -81,7 +82,7 @@ U32 Bank::hashedBucketId(U16 crc16, U32 crc32) const noexcept {
 
 U32 Bank::calcBucketId(U16 crc16, U32 crc32, HashEntryType, bool debugEnabled, U32 debugCrcInc) {
   if (debugEnabled) return debugBucketId(debugCrcInc);
-  if (hashFunc_ == HashFunc::hashLsb) MHT_ASSERT_TEXT(false, "0");
+  if (!selectsBuckets()) MHT_ASSERT_TEXT(false, condition::bankSelectsNoBucket);
   const U32 bucketId = hashedBucketId(crc16, crc32);
   MHT_TRACE(2, "Bank::"
                    << "calcBucketId"

@@ -40,6 +40,7 @@
 // The one header a client includes: one header per concept behind it.
 // The shared core: value types, requests and results, the abstract table, banks.
 #include "Bank.h"                 // a bank and its bucket selection
+#include "Candidates.h"           // the places a key may take
 #include "MultiHashTableTypes.h"  // keys, ids, enumerations
 #include "RequestCheck.h"         // what a write would do, told before it is made
 #include "RequestsAndResults.h"   // HashEntryConfig and HashEntryStatus

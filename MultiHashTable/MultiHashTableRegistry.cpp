@@ -98,6 +98,7 @@ const Fwk::TypeInfo* registerMultiHashTableBase(Fwk::Module& module, [[maybe_unu
       .operation<&MultiHashTableBase::reconcile>(own + 25, "reconcile", {})
       .attribute<&MultiHashTableBase::moveSearch>(own + 26, "moveSearch", mutableAttr)
       .operation<&MultiHashTableBase::moveSearchIs>(own + 27, "moveSearchIs", {"moveSearch"})
+      .operation<&MultiHashTableBase::candidates>(own + 28, "candidates", {"key"})
       .factory<&multiHashTableBaseFactory>(tableParameters);
   return &base.info();
 }
@@ -128,6 +129,7 @@ const Fwk::TypeInfo* registerMultiHashTable(Fwk::Module& module, [[maybe_unused]
       .operation<&MultiHashTable::calcEntryId>(added + 5, "calcEntryId", {"bankId", "bucketId", "slot"})
       .operation<&MultiHashTable::rehashEntry>(added + 6, "rehashEntry",
                                                {"eId", "targetBank", "stepsRemaining", "entryType"})
+      .operation<&MultiHashTable::slotOfId>(added + 7, "slotOfId", {"eId"})
       .factory<&multiHashTableFactory>(with(tableParameters, {"bucketSpanBanks"}));
   return &single.info();
 }

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "fwk/Error.h"
+#include "internal/ConditionTexts.h"
 
 namespace TesselCentral {
 
@@ -92,7 +93,8 @@ std::string keyText(const HashEntryKey& key) {
 std::string bankText(U32 bank) { return "bank " + std::to_string(bank); }
 
 RequestCheck noBucketSelected(U32 bank) {
-  return RequestCheck::stopsNow("0", bankText(bank) + "'s hash function hashLsb selects no bucket");
+  return RequestCheck::stopsNow(condition::bankSelectsNoBucket,
+                                bankText(bank) + "'s hash function hashLsb selects no bucket");
 }
 
 }  // namespace detail

@@ -7,6 +7,7 @@
 
 #include "fwk/Assert.h"
 #include "fwk/TypeInfo.h"
+#include "internal/ConditionTexts.h"
 #include "internal/Diagnostics.h"
 
 namespace TesselCentral {
@@ -87,7 +88,7 @@ void MultiHashTableBase::handleHashUpdate(const HashEntryKey& key) {
                    << " key: " << key);
   const EntryId* requested = hashEntryConfig_->configFind(key);
   if (requested == nullptr) {
-    MHT_ASSERT_TEXT(hashEntryStatus()->statusHas(key), "hashEntryStatus()->statusHas( key )");
+    MHT_ASSERT_TEXT(hashEntryStatus()->statusHas(key), condition::removedKeyWasHandled);
     removeEntry(key);
     return;
   }
@@ -110,22 +111,22 @@ void MultiHashTableBase::handleHashUpdate() {
 }
 
 U32 MultiHashTableBase::insertEntry(const HashEntryKey&, U32, U32) {
-  MHT_ASSERT_TEXT(false, "0 && \"Derived class needs to implement this\"");
+  MHT_ASSERT_TEXT(false, condition::derivedTableNeeded);
   return 0;
 }
 
 bool MultiHashTableBase::checkEntryIdValidity(const HashEntryKey&, EntryId) {
-  MHT_ASSERT_TEXT(false, "0 && \"Derived class needs to implement this\"");
+  MHT_ASSERT_TEXT(false, condition::derivedTableNeeded);
   return false;
 }
 
 void MultiHashTableBase::insertEntryWithId(const HashEntryKey&, EntryId) {
-  MHT_ASSERT_TEXT(false, "0 && \"Derived class needs to implement this\"");
+  MHT_ASSERT_TEXT(false, condition::derivedTableNeeded);
 }
 
-void MultiHashTableBase::removeEntry(const HashEntryKey&) {
-  MHT_ASSERT_TEXT(false, "0 && \"Derived class needs to implement this\"");
-}
+void MultiHashTableBase::removeEntry(const HashEntryKey&) { MHT_ASSERT_TEXT(false, condition::derivedTableNeeded); }
+
+CandidateList MultiHashTableBase::candidates(const HashEntryKey&) const { return {}; }
 
 void MultiHashTableBase::checkSanity() {
   MHT_TRACE(1, "virtual void TesselCentral::MultiHashTableBase::checkSanity()");
@@ -169,7 +170,7 @@ RequestCheck MultiHashTableBase::removalCheck(const HashEntryKey& key) const {
         "reconcile");
   }
   if (!hashEntryStatus_->statusHas(key)) {
-    return RequestCheck::stopsNow("hashEntryStatus()->statusHas( key )",
+    return RequestCheck::stopsNow(condition::removedKeyWasHandled,
                                   "the table never handled this key (its request was written while the table did not "
                                   "listen, or before the table existed), so it has nothing to remove");
   }
@@ -177,15 +178,15 @@ RequestCheck MultiHashTableBase::removalCheck(const HashEntryKey& key) const {
 }
 
 RequestCheck MultiHashTableBase::checkPlacementAt(const HashEntryKey&, EntryId) const {
-  return RequestCheck::stopsNow("0 && \"Derived class needs to implement this\"", "the table places nothing itself");
+  return RequestCheck::stopsNow(condition::derivedTableNeeded, "the table places nothing itself");
 }
 
 RequestCheck MultiHashTableBase::checkPlacement(const HashEntryKey&) const {
-  return RequestCheck::stopsNow("0 && \"Derived class needs to implement this\"", "the table places nothing itself");
+  return RequestCheck::stopsNow(condition::derivedTableNeeded, "the table places nothing itself");
 }
 
 RequestCheck MultiHashTableBase::checkRemoval(const HashEntryKey&) const {
-  return RequestCheck::stopsNow("0 && \"Derived class needs to implement this\"", "the table removes nothing itself");
+  return RequestCheck::stopsNow(condition::derivedTableNeeded, "the table removes nothing itself");
 }
 
 Ptr<MultiHashTableBase> MultiHashTableBase::scratchCopy(const Ptr<const HashEntryConfig>&,

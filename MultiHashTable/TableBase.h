@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Candidates.h"
 #include "MultiHashTableTypes.h"
 #include "RequestCheck.h"
 #include "RequestsAndResults.h"
@@ -78,6 +79,12 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
     const HashEntryKey* held = hashTableEntry_.find(eId);
     return held != nullptr && !isEmptyMarker(*held) && !(*held == key) ? held : nullptr;
   }
+  // The key recorded at eId that forbids a request for `key` to take eId: another key whose
+  // crc16 and crc32 differ from the key's (a key with the same hashes counts as this one).
+  const HashEntryKey* claimBlockedBy(EntryId eId, const HashEntryKey& key) const noexcept {
+    const HashEntryKey* held = otherKeyRecordedAt(eId, key);
+    return held != nullptr && !sameHashes(*held, key) ? held : nullptr;
+  }
   bool hashTableEntryHas(EntryId eId) const noexcept { return hashTableEntry_.has(eId); }
   void hashTableEntryIs(EntryId eId, const HashEntryKey& key) { hashTableEntry_.is(eId, key); }
   // Frees the id; false when no key held it.
@@ -105,6 +112,10 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
   virtual void insertEntryWithId(const HashEntryKey& key, EntryId eId);
   virtual void removeEntry(const HashEntryKey& key);
   virtual void checkSanity();
+
+  // The places the key may take, in the order in which its placement tries them; the
+  // derived tables know them.
+  virtual CandidateList candidates(const HashEntryKey& key) const;
 
   // Checks every invariant that the table keeps between operations; one line of text per
   // violation, none when the table is consistent. Reads only.

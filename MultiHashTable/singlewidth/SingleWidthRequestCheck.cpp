@@ -1,9 +1,11 @@
-// What the single-width table's placement, placement by id and removal would do with a
-// request, found by walking the same candidates in the same order as they do, without
-// tracing or changing anything.
-#include "singlewidth/SingleWidthTable.h"
+// What the single-width table's placement, placement at a requested id and removal would
+// do with a request: the verdicts on what the table's own walks find.
+#include "singlewidth/SingleWidthRequestCheck.h"
 
 #include <string>
+
+#include "internal/ConditionTexts.h"
+#include "singlewidth/SingleWidthTable.h"
 
 namespace TesselCentral {
 
@@ -12,9 +14,11 @@ using detail::idText;
 using detail::keyText;
 using detail::noBucketSelected;
 
-RequestCheck MultiHashTable::missingBank() const {
-  for (U32 b = 0; b < numBanks(); ++b) {
-    if (bankFind(b) == nullptr) {
+namespace {
+
+RequestCheck missingBank(const MultiHashTable& table) {
+  for (U32 b = 0; b < table.numBanks(); ++b) {
+    if (table.bankFind(b) == nullptr) {
       return RequestCheck::stopsNow("", bankText(b) +
                                             " is missing: every bank below numBanks must exist before a key " +
                                             "is placed, or the placement reads a bank that is not there");
@@ -26,134 +30,107 @@ RequestCheck MultiHashTable::missingBank() const {
 // What the key's buckets leave for later: a bank that selects no bucket stops the first
 // placement that reaches it, and a bucket at or past the table's numBuckets has the ids of
 // another bank's slots.
-RequestCheck MultiHashTable::keyGeometry(const HashEntryKey& key) const {
+RequestCheck keyGeometry(const MultiHashTable& table, const HashEntryKey& key) {
   RequestCheck verdict = RequestCheck::accepted();
   if (key.crc16() == 0 && key.crc32() == 0) {
     verdict.worsen(
         RequestCheck::hazardous("a key whose crc16 and crc32 are both 0 is taken for the empty-slot marker: "
                                 "other keys may be placed over it"));
   }
-  for (U32 b = 0; b < numBanks(); ++b) {
-    const Bank& bank = *bankFind(b);
+  for (U32 b = 0; b < table.numBanks(); ++b) {
+    const Bank& bank = *table.bankFind(b);
     if (!bank.selectsBuckets()) {
-      verdict.worsen(RequestCheck::stopsLater("0", bankText(b) + "'s hash function hashLsb selects no bucket: the " +
-                                                       "first placement of the key that reaches it stops"));
+      verdict.worsen(RequestCheck::stopsLater(condition::bankSelectsNoBucket,
+                                              bankText(b) + "'s hash function hashLsb selects no bucket: the " +
+                                                  "first placement of the key that reaches it stops"));
       continue;
     }
     const U32 bucket = bank.bucketIdOf(key.crc16(), key.crc32(), false, 0);
-    if (bucket >= numBuckets()) {
+    if (bucket >= table.numBuckets()) {
       verdict.worsen(RequestCheck::hazardous("the key's bucket " + std::to_string(bucket) + " in " + bankText(b) +
-                                             " lies at or past the table's numBuckets " + std::to_string(numBuckets()) +
+                                             " lies at or past the table's numBuckets " +
+                                             std::to_string(table.numBuckets()) +
                                              ": its ids are another bank's slots"));
     }
   }
   return verdict;
 }
 
-RequestCheck MultiHashTable::checkPlacementAt(const HashEntryKey& key, EntryId eId) const {
-  if (RequestCheck missing = missingBank(); !missing.passes()) return missing;
+}  // namespace
 
-  // checkEntryIdValidity: the candidates, bank by bank, until one is eId.
-  bool valid = false;
-  for (U32 b = 0; b < numBanks() && !valid; ++b) {
-    const Bank& bank = *bankFind(b);
-    if (!bank.selectsBuckets()) return noBucketSelected(b);
-    const U32 bucket = bank.bucketIdOf(key.crc16(), key.crc32(), false, 0);
-    for (U32 s = 0; s < numBucketEntries() && !valid; ++s)
-      valid = entryIdOf(b, bucket, SlotId(static_cast<U8>(s))) == eId;
-  }
-  if (!valid) {
-    return RequestCheck::stopsNow("checkEntryIdValidity( key, eId )",
+namespace singleWidthCheck {
+
+RequestCheck placementAt(const MultiHashTable& table, const HashEntryKey& key, EntryId eId) {
+  if (RequestCheck missing = missingBank(table); !missing.passes()) return missing;
+
+  const MultiHashTable::CandidateWalk walk = table.findCandidate(key, eId);
+  if (walk.end == MultiHashTable::CandidateWalk::noBucket) return noBucketSelected(walk.bank);
+  if (walk.end != MultiHashTable::CandidateWalk::stopped) {
+    return RequestCheck::stopsNow(condition::requestedIdIsCandidate,
                                   "id " + idText(eId) + " is not one of the key's candidate slots");
   }
-
-  const HashEntryKey* held = otherKeyRecordedAt(eId, key);
-  if (held != nullptr && !sameHashes(*held, key)) {
-    return RequestCheck::stopsNow("false", "id " + idText(eId) + " holds key " + keyText(*held) +
-                                               ": a request never takes a position from another key");
+  if (const HashEntryKey* blocker = table.claimBlockedBy(eId, key)) {
+    return RequestCheck::stopsNow(condition::requestedIdHeldByAnother,
+                                  "id " + idText(eId) + " holds key " + keyText(*blocker) +
+                                      ": a request never takes a position from another key");
   }
 
   RequestCheck verdict = RequestCheck::accepted("the key is placed at id " + idText(eId));
-  if (held != nullptr) {
+  if (const HashEntryKey* held = table.otherKeyRecordedAt(eId, key)) {
     verdict.worsen(RequestCheck::hazardous("id " + idText(eId) + " holds key " + keyText(*held) +
                                            ", which has the same crc16 and crc32: both keys are published at id " +
                                            idText(eId)));
   }
-  if (const EntryId* current = hashEntryStatus()->statusFind(key); current != nullptr && current->isValid()) {
+  if (const EntryId* current = table.hashEntryStatus()->statusFind(key); current != nullptr && current->isValid()) {
     verdict.worsen(RequestCheck::hazardous("the key stands at id " + idText(*current) +
                                            ", which stays recorded for it after it is published at id " + idText(eId) +
                                            ": that slot is lost until another key's removal frees it"));
   }
-  verdict.worsen(keyGeometry(key));
+  verdict.worsen(keyGeometry(table, key));
   return verdict;
 }
 
-RequestCheck MultiHashTable::checkPlacement(const HashEntryKey& key) const {
-  if (const EntryId* current = hashEntryStatus()->statusFind(key); current != nullptr && !current->isValid()) {
+RequestCheck placement(const MultiHashTable& table, const HashEntryKey& key) {
+  if (const EntryId* current = table.hashEntryStatus()->statusFind(key); current != nullptr && !current->isValid()) {
     return RequestCheck::noReaction(
         "the key found no room before: it is tried again only after its request is "
         "deleted and written anew");
   }
-  if (RequestCheck missing = missingBank(); !missing.passes()) return missing;
+  if (RequestCheck missing = missingBank(table); !missing.passes()) return missing;
 
-  // The first pass: a free slot, or the key itself (by its two hashes), slot by slot.
+  const MultiHashTable::FirstPass first = table.firstPass(key);
+  if (first.walk.end == MultiHashTable::CandidateWalk::noBucket) return noBucketSelected(first.walk.bank);
   RequestCheck verdict;
-  bool decided = false;
-  for (U32 b = 0; b < numBanks() && !decided; ++b) {
-    const Bank& bank = *bankFind(b);
-    if (!bank.selectsBuckets()) return noBucketSelected(b);
-    const U32 bucket = bank.bucketIdOf(key.crc16(), key.crc32(), false, 0);
-    for (U32 s = 0; s < numBucketEntries(); ++s) {
-      const EntryId e = entryIdOf(b, bucket, SlotId(static_cast<U8>(s)));
-      const HashEntryKey* stored = hashTableEntryFind(e);
-      if (stored == nullptr || isEmptyMarker(*stored)) {
-        verdict = RequestCheck::accepted("the key is placed at id " + idText(e));
-        decided = true;
-        break;
-      }
-      if (!sameHashes(*stored, key)) continue;
-      if (key.crc16() == 0 && key.crc32() == 0) {
-        if (e.value() == 1) {
-          verdict = RequestCheck::hazardous("the zero key takes over id 1 from key " + keyText(*stored));
-          decided = true;
-        }
-        break;
-      }
-      verdict = *stored == key
-                    ? RequestCheck::accepted("the key stands at id " + idText(e))
-                    : RequestCheck::hazardous("id " + idText(e) + " holds key " + keyText(*stored) +
-                                              ", which has the same crc16 and crc32: the key is published there too");
-      decided = true;
+  switch (first.found) {
+    case MultiHashTable::FirstPass::freeSlot:
+      verdict = RequestCheck::accepted("the key is placed at id " + idText(first.eId));
+      break;
+    case MultiHashTable::FirstPass::zeroKeyAtOne:
+      verdict =
+          RequestCheck::hazardous("the zero key takes over id 1 from key " + keyText(table.hashTableEntry(first.eId)));
+      break;
+    case MultiHashTable::FirstPass::existing: {
+      const HashEntryKey stored = table.hashTableEntry(first.eId);
+      verdict = stored == key ? RequestCheck::accepted("the key stands at id " + idText(first.eId))
+                              : RequestCheck::hazardous("id " + idText(first.eId) + " holds key " + keyText(stored) +
+                                                        ", which has the same crc16 and crc32: the key is published "
+                                                        "there too");
       break;
     }
+    case MultiHashTable::FirstPass::none:
+      verdict = RequestCheck::accepted(
+          "no candidate slot is free: occupants are moved to make room, or the key gets "
+          "no room");
+      break;
   }
-  if (!decided) {
-    verdict = RequestCheck::accepted(
-        "no candidate slot is free: occupants are moved to make room, or the key gets "
-        "no room");
-  }
-  verdict.worsen(keyGeometry(key));
+  verdict.worsen(keyGeometry(table, key));
   return verdict;
 }
 
-RequestCheck MultiHashTable::checkRemoval(const HashEntryKey&) const {
+RequestCheck removal(const MultiHashTable&, const HashEntryKey&) {
   return RequestCheck::accepted("the key's position is freed and its result removed");
 }
 
-Ptr<MultiHashTableBase> MultiHashTable::scratchCopy(const Ptr<const HashEntryConfig>& config,
-                                                    const Ptr<HashEntryStatus>& status) const {
-  Ptr<MultiHashTable> copy = multiHashTableFactory(numBanks(), numBuckets(), numBucketEntries(), config, status,
-                                                   maxRecursiveSteps(), bucketSpanBanks_);
-  // A bank holds only its geometry, so the copy shares the banks themselves.
-  for (const auto& member : bank_) {
-    copy->bank_.is(member.key, member.value);
-    if (member.key < copy->bankIndex_.size()) copy->bankIndex_[member.key] = member.value.ptr();
-  }
-  for (const auto& record : hashTableEntryCollection()) copy->hashTableEntryIs(record.key, record.value);
-  copy->numInsertionsInc(numInsertions());
-  copy->numDeletionsInc(numDeletions());
-  copy->numMovesInc(numMoves());
-  return copy;
-}
+}  // namespace singleWidthCheck
 
 }  // namespace TesselCentral

@@ -8,7 +8,9 @@
 
 #include "fwk/Error.h"
 #include "fwk/TypeInfo.h"
+#include "internal/ConditionTexts.h"
 #include "internal/Diagnostics.h"
+#include "singlewidth/SingleWidthRequestCheck.h"
 
 namespace TesselCentral {
 
@@ -17,7 +19,6 @@ namespace {
 // Each keyed collection mixes its own constant into the process seed, so that
 // collections holding the same keys spread them differently.
 constexpr U32 singleWideBankSeed = 0xBA2C0001u;
-constexpr U32 moveSearchVisitedSeed = 0x5EA2C4EDu;
 
 }  // namespace
 
@@ -27,8 +28,7 @@ MultiHashTable::MultiHashTable(U32 numBanks, U32 numBuckets, U32 numBucketEntrie
     : MultiHashTableBase(numBanks, numBuckets, numBucketEntries, std::move(hashEntryConfig), std::move(hashEntryStatus),
                          maxRecursiveSteps),
       bucketSpanBanks_(bucketSpanBanks),
-      bank_(singleWideBankSeed),
-      visited_(moveSearchVisitedSeed) {
+      bank_(singleWideBankSeed) {
   // A chain holds one link per step and one more; reserved once so that no placement allocates.
   rehashChain_.reserve(std::size_t{std::min<U32>(maxRecursiveSteps, 63)} + 1);
   handleInitialized();
@@ -104,6 +104,127 @@ U32 MultiHashTable::bucketOf(const HashEntryKey& key, U32 bankId) const {
   return bankAt(bankId).calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
 }
 
+Candidate MultiHashTable::slotOfId(EntryId eId) const noexcept {
+  const U32 slots = numBucketEntries();
+  const U32 lines = bucketSpanBanks_ ? numBanks() : numBuckets();  // the inner of bank and bucket
+  if (slots == 0 || lines == 0) return Candidate{numBanks(), 0, 0, 1, eId};
+  const U32 slot = eId.value() % slots;
+  const U32 line = eId.value() / slots;
+  if (bucketSpanBanks_) return Candidate{line % lines, line / lines, slot, 1, eId};
+  return Candidate{line / lines, line % lines, slot, 1, eId};
+}
+
+namespace {
+
+// What a walk of the candidates shows as it goes. A check sees nothing; a placement traces
+// each bank's bucket and each slot's id, and stops the agent on a bank that selects no
+// bucket, where the bucket computation asserts.
+struct Unobserved {
+  void bank(const MultiHashTable&, const HashEntryKey&, U32) const noexcept {}
+  void slot(const MultiHashTable&, U32, U32, U32) const noexcept {}
+  void stored(EntryId, const HashEntryKey*) const noexcept {}
+  void zeroKeyAtOne(EntryId) const noexcept {}
+};
+
+struct Traced {
+  void bank(const MultiHashTable& table, const HashEntryKey& key, U32 bank) const { table.bucketOf(key, bank); }
+  void slot(const MultiHashTable& table, U32 bank, U32 bucket, U32 slot) const {
+    table.calcEntryId(bank, bucket, SlotId(static_cast<U8>(slot)));
+  }
+  void stored(EntryId, const HashEntryKey*) const noexcept {}
+  void zeroKeyAtOne(EntryId) const noexcept {}
+};
+
+// The first pass of a placement also traces what each slot holds.
+struct TracedFirstPass : Traced {
+  void stored(EntryId e, const HashEntryKey* key) const {
+    MHT_TRACE_IN("insertEntry", 2,
+                 "insertEntry"
+                     << "hashTableEntry( " << e << " ) " << (key ? *key : HashEntryKey()));
+  }
+  void zeroKeyAtOne(EntryId e) const {
+    MHT_TRACE_IN("insertEntry", 2, "Special case of key being zero, hashing to key: " << e);
+  }
+};
+
+}  // namespace
+
+template <class Observer, class Visit>
+MultiHashTable::CandidateWalk MultiHashTable::walkCandidates(const HashEntryKey& key, Observer& observer,
+                                                             Visit&& visit) const {
+  for (U32 b = 0; b < numBanks(); ++b) {
+    const Bank* bank = bankFind(b);
+    if (bank == nullptr) return CandidateWalk{CandidateWalk::missingBank, b, EntryId()};
+    observer.bank(*this, key, b);
+    if (!bank->selectsBuckets()) return CandidateWalk{CandidateWalk::noBucket, b, EntryId()};
+    const U32 bucket = bank->bucketIdOf(key.crc16(), key.crc32(), false, 0);
+    for (U32 s = 0; s < numBucketEntries(); ++s) {
+      const EntryId e = entryIdOf(b, bucket, SlotId(static_cast<U8>(s)));
+      observer.slot(*this, b, bucket, s);
+      const WalkStep step = visit(b, e);
+      if (step == WalkStep::stop) return CandidateWalk{CandidateWalk::stopped, b, e};
+      if (step == WalkStep::nextBank) break;
+    }
+  }
+  return CandidateWalk{};
+}
+
+template <class Observer>
+MultiHashTable::FirstPass MultiHashTable::firstPass(const HashEntryKey& key, Observer& observer) const {
+  // A free slot, or the key itself, slot by slot. The free test comes first, so a key
+  // already placed moves into a free slot that precedes its own.
+  FirstPass pass;
+  const bool zeroKey = key.crc16() == 0 && key.crc32() == 0;
+  pass.walk = walkCandidates(key, observer, [&](U32, EntryId e) {
+    const HashEntryKey* stored = hashTableEntryFind(e);
+    observer.stored(e, stored);
+    if (stored == nullptr || isEmptyMarker(*stored)) {
+      pass.found = FirstPass::freeSlot;
+    } else if (!sameHashes(*stored, key)) {
+      return WalkStep::next;
+    } else if (zeroKey) {
+      // The zero key looks like the empty marker: it takes id 1, or nothing of this bucket.
+      if (e.value() != 1) return WalkStep::nextBank;
+      observer.zeroKeyAtOne(e);
+      pass.found = FirstPass::zeroKeyAtOne;
+    } else {
+      // Only crc16 and crc32 are compared: a key with the same hashes counts as this one.
+      pass.found = FirstPass::existing;
+    }
+    pass.eId = e;
+    return WalkStep::stop;
+  });
+  return pass;
+}
+
+MultiHashTable::FirstPass MultiHashTable::firstPass(const HashEntryKey& key) const {
+  Unobserved silent;
+  return firstPass(key, silent);
+}
+
+template <class Observer>
+MultiHashTable::CandidateWalk MultiHashTable::findCandidate(const HashEntryKey& key, EntryId eId,
+                                                            Observer& observer) const {
+  return walkCandidates(key, observer, [eId](U32, EntryId e) { return e == eId ? WalkStep::stop : WalkStep::next; });
+}
+
+MultiHashTable::CandidateWalk MultiHashTable::findCandidate(const HashEntryKey& key, EntryId eId) const {
+  Unobserved silent;
+  return findCandidate(key, eId, silent);
+}
+
+CandidateList MultiHashTable::candidates(const HashEntryKey& key) const {
+  CandidateList list;
+  Unobserved silent;
+  walkCandidates(key, silent, [&](U32 b, EntryId e) {
+    Candidate place = slotOfId(e);
+    place.bank = b;  // an id past the table's end names another bank's slot: keep the bank walked
+    list.add(place);
+    return WalkStep::next;
+  });
+  return list;
+}
+
 U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep) {
   MHT_TRACE(2, "insertEntry"
                    << " Insert key: " << key);
@@ -112,14 +233,17 @@ U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep)
   if (const EntryId* current = status.statusFind(key); current != nullptr && !current->isValid()) return 0;
 
   std::optional<EntryId> chosen;
-  const FirstPass first = firstPass(key);
+  TracedFirstPass traced;
+  const FirstPass first = firstPass(key, traced);
+  // A missing bank stops the placement where it reads it.
+  if (first.walk.end == CandidateWalk::missingBank) bucketOf(key, first.walk.bank);
   if (first.found == FirstPass::existing) {
     MHT_TRACE(2, "insertEntry"
                      << " Found existing key: " << first.eId);
     status.statusIs(key, first.eId);
     return 0;
   }
-  if (first.found == FirstPass::freeSlot) chosen = first.eId;
+  if (first.found != FirstPass::none) chosen = first.eId;
   if (!chosen && numBanks() >= 2) {
     chosen = moveSearch() == MoveSearch::breadthFirst ? shortestMoves(key, recursionStep)
                                                       : secondPass(key, recursionStep, __PRETTY_FUNCTION__);
@@ -139,100 +263,37 @@ U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep)
   return 0;
 }
 
-MultiHashTable::FirstPass MultiHashTable::firstPass(const HashEntryKey& key) const {
-  // A free slot, or the key itself, slot by slot. The free test comes first, so a key
-  // already placed moves into a free slot that precedes its own.
-  for (U32 b = 0; b < numBanks(); ++b) {
-    const U32 bucket = bucketOf(key, b);
-    for (U32 s = 0; s < numBucketEntries(); ++s) {
-      const EntryId e = calcEntryId(b, bucket, SlotId(static_cast<U8>(s)));
-      const HashEntryKey* stored = hashTableEntryFind(e);
-      MHT_TRACE_IN("insertEntry", 2,
-                   "insertEntry"
-                       << "hashTableEntry( " << e << " ) " << (stored ? *stored : HashEntryKey()));
-      if (stored == nullptr || isEmptyMarker(*stored)) return FirstPass{FirstPass::freeSlot, e};
-      if (!sameHashes(*stored, key)) continue;
-      if (key.crc16() == 0 && key.crc32() == 0) {
-        if (e.value() == 1) {
-          MHT_TRACE_IN("insertEntry", 2, "Special case of key being zero, hashing to key: " << e);
-          return FirstPass{FirstPass::freeSlot, e};
-        }
-        break;
-      }
-      // Only crc16 and crc32 are compared: a key with the same hashes counts as this one.
-      return FirstPass{FirstPass::existing, e};
-    }
-  }
-  return FirstPass{};
-}
-
 std::optional<EntryId> MultiHashTable::secondPass(const HashEntryKey& key, U32 recursionStep, const char* caller) {
   // Make room by moving an occupant, bank 0 to bank 1 and any other bank to 0.
-  for (U32 b = 0; b < numBanks(); ++b) {
-    const U32 bucket = bucketOf(key, b);
-    for (U32 s = 0; s < numBucketEntries(); ++s) {
-      const EntryId eId = calcEntryId(b, bucket, SlotId(static_cast<U8>(s)));
-      if (!rehashEntry(eId, b == 0 ? 1 : 0, recursionStep, key.entryType())) continue;
-      MHT_ASSERT_TEXT_IN(caller, !hashTableEntryHas(eId), "! hashTableEntryHas( eId )");
-      return eId;
-    }
-  }
-  return std::nullopt;
+  Traced traced;
+  const CandidateWalk walk = walkCandidates(key, traced, [&](U32 b, EntryId eId) {
+    return rehashEntry(eId, b == 0 ? 1 : 0, recursionStep, key.entryType()) ? WalkStep::stop : WalkStep::next;
+  });
+  if (walk.end != CandidateWalk::stopped) return std::nullopt;
+  MHT_ASSERT_TEXT_IN(caller, !hashTableEntryHas(walk.eId), "! hashTableEntryHas( eId )");
+  return walk.eId;
 }
 
 std::optional<EntryId> MultiHashTable::shortestMoves(const HashEntryKey& key, U32 maxMoves) {
-  // Breadth first over the slots whose occupants would move: the key's candidates first,
-  // then the slots of their occupants' buckets in the other banks, level by level, banks and
-  // slots in ascending order. The first free slot reached ends the shortest sequence of
-  // moves; among sequences of one length the first in that order wins.
-  moveNodes_.clear();
-  visited_.delAll();
-  const auto visit = [this](EntryId e, U32 bank, U32 parent, U32 moves) {
-    if (moveNodes_.size() >= maxMoveSearchSlots || !visited_.findOrInsert(e).second) return;
-    moveNodes_.push_back(MoveNode{e, bank, parent, moves});
-  };
-  for (U32 b = 0; b < numBanks(); ++b) {
-    const U32 bucket = bucketOf(key, b);
-    for (U32 s = 0; s < numBucketEntries(); ++s)
-      visit(entryIdOf(b, bucket, SlotId(static_cast<U8>(s))), b, noParent, 0);
+  SingleWidthMovePlanner& planner = movePlanner_;
+  if (!planner.plan(*this, key, maxMoves)) {
+    MHT_TRACE_IN("insertEntry", 2,
+                 "insertEntry"
+                     << " breadth-first search: " << planner.slotsExamined() << " slots examined, no free slot within "
+                     << maxMoves << " moves");
+    return std::nullopt;
   }
-  for (U32 i = 0; i < moveNodes_.size(); ++i) {
-    const MoveNode node = moveNodes_[i];
-    if (node.moves + 1 > maxMoves) continue;
-    const HashEntryKey* occupant = hashTableEntryFind(node.eId);
-    if (occupant == nullptr) continue;  // freed meanwhile: nothing of this search moves
-    const HashEntryKey moving = *occupant;
-    for (U32 t = 0; t < numBanks(); ++t) {
-      if (t == node.bank) continue;
-      const U32 bucket = bucketOf(moving, t);
-      for (U32 s = 0; s < numBucketEntries(); ++s) {
-        const EntryId target = entryIdOf(t, bucket, SlotId(static_cast<U8>(s)));
-        // As for the depth-first search, only a slot that no key holds is free.
-        if (!hashTableEntryHas(target)) {
-          MHT_TRACE_IN("insertEntry", 2,
-                       "insertEntry"
-                           << " breadth-first search: " << moveNodes_.size() << " slots examined, " << node.moves + 1
-                           << " moves to eId: " << target);
-          return applyMoves(i, target);
-        }
-        visit(target, t, i, node.moves + 1);
-      }
-    }
-  }
+  const std::vector<EntryId>& slots = planner.slotsFromFreeEnd();
   MHT_TRACE_IN("insertEntry", 2,
                "insertEntry"
-                   << " breadth-first search: " << moveNodes_.size() << " slots examined, no free slot within "
-                   << maxMoves << " moves");
-  return std::nullopt;
-}
-
-EntryId MultiHashTable::applyMoves(U32 last, EntryId freeSlot) {
+                   << " breadth-first search: " << planner.slotsExamined() << " slots examined, " << planner.moves()
+                   << " moves to eId: " << slots.front());
   // From the free end backwards: each occupant is recorded and published at its new id
   // before the slot it leaves is freed for the next one, so that no id ever holds two keys
   // and no status names a slot that its key does not hold.
-  EntryId target = freeSlot;
-  for (U32 i = last; i != noParent; i = moveNodes_[i].parent) {
-    const EntryId from = moveNodes_[i].eId;
+  for (std::size_t i = 1; i < slots.size(); ++i) {
+    const EntryId from = slots[i];
+    const EntryId target = slots[i - 1];
     const HashEntryKey moving = hashTableEntry(from);
     hashTableEntryIs(target, moving);
     hashEntryStatus()->statusIs(moving, target);
@@ -241,10 +302,9 @@ EntryId MultiHashTable::applyMoves(U32 last, EntryId freeSlot) {
     MHT_TRACE_IN("insertEntry", 2,
                  "insertEntry"
                      << " breadth-first move key: " << moving << " from eId: " << from << " to eId: " << target);
-    target = from;
   }
   // The last slot left is the key's own candidate at the head of the sequence.
-  return target;
+  return slots.back();
 }
 
 bool MultiHashTable::rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining, HashEntryType entryType) {
@@ -304,23 +364,18 @@ bool MultiHashTable::isMovingFurtherUp(EntryId eId) const noexcept {
 }
 
 bool MultiHashTable::checkEntryIdValidity(const HashEntryKey& key, EntryId eId) {
-  for (U32 b = 0; b < numBanks(); ++b) {
-    const U32 bucket = bucketOf(key, b);
-    for (U32 s = 0; s < numBucketEntries(); ++s) {
-      if (calcEntryId(b, bucket, SlotId(static_cast<U8>(s))) == eId) return true;
-    }
-  }
-  return false;
+  Traced traced;
+  const CandidateWalk walk = findCandidate(key, eId, traced);
+  if (walk.end == CandidateWalk::missingBank) bucketOf(key, walk.bank);
+  return walk.end == CandidateWalk::stopped;
 }
 
 void MultiHashTable::insertEntryWithId(const HashEntryKey& key, EntryId eId) {
   MHT_TRACE(2, "insertEntryWithId"
                    << " Insert key: " << key << " eId: " << eId);
-  MHT_ASSERT_TEXT(checkEntryIdValidity(key, eId), "checkEntryIdValidity( key, eId )");
+  MHT_ASSERT_TEXT(checkEntryIdValidity(key, eId), condition::requestedIdIsCandidate);
   // A position held by another key is never taken over by a request.
-  if (const HashEntryKey* held = hashTableEntryFind(eId); held != nullptr && !isEmptyMarker(*held)) {
-    if (!sameHashes(*held, key)) MHT_ASSERT_TEXT(false, "false");
-  }
+  if (claimBlockedBy(eId, key) != nullptr) MHT_ASSERT_TEXT(false, condition::requestedIdHeldByAnother);
   hashTableEntryIs(eId, key);
   numInsertionsInc(1);
   // The key's previous position, if any, stays recorded until its request is deleted.
@@ -338,6 +393,34 @@ void MultiHashTable::removeEntry(const HashEntryKey& key) {
   // The position is freed whoever holds it.
   if (hashTableEntryDel(e)) numDeletionsInc(1);
   hashEntryStatus()->statusDelFound(key, status);
+}
+
+RequestCheck MultiHashTable::checkPlacementAt(const HashEntryKey& key, EntryId id) const {
+  return singleWidthCheck::placementAt(*this, key, id);
+}
+
+RequestCheck MultiHashTable::checkPlacement(const HashEntryKey& key) const {
+  return singleWidthCheck::placement(*this, key);
+}
+
+RequestCheck MultiHashTable::checkRemoval(const HashEntryKey& key) const {
+  return singleWidthCheck::removal(*this, key);
+}
+
+Ptr<MultiHashTableBase> MultiHashTable::scratchCopy(const Ptr<const HashEntryConfig>& config,
+                                                    const Ptr<HashEntryStatus>& status) const {
+  Ptr<MultiHashTable> copy = multiHashTableFactory(numBanks(), numBuckets(), numBucketEntries(), config, status,
+                                                   maxRecursiveSteps(), bucketSpanBanks_);
+  // A bank holds only its geometry, so the copy shares the banks themselves.
+  for (const auto& member : bank_) {
+    copy->bank_.is(member.key, member.value);
+    if (member.key < copy->bankIndex_.size()) copy->bankIndex_[member.key] = member.value.ptr();
+  }
+  for (const auto& record : hashTableEntryCollection()) copy->hashTableEntryIs(record.key, record.value);
+  copy->numInsertionsInc(numInsertions());
+  copy->numDeletionsInc(numDeletions());
+  copy->numMovesInc(numMoves());
+  return copy;
 }
 
 }  // namespace TesselCentral

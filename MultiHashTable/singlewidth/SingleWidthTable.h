@@ -7,8 +7,10 @@
 #include <vector>
 
 #include "Bank.h"
+#include "Candidates.h"
 #include "TableBase.h"
 #include "fwk/Collection.h"
+#include "singlewidth/SingleWidthMovePlanner.h"
 
 namespace TesselCentral {
 
@@ -53,6 +55,37 @@ class MultiHashTable : public MultiHashTableBase {
 
   void hasNotificationActiveIs(bool active) override;
 
+  // The key's bucket in a bank as a placement computes it: traced, and stopping the agent
+  // on a bank whose hash function selects no bucket.
+  U32 bucketOf(const HashEntryKey& key, U32 bankId) const;
+
+  // The key's candidate slots, banks and slots in ascending order: the order in which a
+  // placement tries them. A bank that is missing, or whose hash function selects no
+  // bucket, ends the list where it ends a placement.
+  CandidateList candidates(const HashEntryKey& key) const override;
+  // The slot that an id names: the inverse of calcEntryId. The bank is numBanks or more
+  // for an id past the table's capacity.
+  Candidate slotOfId(EntryId eId) const noexcept;
+
+  // What ended a walk of the key's candidate slots: all were walked, the visit stopped at
+  // one, or a bank that is missing or selects no bucket (where a placement stops) was reached.
+  struct CandidateWalk {
+    enum End : U8 { walked, stopped, missingBank, noBucket } end = walked;
+    U32 bank = 0;  // the bank where the walk ended
+    EntryId eId;   // the slot where the visit stopped
+  };
+  // What the first pass of a placement finds, slot by slot: the first free slot, or the
+  // slot of a key with the key's crc16 and crc32 (the zero key takes id 1 only, whoever
+  // holds it, and passes over the rest of a bucket where it finds its hashes).
+  struct FirstPass {
+    enum Found : U8 { none, freeSlot, existing, zeroKeyAtOne } found = none;
+    EntryId eId;
+    CandidateWalk walk;
+  };
+  FirstPass firstPass(const HashEntryKey& key) const;
+  // Whether eId is one of the key's candidate slots: the walk stops there when it is.
+  CandidateWalk findCandidate(const HashEntryKey& key, EntryId eId) const;
+
   // Places the key in a free candidate slot, else makes room by moving occupants
   // (bank 0 <-> bank 1) up to recursionStep deep. Always returns 0; the outcome is in
   // the status.
@@ -93,32 +126,24 @@ class MultiHashTable : public MultiHashTableBase {
 
   Bank& bankAt(U32 bankId) const noexcept;
 
-  // insertEntry's two passes. The first finds a free candidate slot, or a slot holding a
-  // key with the key's hashes; the second makes room by moving occupants.
-  struct FirstPass {
-    enum Found { none, freeSlot, existing } found = none;
-    EntryId eId;
-  };
-  FirstPass firstPass(const HashEntryKey& key) const;
-  // `caller` is insertEntry's signature, which a broken invariant here reports.
-  std::optional<EntryId> secondPass(const HashEntryKey& key, U32 recursionStep, const char* caller);
+  // The one walk of a key's candidate slots. For each bank in ascending order the observer
+  // sees the bank (the placement's observer computes and traces its bucket there, and stops
+  // on a bank that selects none), then each slot of the key's bucket; visit(bank, eId)
+  // answers whether to go on, pass over the rest of the bucket, or stop.
+  enum class WalkStep : U8 { next, nextBank, stop };
+  template <class Observer, class Visit>
+  CandidateWalk walkCandidates(const HashEntryKey& key, Observer& observer, Visit&& visit) const;
+  template <class Observer>
+  FirstPass firstPass(const HashEntryKey& key, Observer& observer) const;
+  template <class Observer>
+  CandidateWalk findCandidate(const HashEntryKey& key, EntryId eId, Observer& observer) const;
 
-  // The breadth-first search for room: the shortest sequence of at most maxMoves moves
-  // that ends at a free slot, applied from its free end backwards; the key's candidate
-  // slot that it frees, or nothing. It examines at most maxMoveSearchSlots slots.
+  // Makes room by moving an occupant, bank 0 to bank 1 and any other bank to 0. `caller` is
+  // insertEntry's signature, which a broken invariant here reports.
+  std::optional<EntryId> secondPass(const HashEntryKey& key, U32 recursionStep, const char* caller);
+  // The breadth-first search for room: the shortest sequence of moves that the planner
+  // finds, applied from its free end backwards; the key's candidate slot that it frees.
   std::optional<EntryId> shortestMoves(const HashEntryKey& key, U32 maxMoves);
-  // A slot of the search: its id and bank, the slot whose occupant would move into it
-  // (noParent for the key's own candidates), and the moves that free it.
-  static constexpr U32 noParent = 0xFFFFFFFF;
-  struct MoveNode {
-    EntryId eId;
-    U32 bank;
-    U32 parent;
-    U32 moves;
-  };
-  // Applies the sequence that ends at moveNodes_[last]; returns the key's candidate it frees.
-  EntryId applyMoves(U32 last, EntryId freeSlot);
-  U32 bucketOf(const HashEntryKey& key, U32 bankId) const;
 
   // The entries whose keys the running rehashEntry calls of one placement are moving,
   // outermost first. A link lasts as long as its call.
@@ -135,21 +160,14 @@ class MultiHashTable : public MultiHashTableBase {
   // Whether a call further up the chain than the newest one is moving the key at eId.
   bool isMovingFurtherUp(EntryId eId) const noexcept;
 
-  // The check's view of the banks: a missing bank, or one whose hash function selects no
-  // bucket, and where the key's buckets lie against the table's geometry.
-  RequestCheck missingBank() const;
-  RequestCheck keyGeometry(const HashEntryKey& key) const;
-
   const bool bucketSpanBanks_;
   std::vector<EntryId> rehashChain_;
   BankById bank_;
   // The first banks by id, the placement loops' fast path; the collection holds the references.
   std::array<Bank*, 256> bankIndex_{};
   bool initialized_ = false;
-  // The breadth-first search's slots and the set of those seen, kept between placements so
-  // that a search allocates only while they grow to their largest.
-  std::vector<MoveNode> moveNodes_;
-  Fwk::HashMap<EntryId, bool> visited_;
+  // Kept between placements, so that a warm table's search allocates nothing.
+  SingleWidthMovePlanner movePlanner_;
 };
 
 Ptr<MultiHashTable> multiHashTableFactory(U32 numBanks, U32 numBuckets, U32 numBucketEntries,

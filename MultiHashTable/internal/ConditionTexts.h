@@ -1,0 +1,18 @@
+// The condition texts of the assertions that a client's request can reach. The assertion
+// reports one when it stops the agent, and the request check names the same one when it
+// predicts the stop: a text is written here once, for both.
+#pragma once
+
+namespace TesselCentral::condition {
+
+// The config reaction.
+inline constexpr const char* removedKeyWasHandled = "hashEntryStatus()->statusHas( key )";
+inline constexpr const char* derivedTableNeeded = "0 && \"Derived class needs to implement this\"";
+// A bank whose hash function selects no bucket.
+inline constexpr const char* bankSelectsNoBucket = "0";
+
+// The single-width table's placement at a requested id.
+inline constexpr const char* requestedIdIsCandidate = "checkEntryIdValidity( key, eId )";
+inline constexpr const char* requestedIdHeldByAnother = "false";
+
+}  // namespace TesselCentral::condition
