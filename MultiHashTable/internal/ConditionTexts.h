@@ -15,4 +15,20 @@ inline constexpr const char* bankSelectsNoBucket = "0";
 inline constexpr const char* requestedIdIsCandidate = "checkEntryIdValidity( key, eId )";
 inline constexpr const char* requestedIdHeldByAnother = "false";
 
+// The multi-width table.
+inline constexpr const char* tableHasHelper = "entryIdHelper()";
+inline constexpr const char* bankExists = "b";
+inline constexpr const char* keyNotNarrowerThanBank = "( U32 )entryType >= ( U32 )baseEntryType()";
+inline constexpr const char* keyNotNarrowerThanBankSigned = "( int )entryType >= ( int )baseEntryType()";
+inline constexpr const char* typeHasWidth = "width";
+inline constexpr const char* runEndsInsideBucket = "slotId < b->bucketSize()";
+// The forms with a message report the condition quoted, followed by " == nullptr".
+inline constexpr const char* runSlotsFree = "\"!( bktState & mask )\" == nullptr";
+inline constexpr const char* entryStartsAtSlot = "\"posToKeyHas( entryPos )\" == nullptr";
+
+// The multi-width table's placement at a requested id.
+inline constexpr const char* requestedIdInCandidateBucket = "entryIdHelper()->checkEntryIdValidity( key, eId )";
+inline constexpr const char* requestedPositionFree = "!hashTable()->posToKeyHas( pos )";
+inline constexpr const char* requestingKeyNotPlaced = "!hashTable()->keyToPosHas( key )";
+
 }  // namespace TesselCentral::condition

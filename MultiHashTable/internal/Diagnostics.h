@@ -3,6 +3,8 @@
 // statements in the library's name.
 #pragma once
 
+#include <sstream>
+
 #include "MultiHashTableTypes.h"
 #include "fwk/Assert.h"
 #include "fwk/Trace.h"
@@ -20,3 +22,15 @@
 #define MHT_ASSERT_TEXT_IN(function, condition, text) FWK_ASSERT_TEXT_IN("MultiHashTable", function, condition, text)
 #define MHT_ASSERT_MSG_IN(function, condition, text, message) \
   FWK_ASSERT_MSG_IN("MultiHashTable", function, condition, text, message)
+// The forms with a message for a condition whose reported text is named in
+// ConditionTexts.h, already quoted and followed by " == nullptr" as the report shows it.
+#define MHT_ASSERT_MSG_NAMED(condition, reportedText, message) \
+  MHT_ASSERT_MSG_NAMED_IN(__PRETTY_FUNCTION__, condition, reportedText, message)
+#define MHT_ASSERT_MSG_NAMED_IN(function, condition, reportedText, message)                                     \
+  do {                                                                                                          \
+    if (!(condition)) {                                                                                         \
+      std::ostringstream mhtAssertMessage_;                                                                     \
+      mhtAssertMessage_ << message;                                                                             \
+      ::Fwk::assertionFailed((reportedText), mhtAssertMessage_.view(), "MultiHashTable", __LINE__, (function)); \
+    }                                                                                                           \
+  } while (0)

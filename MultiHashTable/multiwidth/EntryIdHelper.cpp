@@ -13,6 +13,7 @@
 #include "fwk/Assert.h"
 #include "fwk/Registry.h"
 #include "fwk/Trace.h"
+#include "internal/ConditionTexts.h"
 #include "internal/Diagnostics.h"
 
 namespace TesselCentral {
@@ -102,32 +103,66 @@ EntryId EntryIdHelper::posToEntryId(U32 pos) {
   return EntryId(value);
 }
 
-bool EntryIdHelper::findCandidateBucket(const HashEntryKey& key, EntryId eId, Match& match) {
+namespace {
+
+// What the walk of the id's buckets shows as it goes: nothing to a check; to a placement,
+// each bank's bucket as calcBucketId computes and traces it, stopping the agent where the
+// bank selects no bucket or the key is narrower than the bank's base type.
+struct Unobserved {
+  void bank(MultiEntryTypeBank&, const HashEntryKey&) const noexcept {}
+};
+struct Traced {
+  void bank(MultiEntryTypeBank& b, const HashEntryKey& key) const {
+    b.calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
+  }
+};
+
+}  // namespace
+
+template <class Observer>
+EntryIdHelper::IdBucket EntryIdHelper::walkIdBuckets(const HashEntryKey& key, EntryId eId, Observer& observer) const {
   const HashEntryType type = key.entryType();
   U32 base = 0;
   for (U32 i = 0; i < hashTable_->numBanks(); ++i) {
-    MultiEntryTypeBank& b = bankAt(i);
-    if (i > 0) base += bankAt(i - 1).numSlots();
-    const U32 h = b.calcBucketId(key.crc16(), key.crc32(), type, false, 0);
-    const U32* count = b.numBucketsToCheckFind(type);
+    MultiEntryTypeBank* b = hashTable_->bankFind(i);
+    if (b == nullptr) return IdBucket{IdBucket::missingBank, i, 0};
+    if (i > 0) base += hashTable_->bankFind(i - 1)->numSlots();
+    observer.bank(*b, key);
+    if (!b->selectsBuckets()) return IdBucket{IdBucket::noBucket, i, 0};
+    if (static_cast<U32>(type) < static_cast<U32>(b->baseEntryType())) return IdBucket{IdBucket::narrower, i, 0};
+    const U32 h = b->groupStart(b->bucketIdOf(key.crc16(), key.crc32(), false, 0), type);
+    const U32* count = b->numBucketsToCheckFind(type);
     if (count == nullptr || *count == 0) continue;
     for (U32 k = 0; k < *count; ++k) {
       // No wrap at the bank's end: a bucket past it names ids of the next bank, and the
       // lower bank, walked first, wins them.
       const U32 bucket = h + k;
-      const U32 size = b.bucketSize();
-      const U32* width = b.entrySizeFind(type);
-      MHT_ASSERT_TEXT(width != nullptr && *width != 0, "width");
+      const U32 size = b->bucketSize();
+      const U32* width = b->entrySizeFind(type);
+      if (width == nullptr || *width == 0) return IdBucket{IdBucket::noWidth, i, bucket};
       const U32 start = bucket * size + base;
       const U32 end = start + size / *width;
       // Both bounds are inclusive: the range reaches one id past the last full-width run.
-      if (start <= eId.value() && eId.value() <= end) {
-        match = Match{i, bucket};
-        return true;
-      }
+      if (start <= eId.value() && eId.value() <= end) return IdBucket{IdBucket::found, i, bucket};
     }
   }
-  return false;
+  return IdBucket{};
+}
+
+EntryIdHelper::IdBucket EntryIdHelper::candidateBucketOf(const HashEntryKey& key, EntryId eId) const {
+  Unobserved silent;
+  return walkIdBuckets(key, eId, silent);
+}
+
+bool EntryIdHelper::findCandidateBucket(const HashEntryKey& key, EntryId eId, Match& match) {
+  Traced traced;
+  const IdBucket walk = walkIdBuckets(key, eId, traced);
+  // The walk's ends where the agent stops: a missing bank here, the others in calcBucketId.
+  if (walk.end == IdBucket::missingBank) bankAt(walk.bank);
+  MHT_ASSERT_TEXT(walk.end != IdBucket::noWidth, condition::typeHasWidth);
+  if (walk.end != IdBucket::found) return false;
+  match = Match{walk.bank, walk.bucket};
+  return true;
 }
 
 bool EntryIdHelper::checkEntryIdValidity(const HashEntryKey& key, EntryId eId) {

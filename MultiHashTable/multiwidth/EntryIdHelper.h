@@ -43,6 +43,19 @@ class EntryIdHelper : public Fwk::Entity {
   // The position that setEntryState would occupy for eId, changing nothing;
   // INVALID_POSITION when eId fits nowhere.
   U32 candidatePosition(const HashEntryKey& key, EntryId eId);
+  // The bucket whose range of ids holds eId: the first of the key's candidate buckets,
+  // banks in ascending order, whose ids from its first slot to one past its last run of the
+  // key's width hold eId. The walk ends early where a placement at eId stops the agent: at
+  // a missing bank, a bank whose hash function selects no bucket or whose baseEntryType is
+  // wider than the key, or a bank without an entry width for the key's type. Reads only,
+  // traces nothing.
+  struct IdBucket {
+    enum End : U8 { notFound, found, missingBank, noBucket, narrower, noWidth } end = notFound;
+    U32 bank = 0;
+    U32 bucket = 0;
+  };
+  IdBucket candidateBucketOf(const HashEntryKey& key, EntryId eId) const;
+
   // The position that eId names in a bucket whose range holds it: the slot comes from the
   // id's low bits, so the id one past a bucket's range names slot 0 of that same bucket
   // (bucket sizes are powers of two).
@@ -58,6 +71,8 @@ class EntryIdHelper : public Fwk::Entity {
     U32 bucket;
   };
   bool findCandidateBucket(const HashEntryKey& key, EntryId eId, Match& match);
+  template <class Observer>
+  IdBucket walkIdBuckets(const HashEntryKey& key, EntryId eId, Observer& observer) const;
   MultiEntryTypeBank& bankAt(U32 bankId) const;
 
   const Ptr<MultiEntryTypeHashTable> hashTable_;

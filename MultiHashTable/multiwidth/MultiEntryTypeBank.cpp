@@ -9,6 +9,7 @@
 #include "fwk/Assert.h"
 #include "fwk/Registry.h"
 #include "fwk/Trace.h"
+#include "internal/ConditionTexts.h"
 #include "internal/Diagnostics.h"
 
 namespace TesselCentral {
@@ -108,8 +109,7 @@ U32 MultiEntryTypeBank::groupStart(U32 rawBucketId, HashEntryType entryType) con
 U32 MultiEntryTypeBank::calcBucketId(U16 crc16, U32 crc32, HashEntryType entryType, bool debugEnabled,
                                      U32 debugCrcInc) {
   const U32 raw = Bank::calcBucketId(crc16, crc32, entryType, debugEnabled, debugCrcInc);
-  MHT_ASSERT_TEXT(static_cast<U32>(entryType) >= static_cast<U32>(baseEntryType()),
-                  "( U32 )entryType >= ( U32 )baseEntryType()");
+  MHT_ASSERT_TEXT(static_cast<U32>(entryType) >= static_cast<U32>(baseEntryType()), condition::keyNotNarrowerThanBank);
   const U32 bucketId = groupStart(raw, entryType);
   MHT_TRACE(2, "MultiEntryTypeBank::"
                    << "calcBucketId"
@@ -124,7 +124,7 @@ void MultiEntryTypeBank::updateBucketState(HashEntryType eType, U32 bucketId, U3
                    << " bucketState: 0x" << Fwk::hex << bucket(bucketId) << Fwk::dec << " slot: " << slotId
                    << " add: " << add);
   MHT_ASSERT_TEXT(static_cast<int>(eType) >= static_cast<int>(baseEntryType()),
-                  "( int )entryType >= ( int )baseEntryType()");
+                  condition::keyNotNarrowerThanBankSigned);
   const BucketState before(bucket(bucketId));
   const U32* typeMask = entryMaskFind(eType);
   const U32 mask = typeMask ? *typeMask << (slotId & 31) : 0;
@@ -134,10 +134,10 @@ void MultiEntryTypeBank::updateBucketState(HashEntryType eType, U32 bucketId, U3
   BucketState after;
   if (add) {
     const U64 bktState = before.word();
-    MHT_ASSERT_MSG(!(bktState & mask), "!( bktState & mask )",
-                   "updateBucketState"
-                       << " bktState: 0x" << Fwk::hex << bktState << Fwk::dec << " mask 0x" << Fwk::hex << mask
-                       << Fwk::dec);
+    MHT_ASSERT_MSG_NAMED(!(bktState & mask), condition::runSlotsFree,
+                         "updateBucketState"
+                             << " bktState: 0x" << Fwk::hex << bktState << Fwk::dec << " mask 0x" << Fwk::hex << mask
+                             << Fwk::dec);
     // Every slot that the entry covers carries its type.
     after = before.with(eType, slotId, mask, width);
     const U64 bktStateAfter = after.word();
@@ -208,7 +208,7 @@ MultiEntryTypeBank::SpaceSearch MultiEntryTypeBank::findSpace(HashEntryType eTyp
 
 U32 MultiEntryTypeBank::checkBucketSpace(HashEntryType eType, U32 bucketId, bool update) {
   MHT_ASSERT_TEXT(static_cast<int>(eType) >= static_cast<int>(baseEntryType()),
-                  "( int )entryType >= ( int )baseEntryType()");
+                  condition::keyNotNarrowerThanBankSigned);
   MHT_TRACE(9, "MultiEntryTypeBank::"
                    << "checkBucketSpace"
                    << " bankId " << bankId() << " numBucketToCheck: " << numBucketsToCheck(eType)

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "internal/ConditionTexts.h"
+
 namespace TesselCentral {
 
 using detail::bankText;
@@ -14,10 +16,10 @@ using detail::noBucketSelected;
 
 namespace {
 
-constexpr const char* narrowerThanBase = "( U32 )entryType >= ( U32 )baseEntryType()";
-constexpr const char* narrowerThanBaseSigned = "( int )entryType >= ( int )baseEntryType()";
+constexpr const char* narrowerThanBase = condition::keyNotNarrowerThanBank;
+constexpr const char* narrowerThanBaseSigned = condition::keyNotNarrowerThanBankSigned;
 // The walk of a bucket in insertEntry reaches a slot where no entry starts.
-constexpr const char* walkFindsNoStart = "\"posToKeyHas( entryPos )\" == nullptr";
+constexpr const char* walkFindsNoStart = condition::entryStartsAtSlot;
 
 bool narrower(HashEntryType type, const MultiEntryTypeBank& bank) noexcept {
   return static_cast<U32>(type) < static_cast<U32>(bank.baseEntryType());
@@ -35,14 +37,15 @@ std::string narrowerReason(HashEntryType type, U32 b, const MultiEntryTypeBank& 
 
 RequestCheck MultiEntryTypeHashTable::missingPart() const {
   if (!entryIdHelper_) {
-    return RequestCheck::stopsNow("entryIdHelper()",
+    return RequestCheck::stopsNow(condition::tableHasHelper,
                                   "the table has no EntryIdHelper: set one with entryIdHelperIs "
                                   "before the first request");
   }
   for (U32 b = 0; b < numBanks(); ++b) {
     if (bankFind(b) == nullptr) {
       return RequestCheck::stopsNow(
-          "b", bankText(b) + " is missing: every bank below numBanks must exist before a " + "key is placed");
+          condition::bankExists,
+          bankText(b) + " is missing: every bank below numBanks must exist before a " + "key is placed");
     }
   }
   return RequestCheck::accepted();
@@ -61,13 +64,14 @@ RequestCheck MultiEntryTypeHashTable::keyGeometry(const HashEntryKey& key) const
       continue;
     }
     if (!debugEnabled_ && !b.selectsBuckets()) {
-      verdict.worsen(RequestCheck::stopsLater("0", bankText(i) + "'s hash function hashLsb selects no bucket: a " +
-                                                       "placement that reaches the bank stops"));
+      verdict.worsen(RequestCheck::stopsLater(
+          condition::bankSelectsNoBucket,
+          bankText(i) + "'s hash function hashLsb selects no bucket: a " + "placement that reaches the bank stops"));
       continue;
     }
     const U32* width = b.entrySizeFind(type);
     if (width != nullptr && *width != 0 && b.bucketSize() % *width != 0) {
-      verdict.worsen(RequestCheck::stopsLater("slotId < b->bucketSize()",
+      verdict.worsen(RequestCheck::stopsLater(condition::runEndsInsideBucket,
                                               "a " + stringValue(type) + " entry takes " + std::to_string(*width) +
                                                   " slots, which do not divide " + bankText(i) + "'s bucketSize " +
                                                   std::to_string(b.bucketSize()) +
@@ -91,35 +95,26 @@ RequestCheck MultiEntryTypeHashTable::checkPlacementAt(const HashEntryKey& key, 
 RequestCheck MultiEntryTypeHashTable::candidateBucketOf(const HashEntryKey& key, EntryId eId, Claim& claim) const {
   const HashEntryType type = key.entryType();
   // The EntryIdHelper's bank walk: the first bank and bucket whose range holds eId.
-  bool found = false;
-  U32 base = 0;
-  for (U32 i = 0; i < numBanks() && !found; ++i) {
-    const MultiEntryTypeBank& b = *bankFind(i);
-    if (i > 0) base += bankFind(i - 1)->numSlots();
-    if (!b.selectsBuckets()) return noBucketSelected(i);
-    if (narrower(type, b)) return RequestCheck::stopsNow(narrowerThanBase, narrowerReason(type, i, b));
-    const U32 h = b.groupStart(b.bucketIdOf(key.crc16(), key.crc32(), false, 0), type);
-    const U32* count = b.numBucketsToCheckFind(type);
-    if (count == nullptr || *count == 0) continue;
-    for (U32 k = 0; k < *count; ++k) {
-      const U32* width = b.entrySizeFind(type);
-      if (width == nullptr || *width == 0) {
-        return RequestCheck::stopsNow("width", bankText(i) + " has no entry width for " + stringValue(type));
-      }
-      const U32 start = (h + k) * b.bucketSize() + base;
-      const U32 end = start + b.bucketSize() / *width;
-      if (start <= eId.value() && eId.value() <= end) {
-        found = true;
-        claim.bank = i;
-        claim.bucket = h + k;
-        break;
-      }
-    }
+  const EntryIdHelper::IdBucket walk = entryIdHelper_->candidateBucketOf(key, eId);
+  switch (walk.end) {
+    case EntryIdHelper::IdBucket::found:
+      break;
+    case EntryIdHelper::IdBucket::missingBank:
+      return RequestCheck::stopsNow(condition::bankExists, bankText(walk.bank) + " is missing");
+    case EntryIdHelper::IdBucket::noBucket:
+      return noBucketSelected(walk.bank);
+    case EntryIdHelper::IdBucket::narrower:
+      return RequestCheck::stopsNow(condition::keyNotNarrowerThanBank,
+                                    narrowerReason(type, walk.bank, *bankFind(walk.bank)));
+    case EntryIdHelper::IdBucket::noWidth:
+      return RequestCheck::stopsNow(condition::typeHasWidth,
+                                    bankText(walk.bank) + " has no entry width for " + stringValue(type));
+    case EntryIdHelper::IdBucket::notFound:
+      return RequestCheck::stopsNow(condition::requestedIdInCandidateBucket,
+                                    "id " + idText(eId) + " is not in one of the key's candidate buckets");
   }
-  if (!found) {
-    return RequestCheck::stopsNow("entryIdHelper()->checkEntryIdValidity( key, eId )",
-                                  "id " + idText(eId) + " is not in one of the key's candidate buckets");
-  }
+  claim.bank = walk.bank;
+  claim.bucket = walk.bucket;
 
   const U32 bucketSize = bankFind(claim.bank)->bucketSize();
   claim.pos = EntryIdHelper::positionNamedBy(claim.bank, claim.bucket, bucketSize, eId);
@@ -134,25 +129,25 @@ RequestCheck MultiEntryTypeHashTable::claimCheck(const HashEntryKey& key, EntryI
   const MultiEntryTypeBank& b = *bankFind(claim.bank);
   if (posToKeyHas(claim.pos)) {
     const HashEntryKey holder = posToKey(claim.pos);
-    return RequestCheck::stopsNow("!hashTable()->posToKeyHas( pos )",
+    return RequestCheck::stopsNow(condition::requestedPositionFree,
                                   holder == key ? "the key already stands at id " + idText(eId) +
                                                       "'s position; delete its request before asking for an id"
                                                 : "id " + idText(eId) + "'s position holds key " + keyText(holder));
   }
   if (keyToPosHas(key)) {
-    return RequestCheck::stopsNow("!hashTable()->keyToPosHas( key )",
+    return RequestCheck::stopsNow(condition::requestingKeyNotPlaced,
                                   "the key already stands at id " + idText(hashEntryStatus()->status(key)) +
                                       "; delete its request before asking for another id");
   }
   if (narrowerSigned(type, b))
     return RequestCheck::stopsNow(narrowerThanBaseSigned, narrowerReason(type, claim.bank, b));
   if (!b.slotsFree(type, claim.bucket, claim.slot)) {
-    return RequestCheck::stopsNow("\"!( bktState & mask )\" == nullptr",
-                                  "the slots of id " + idText(eId) + " overlap another entry");
+    return RequestCheck::stopsNow(condition::runSlotsFree, "the slots of id " + idText(eId) + " overlap another entry");
   }
   const HashEntryKey* held = otherKeyRecordedAt(eId, key);
   if (held != nullptr && !sameHashes(*held, key)) {
-    return RequestCheck::stopsNow("false", "id " + idText(eId) + " is recorded for key " + keyText(*held));
+    return RequestCheck::stopsNow(condition::requestedIdHeldByAnother,
+                                  "id " + idText(eId) + " is recorded for key " + keyText(*held));
   }
 
   return RequestCheck::accepted();
@@ -239,7 +234,8 @@ RequestCheck MultiEntryTypeHashTable::checkRemoval(const HashEntryKey& key) cons
                                    "whichever key starts there");
   }
   if (bankFind(positionBank(keyToPos(key))) == nullptr) {
-    return RequestCheck::stopsNow("b", bankText(positionBank(keyToPos(key))) + ", where the key stands, is missing");
+    return RequestCheck::stopsNow(condition::bankExists,
+                                  bankText(positionBank(keyToPos(key))) + ", where the key stands, is missing");
   }
   return RequestCheck::accepted("the key's slots are freed and its result removed");
 }
