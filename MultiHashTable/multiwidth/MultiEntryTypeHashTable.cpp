@@ -22,8 +22,6 @@ namespace {
 constexpr U32 posToKeySeed = 0x905D7E01u;
 constexpr U32 keyToPosSeed = 0x6E1F0502u;
 constexpr U32 multiWidthBankSeed = 0xBA2C0003u;
-constexpr U32 visitedRunsSeed = 0x715E4004u;
-constexpr U32 failedMovesSeed = 0xFA11E005u;
 
 }  // namespace
 
@@ -34,10 +32,7 @@ MultiEntryTypeHashTable::MultiEntryTypeHashTable(U32 numBanks, U32 numBuckets, U
                          maxRecursiveSteps),
       posToKey_(denseSlotCount(), posToKeySeed, PositionIndex{numBanks, numBuckets, numBucketEntries}),
       keyToPos_(keyToPosSeed),
-      bank_(multiWidthBankSeed),
-      visitedRuns_(visitedRunsSeed),
-      failedMoves_(failedMovesSeed) {
-  chainNodes_.reserve(maxMoveSearchSlots);
+      bank_(multiWidthBankSeed) {
   debugEnabled_ = false;
   entryIdHelper_ = nullptr;
   initialized_ = false;

@@ -11,6 +11,7 @@
 #include "fwk/Collection.h"
 #include "fwk/IndexedMap.h"
 #include "multiwidth/MultiEntryTypeBank.h"
+#include "multiwidth/MultiWidthMovePlanner.h"
 #include "multiwidth/Position.h"
 
 namespace TesselCentral {
@@ -155,55 +156,11 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   bool evictOne(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 s, U32 entrySize, U32 freePos);
   bool evictRun(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 s, U32 entrySize, U32 freePos);
 
-  // Room by the fewest moves (moveSearch breadthFirst). A candidate run of the key is
-  // emptied by moving each entry that stands in it to one of its own candidate runs, which
-  // is free or is emptied the same way first, with chains of displacement at most
-  // maxRecursiveSteps deep: the shortest single chain, or a plan of fewer moves that
-  // empties a run that several entries stand in. Nothing moves until a plan is whole. A
-  // search cut short by maxMoveSearchRuns leaves the key to the depth-first search.
-  struct Move {
-    SlotRun from;
-    SlotRun to;
-  };
-  struct Occupants {
-    std::array<SlotRun, 4> entries{};
-    U32 count = 0;
-    bool movable = true;  // false when an entry may not move (see occupantsOf)
-  };
-  Occupants occupantsOf(const MultiEntryTypeBank& b, const SlotRun& run) const noexcept;
-  // Places the key by a plan of moves; the key's position, or INVALID_POSITION (with the
+  // Room by the fewest moves (moveSearch breadthFirst): movePlanner_ finds the moves and
+  // the table applies them. Traces the search, applies the plan's moves in order and places
+  // the key in the run they have freed: the key's position, or INVALID_POSITION (with the
   // key's status made invalid unless the search was cut short).
-  U32 placeByShortestMoves(const HashEntryKey& key);
-  // The key's candidate run that the moves, now applied, have freed; or INVALID_POSITION.
-  U32 shortestMoves(const HashEntryKey& key);
-  // Whether the last search ran out of runs to examine before it ran out of plans.
-  bool moveSearchCutShort() const noexcept { return runsExamined_ >= maxMoveSearchRuns; }
-  // The shortest chain from a candidate that one entry stands in, each entry into the run
-  // that the next one leaves, the last into a free run: breadth first over runs that one
-  // entry stands in, into chainPlan_.
-  bool shortestChain(const HashEntryKey& key, SlotRun& freed);
-  // A node of that search: the run to empty, its one entry, the node whose entry would move
-  // into the run (noParent for the key's candidates), and the moves up to this one.
-  static constexpr U32 noParent = 0xFFFFFFFF;
-  struct ChainNode {
-    SlotRun run;
-    SlotRun occupant;
-    U32 parent;
-    U32 moves;
-
-    // The slots that the entry's move frees: the wider of the two runs, which holds the other.
-    const SlotRun& freed() const noexcept { return occupant.width >= run.width ? occupant : run; }
-  };
-  // Whether a run overlaps the slots that the chain ending at node i empties.
-  bool chainCrosses(U32 i, const SlotRun& run) const noexcept;
-  // The first plan, candidates in order, of the fewest moves below `fewerThan`, into plan_.
-  bool fewestMovesPlan(const HashEntryKey& key, SlotRun& freed, U32 fewerThan);
-  // Adds to plan_ the moves that empty a run of the given occupants within `budget` moves
-  // (what is left is written back), each occupant's move at chain depth `depth`.
-  bool planEmptying(const SlotRun& run, const Occupants& occupants, U32 depth, U32& budget);
-  bool planMoveOut(const SlotRun& entry, U32 depth, U32& budget);
-  // Whether a run overlaps one that the plan empties or fills.
-  bool reservedOverlaps(const SlotRun& run) const noexcept;
+  U32 placeByShortestMoves(const HashEntryKey& key, const MultiWidthMovePlanner::Plan& plan);
   void relocate(const HashEntryKey& key, const SlotRun& from, const SlotRun& to);
 
   // The check's view of the banks and the helper, and of the key's width against every bank.
@@ -231,22 +188,9 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   bool debugEnabled_ = false;
   Ptr<EntryIdHelper> entryIdHelper_;
   bool initialized_ = false;
-  // The chain search's nodes and visited runs, the chain and the plan being built, the runs
-  // the plan holds (emptied or filled) and what failed so far: kept between placements, so
+  // The search for the fewest moves, whose scratch state is kept between placements, so
   // that a warm table allocates nothing to search.
-  std::vector<ChainNode> chainNodes_;
-  Fwk::HashMap<U64, bool> visitedRuns_;
-  std::vector<Move> chainPlan_;
-  std::vector<Move> plan_;
-  std::vector<SlotRun> reserved_;
-  U32 runsExamined_ = 0;
-  U32 pinned_ = INVALID_POSITION;  // where the key being placed stands already, if it does
-  bool budgetCut_ = false;         // whether the move count, rather than the depth, ended a branch
-  struct FailedMove {
-    U32 budget = 0;
-    bool cut = false;
-  };
-  Fwk::HashMap<U64, FailedMove> failedMoves_;  // by entry position and depth, per placement
+  MultiWidthMovePlanner movePlanner_;
 };
 
 Ptr<MultiEntryTypeHashTable> multiEntryTypeHashTableFactory(U32 numBanks, U32 numBuckets, U32 numBucketEntries,

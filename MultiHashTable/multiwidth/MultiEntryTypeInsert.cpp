@@ -77,8 +77,9 @@ U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId
   // here with fewer steps left). When the search runs out of runs to examine before it runs
   // out of plans, the depth-first search has its turn.
   if (moveSearch() == MoveSearch::breadthFirst && recursionStep == maxRecursiveSteps()) {
-    const U32 placed = placeByShortestMoves(key);
-    if (placed != INVALID_POSITION || !moveSearchCutShort()) return placed;
+    const MultiWidthMovePlanner::Plan plan = movePlanner_.plan(*this, key);
+    const U32 placed = placeByShortestMoves(key, plan);
+    if (placed != INVALID_POSITION || !plan.cutShort) return placed;
   }
   MHT_TRACE(2, "MultiEntryTypeHashTable::"
                    << "insertEntry"
