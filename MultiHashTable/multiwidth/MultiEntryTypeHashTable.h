@@ -114,6 +114,8 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   std::vector<std::string> audit() const override;
 
   // Commits a placement (move false: a new key) or a move to every collection and the status.
+  // The bucket state of newPos is the caller's to set before: the free-space search has
+  // reserved it, or the caller marks it; a move frees the bucket state of the old position.
   void doAddOrMoveEntry(const HashEntryKey& key, U32 newPos, bool move);
 
   void scratchRelease() override { entryIdHelperIs(nullptr); }
@@ -140,6 +142,54 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   MultiEntryTypeBank& bankAt(U32 bankId) const;
   // The translator, which must be set before anything is placed.
   EntryIdHelper& helper() const;
+
+  // Where keys stand: posToKey_, keyToPos_ and the banks' bucket states, one record kept
+  // in three places. A placed key has keyToPos[key] = pos and posToKey[pos] = key, and the
+  // slots of its run carry its type in its bucket's state. Two operations write them,
+  // occupy (with reserveFreeRun, its mark step as the free-space search takes it) and
+  // vacate, in MultiEntryTypeRecords.cpp; every placement, move and removal is a sequence
+  // of those and its own publication (hashTableEntry, counters, status). The public
+  // posToKeyIs, keyToPosIs... are the registry's, for tools and tests.
+  //
+  // Occupying a run takes two steps, mark (the bucket state) and record (posToKey and
+  // keyToPos), which a placement may take apart: the run is taken in the bucket state as
+  // soon as it is found, and the key is committed later. The free-space search marks the
+  // run it finds in the same pass (reserveFreeRun); the eviction and the fewest-moves
+  // placement mark the run they have freed (OccupyStep::mark) and then commit the key with
+  // doAddOrMoveEntry, which records only. So the mark of newPos stays doAddOrMoveEntry's
+  // caller's, as its public contract says, and a direct call commits a key without
+  // touching the bucket state. relocate, and the helper's placement at a requested id,
+  // take both steps at once.
+
+  // Where a run starts as its bank's bucket states count. A position packs the bank, the
+  // bucket and the slot in 8, 20 and 4 bits; a requested id may name a slot or a bucket
+  // past those bits, and its bucket state is written as the id names it.
+  struct RunStart {
+    U32 bank = 0;
+    U32 bucket = 0;
+    U32 slot = 0;
+
+    static constexpr RunStart at(U32 pos) noexcept {
+      return RunStart{positionBank(pos), positionBucket(pos), positionSlot(pos)};
+    }
+    static constexpr RunStart of(const SlotRun& run) noexcept { return RunStart{run.bank, run.bucket, run.slot}; }
+    constexpr U32 position() const noexcept { return packPosition(bank, bucket, slot); }
+  };
+  enum class OccupyStep { mark, record, markAndRecord };
+  void occupy(const HashEntryKey& key, const RunStart& run, OccupyStep step);
+  // The mark step made by the bank's free-space search: the first free run for the key in
+  // the group of buckets from bucketId, marked as it is found; its position, or
+  // INVALID_POSITION.
+  U32 reserveFreeRun(MultiEntryTypeBank& b, const HashEntryKey& key, U32 bucketId);
+  // Vacating clears all three: the run's slots in the bucket state, posToKey[pos],
+  // and keyToPos[key] when the key leaves the table. A moving key keeps its keyToPos
+  // member, which the record of its new run overwrites, before (relocate) or after
+  // (doAddOrMoveEntry) the old run is vacated: the member stays where it is in the map.
+  enum class Vacate { leaving, moving };
+  void vacate(const HashEntryKey& key, const RunStart& run, Vacate why);
+  // The helper's placement at a requested id (setEntryState) occupies the run that the id
+  // names; it writes nothing else of the table.
+  friend class EntryIdHelper;
 
   // The steps of making room for a key that found no free place: in one bank, its group of
   // buckets locked; in one bucket, slot by slot; one victim at least as wide as the key; the

@@ -38,7 +38,7 @@ U32 MultiEntryTypeHashTable::placeByShortestMoves(const HashEntryKey& key, const
     if (!plan.cutShort && !hashEntryStatus()->statusHas(key)) hashEntryStatus()->statusIs(key, EntryId());
     return INVALID_POSITION;
   }
-  bankAt(positionBank(pos)).updateBucketState(key.entryType(), positionBucket(pos), positionSlot(pos), true);
+  occupy(key, RunStart::at(pos), OccupyStep::mark);
   doAddOrMoveEntry(key, pos, keyToPosHas(key));
   return pos;
 }
@@ -50,15 +50,12 @@ void MultiEntryTypeHashTable::relocate(const HashEntryKey& key, const SlotRun& f
   const U32 fromPos = from.position();
   const U32 toPos = to.position();
   MHT_ASSERT_TEXT(!posToKeyHas(toPos), "!posToKeyHas( freePos )");
-  bankAt(to.bank).updateBucketState(key.entryType(), to.bucket, to.slot, true);
+  occupy(key, RunStart::of(to), OccupyStep::markAndRecord);
   const EntryId newEntryId = translator.posToEntryId(toPos);
-  posToKeyIs(toPos, key);
-  keyToPosIs(key, toPos);
   hashTableEntryIs(newEntryId, key);
   hashEntryStatus()->statusIs(key, newEntryId);
 
-  bankAt(from.bank).updateBucketState(key.entryType(), from.bucket, from.slot, false);
-  posToKey_.erase(fromPos);
+  vacate(key, RunStart::of(from), Vacate::moving);
   const EntryId oldEntryId = translator.posToEntryId(fromPos);
   hashTableEntryDel(oldEntryId);
   numMovesInc(1);
