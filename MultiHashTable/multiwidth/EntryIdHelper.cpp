@@ -184,9 +184,8 @@ U32 EntryIdHelper::setEntryState(const HashEntryKey& key, EntryId eId) {
   const U32 pos = positionNamedBy(match.bank, match.bucket, b.bucketSize(), eId);
   MHT_ASSERT_TEXT(!hashTable_->posToKeyHas(pos), "!hashTable()->posToKeyHas( pos )");
   MHT_ASSERT_TEXT(!hashTable_->keyToPosHas(key), "!hashTable()->keyToPosHas( key )");
-  hashTable_->posToKeyIs(pos, key);
-  hashTable_->keyToPosIs(key, pos);
-  b.updateBucketState(key.entryType(), match.bucket, slot, true);
+  hashTable_->occupy(key, MultiEntryTypeHashTable::RunStart{match.bank, match.bucket, slot},
+                     MultiEntryTypeHashTable::OccupyStep::markAndRecord);
   return pos;
 }
 

@@ -37,8 +37,9 @@ class EntryIdHelper : public Fwk::Entity {
   // Whether eId lies in one of the key's candidate buckets in some bank (both bounds of a
   // bucket's range inclusive).
   bool checkEntryIdValidity(const HashEntryKey& key, EntryId eId);
-  // Occupies the position that eId stands for: maps and bucket state; returns the
-  // position, or INVALID_POSITION when eId fits nowhere.
+  // Occupies the position that eId stands for through the table's occupy (posToKey,
+  // keyToPos and the bucket state); returns the position, or INVALID_POSITION when eId
+  // fits nowhere.
   U32 setEntryState(const HashEntryKey& key, EntryId eId);
   // The position that setEntryState would occupy for eId, changing nothing;
   // INVALID_POSITION when eId fits nowhere.

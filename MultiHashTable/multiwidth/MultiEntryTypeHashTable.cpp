@@ -22,8 +22,6 @@ namespace {
 constexpr U32 posToKeySeed = 0x905D7E01u;
 constexpr U32 keyToPosSeed = 0x6E1F0502u;
 constexpr U32 multiWidthBankSeed = 0xBA2C0003u;
-constexpr U32 visitedRunsSeed = 0x715E4004u;
-constexpr U32 failedMovesSeed = 0xFA11E005u;
 
 }  // namespace
 
@@ -34,10 +32,7 @@ MultiEntryTypeHashTable::MultiEntryTypeHashTable(U32 numBanks, U32 numBuckets, U
                          maxRecursiveSteps),
       posToKey_(denseSlotCount(), posToKeySeed, PositionIndex{numBanks, numBuckets, numBucketEntries}),
       keyToPos_(keyToPosSeed),
-      bank_(multiWidthBankSeed),
-      visitedRuns_(visitedRunsSeed),
-      failedMoves_(failedMovesSeed) {
-  chainNodes_.reserve(maxMoveSearchSlots);
+      bank_(multiWidthBankSeed) {
   debugEnabled_ = false;
   entryIdHelper_ = nullptr;
   initialized_ = false;
@@ -150,7 +145,7 @@ U32 MultiEntryTypeHashTable::findEmptyPosition(const HashEntryKey& key, U32 orig
     const U32 bucketId = b->calcBucketId(key.crc16(), key.crc32(), key.entryType(), debugEnabled_, step);
     // An outer level of an insertion is emptying these buckets.
     if (b->bucketsLocked(bucketId, key.entryType())) continue;
-    const U32 pos = b->checkBucketSpace(key.entryType(), bucketId, true);
+    const U32 pos = reserveFreeRun(*b, key, bucketId);
     if (pos != INVALID_POSITION) return pos;
   }
   return INVALID_POSITION;
@@ -178,15 +173,14 @@ void MultiEntryTypeHashTable::removeEntry(const HashEntryKey& key) {
   // Removal trusts keyToPos for the position and the status for the id. A key without a
   // position reads as position 0.
   U32 pos = 0;
-  if (keyToPos_.delInto(key, pos)) MHT_ASSERT_TEXT(pos != INVALID_POSITION, "pos != INVALID_POSITION");
-  const U32 slot = positionSlot(pos);
-  const U32 bucket = positionBucket(pos);
-  const U32 bank = positionBank(pos);
-  bankAt(bank).updateBucketState(key.entryType(), bucket, slot, false);
+  if (const U32* at = keyToPos_.find(key)) {
+    pos = *at;
+    MHT_ASSERT_TEXT(pos != INVALID_POSITION, "pos != INVALID_POSITION");
+  }
+  vacate(key, RunStart::at(pos), Vacate::leaving);
   MHT_TRACE(1, "removeEntry"
                    << " entryId: " << eId);
 
-  posToKey_.erase(pos);
   hashTableEntryDel(eId);
   numDeletionsInc(1);
   hashEntryStatus()->statusDelFound(key, status);

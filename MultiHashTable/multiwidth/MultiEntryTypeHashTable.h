@@ -11,6 +11,7 @@
 #include "fwk/Collection.h"
 #include "fwk/IndexedMap.h"
 #include "multiwidth/MultiEntryTypeBank.h"
+#include "multiwidth/MultiWidthMovePlanner.h"
 #include "multiwidth/Position.h"
 
 namespace TesselCentral {
@@ -113,6 +114,8 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   std::vector<std::string> audit() const override;
 
   // Commits a placement (move false: a new key) or a move to every collection and the status.
+  // The bucket state of newPos is the caller's to set before: the free-space search has
+  // reserved it, or the caller marks it; a move frees the bucket state of the old position.
   void doAddOrMoveEntry(const HashEntryKey& key, U32 newPos, bool move);
 
   void scratchRelease() override { entryIdHelperIs(nullptr); }
@@ -140,6 +143,54 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   // The translator, which must be set before anything is placed.
   EntryIdHelper& helper() const;
 
+  // Where keys stand: posToKey_, keyToPos_ and the banks' bucket states, one record kept
+  // in three places. A placed key has keyToPos[key] = pos and posToKey[pos] = key, and the
+  // slots of its run carry its type in its bucket's state. Two operations write them,
+  // occupy (with reserveFreeRun, its mark step as the free-space search takes it) and
+  // vacate, in MultiEntryTypeRecords.cpp; every placement, move and removal is a sequence
+  // of those and its own publication (hashTableEntry, counters, status). The public
+  // posToKeyIs, keyToPosIs... are the registry's, for tools and tests.
+  //
+  // Occupying a run takes two steps, mark (the bucket state) and record (posToKey and
+  // keyToPos), which a placement may take apart: the run is taken in the bucket state as
+  // soon as it is found, and the key is committed later. The free-space search marks the
+  // run it finds in the same pass (reserveFreeRun); the eviction and the fewest-moves
+  // placement mark the run they have freed (OccupyStep::mark) and then commit the key with
+  // doAddOrMoveEntry, which records only. So the mark of newPos stays doAddOrMoveEntry's
+  // caller's, as its public contract says, and a direct call commits a key without
+  // touching the bucket state. relocate, and the helper's placement at a requested id,
+  // take both steps at once.
+
+  // Where a run starts as its bank's bucket states count. A position packs the bank, the
+  // bucket and the slot in 8, 20 and 4 bits; a requested id may name a slot or a bucket
+  // past those bits, and its bucket state is written as the id names it.
+  struct RunStart {
+    U32 bank = 0;
+    U32 bucket = 0;
+    U32 slot = 0;
+
+    static constexpr RunStart at(U32 pos) noexcept {
+      return RunStart{positionBank(pos), positionBucket(pos), positionSlot(pos)};
+    }
+    static constexpr RunStart of(const SlotRun& run) noexcept { return RunStart{run.bank, run.bucket, run.slot}; }
+    constexpr U32 position() const noexcept { return packPosition(bank, bucket, slot); }
+  };
+  enum class OccupyStep { mark, record, markAndRecord };
+  void occupy(const HashEntryKey& key, const RunStart& run, OccupyStep step);
+  // The mark step made by the bank's free-space search: the first free run for the key in
+  // the group of buckets from bucketId, marked as it is found; its position, or
+  // INVALID_POSITION.
+  U32 reserveFreeRun(MultiEntryTypeBank& b, const HashEntryKey& key, U32 bucketId);
+  // Vacating clears all three: the run's slots in the bucket state, posToKey[pos],
+  // and keyToPos[key] when the key leaves the table. A moving key keeps its keyToPos
+  // member, which the record of its new run overwrites, before (relocate) or after
+  // (doAddOrMoveEntry) the old run is vacated: the member stays where it is in the map.
+  enum class Vacate { leaving, moving };
+  void vacate(const HashEntryKey& key, const RunStart& run, Vacate why);
+  // The helper's placement at a requested id (setEntryState) occupies the run that the id
+  // names; it writes nothing else of the table.
+  friend class EntryIdHelper;
+
   // The steps of making room for a key that found no free place: in one bank, its group of
   // buckets locked; in one bucket, slot by slot; one victim at least as wide as the key; the
   // run of narrower victims that the key's slots cover. Each says whether room was made at
@@ -155,55 +206,11 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   bool evictOne(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 s, U32 entrySize, U32 freePos);
   bool evictRun(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 s, U32 entrySize, U32 freePos);
 
-  // Room by the fewest moves (moveSearch breadthFirst). A candidate run of the key is
-  // emptied by moving each entry that stands in it to one of its own candidate runs, which
-  // is free or is emptied the same way first, with chains of displacement at most
-  // maxRecursiveSteps deep: the shortest single chain, or a plan of fewer moves that
-  // empties a run that several entries stand in. Nothing moves until a plan is whole. A
-  // search cut short by maxMoveSearchRuns leaves the key to the depth-first search.
-  struct Move {
-    SlotRun from;
-    SlotRun to;
-  };
-  struct Occupants {
-    std::array<SlotRun, 4> entries{};
-    U32 count = 0;
-    bool movable = true;  // false when an entry may not move (see occupantsOf)
-  };
-  Occupants occupantsOf(const MultiEntryTypeBank& b, const SlotRun& run) const noexcept;
-  // Places the key by a plan of moves; the key's position, or INVALID_POSITION (with the
+  // Room by the fewest moves (moveSearch breadthFirst): movePlanner_ finds the moves and
+  // the table applies them. Traces the search, applies the plan's moves in order and places
+  // the key in the run they have freed: the key's position, or INVALID_POSITION (with the
   // key's status made invalid unless the search was cut short).
-  U32 placeByShortestMoves(const HashEntryKey& key);
-  // The key's candidate run that the moves, now applied, have freed; or INVALID_POSITION.
-  U32 shortestMoves(const HashEntryKey& key);
-  // Whether the last search ran out of runs to examine before it ran out of plans.
-  bool moveSearchCutShort() const noexcept { return runsExamined_ >= maxMoveSearchRuns; }
-  // The shortest chain from a candidate that one entry stands in, each entry into the run
-  // that the next one leaves, the last into a free run: breadth first over runs that one
-  // entry stands in, into chainPlan_.
-  bool shortestChain(const HashEntryKey& key, SlotRun& freed);
-  // A node of that search: the run to empty, its one entry, the node whose entry would move
-  // into the run (noParent for the key's candidates), and the moves up to this one.
-  static constexpr U32 noParent = 0xFFFFFFFF;
-  struct ChainNode {
-    SlotRun run;
-    SlotRun occupant;
-    U32 parent;
-    U32 moves;
-
-    // The slots that the entry's move frees: the wider of the two runs, which holds the other.
-    const SlotRun& freed() const noexcept { return occupant.width >= run.width ? occupant : run; }
-  };
-  // Whether a run overlaps the slots that the chain ending at node i empties.
-  bool chainCrosses(U32 i, const SlotRun& run) const noexcept;
-  // The first plan, candidates in order, of the fewest moves below `fewerThan`, into plan_.
-  bool fewestMovesPlan(const HashEntryKey& key, SlotRun& freed, U32 fewerThan);
-  // Adds to plan_ the moves that empty a run of the given occupants within `budget` moves
-  // (what is left is written back), each occupant's move at chain depth `depth`.
-  bool planEmptying(const SlotRun& run, const Occupants& occupants, U32 depth, U32& budget);
-  bool planMoveOut(const SlotRun& entry, U32 depth, U32& budget);
-  // Whether a run overlaps one that the plan empties or fills.
-  bool reservedOverlaps(const SlotRun& run) const noexcept;
+  U32 placeByShortestMoves(const HashEntryKey& key, const MultiWidthMovePlanner::Plan& plan);
   void relocate(const HashEntryKey& key, const SlotRun& from, const SlotRun& to);
 
   // The check's view of the banks and the helper, and of the key's width against every bank.
@@ -231,22 +238,9 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   bool debugEnabled_ = false;
   Ptr<EntryIdHelper> entryIdHelper_;
   bool initialized_ = false;
-  // The chain search's nodes and visited runs, the chain and the plan being built, the runs
-  // the plan holds (emptied or filled) and what failed so far: kept between placements, so
+  // The search for the fewest moves, whose scratch state is kept between placements, so
   // that a warm table allocates nothing to search.
-  std::vector<ChainNode> chainNodes_;
-  Fwk::HashMap<U64, bool> visitedRuns_;
-  std::vector<Move> chainPlan_;
-  std::vector<Move> plan_;
-  std::vector<SlotRun> reserved_;
-  U32 runsExamined_ = 0;
-  U32 pinned_ = INVALID_POSITION;  // where the key being placed stands already, if it does
-  bool budgetCut_ = false;         // whether the move count, rather than the depth, ended a branch
-  struct FailedMove {
-    U32 budget = 0;
-    bool cut = false;
-  };
-  Fwk::HashMap<U64, FailedMove> failedMoves_;  // by entry position and depth, per placement
+  MultiWidthMovePlanner movePlanner_;
 };
 
 Ptr<MultiEntryTypeHashTable> multiEntryTypeHashTableFactory(U32 numBanks, U32 numBuckets, U32 numBucketEntries,

@@ -4,8 +4,6 @@
 // within the step budget. doAddOrMoveEntry commits every placement and every move.
 #include "multiwidth/MultiEntryTypeHashTable.h"
 
-#include <tuple>
-
 #include "fwk/Assert.h"
 #include "fwk/Trace.h"
 #include "internal/Diagnostics.h"
@@ -77,8 +75,9 @@ U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId
   // here with fewer steps left). When the search runs out of runs to examine before it runs
   // out of plans, the depth-first search has its turn.
   if (moveSearch() == MoveSearch::breadthFirst && recursionStep == maxRecursiveSteps()) {
-    const U32 placed = placeByShortestMoves(key);
-    if (placed != INVALID_POSITION || !moveSearchCutShort()) return placed;
+    const MultiWidthMovePlanner::Plan plan = movePlanner_.plan(*this, key);
+    const U32 placed = placeByShortestMoves(key, plan);
+    if (placed != INVALID_POSITION || !plan.cutShort) return placed;
   }
   MHT_TRACE(2, "MultiEntryTypeHashTable::"
                    << "insertEntry"
@@ -99,8 +98,7 @@ U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId
   if (found) {
     const bool move = keyToPosHas(key);
     MHT_ASSERT_TEXT(!posToKeyHas(freePos), "!posToKeyHas( freePos )");
-    bankAt(positionBank(freePos))
-        .updateBucketState(key.entryType(), positionBucket(freePos), positionSlot(freePos), true);
+    occupy(key, RunStart::at(freePos), OccupyStep::mark);
     doAddOrMoveEntry(key, freePos, move);
     return freePos;
   }
@@ -225,18 +223,15 @@ void MultiEntryTypeHashTable::doAddOrMoveEntry(const HashEntryKey& key, U32 newP
                    << "doAddOrMoveEntry"
                    << " key " << key << " newPos " << newPos << " move " << move);
   EntryIdHelper& translator = helper();
-  // The key's keyToPos value, looked up once and written last.
-  U32* keyPos = nullptr;
   if (move) {
-    keyPos = keyToPos_.find(key);
+    const U32* keyPos = keyToPos_.find(key);
     const U32 curPos = keyPos ? *keyPos : 0;
     if (keyPos != nullptr) MHT_ASSERT_TEXT(curPos != INVALID_POSITION, "curPos != INVALID_POSITION");
     MHT_ASSERT_TEXT(curPos != newPos, "curPos != newPos");
     MHT_ASSERT_TEXT(posToKey(curPos) == key, "posToKey( curPos ) == key");
 
-    bankAt(positionBank(curPos))
-        .updateBucketState(key.entryType(), positionBucket(curPos), positionSlot(curPos), false);
-    posToKey_.erase(curPos);
+    // The key's keyToPos member stays, for the record of newPos below to overwrite.
+    vacate(key, RunStart::at(curPos), Vacate::moving);
     const EntryId oldEntryId = translator.posToEntryId(curPos);
     MHT_TRACE(2, "MultiEntryTypeHashTable::"
                      << "doAddOrMoveEntry"
@@ -244,11 +239,8 @@ void MultiEntryTypeHashTable::doAddOrMoveEntry(const HashEntryKey& key, U32 newP
     hashTableEntryDel(oldEntryId);
     numMovesInc(1);
   } else {
-    bool added = false;
-    std::tie(keyPos, added) = keyToPos_.findOrInsert(key);
-    MHT_ASSERT_TEXT(added, "!keyToPosHas( key )");
+    MHT_ASSERT_TEXT(!keyToPosHas(key), "!keyToPosHas( key )");
     MHT_ASSERT_TEXT(!posToKeyHas(newPos), "!posToKeyHas( newPos )");
-    // The bucket state of newPos is the caller's to set.
     numInsertionsInc(1);
   }
 
@@ -256,12 +248,8 @@ void MultiEntryTypeHashTable::doAddOrMoveEntry(const HashEntryKey& key, U32 newP
   MHT_TRACE(2, "MultiEntryTypeHashTable::"
                    << "doAddOrMoveEntry"
                    << " newPosition 0x" << Fwk::hex << newPos << Fwk::dec << " new entryId " << newEntryId);
-  if (keyPos != nullptr) {
-    *keyPos = newPos;
-  } else {
-    keyToPosIs(key, newPos);
-  }
-  posToKeyIs(newPos, key);
+  // The bucket state of newPos is the caller's to set: only the record is taken here.
+  occupy(key, RunStart::at(newPos), OccupyStep::record);
   hashTableEntryIs(newEntryId, key);
   hashEntryStatus()->statusIs(key, newEntryId);
 }

@@ -1,0 +1,30 @@
+// The one writer of where keys stand in the multi-width table: posToKey, keyToPos and the
+// banks' bucket states, which a placed key keeps in agreement (keyToPos[key] = pos,
+// posToKey[pos] = key, the slots of its run marked with its type). Placement, the
+// depth-first and the fewest-moves moves, removal and placement at a requested id are each
+// a sequence of these operations and their own publication. None of them traces: the
+// bucket state's own trace lines come from the bank, in the order the callers take the steps.
+#include "multiwidth/MultiEntryTypeHashTable.h"
+
+namespace TesselCentral {
+
+void MultiEntryTypeHashTable::occupy(const HashEntryKey& key, const RunStart& run, OccupyStep step) {
+  if (step != OccupyStep::record) bankAt(run.bank).updateBucketState(key.entryType(), run.bucket, run.slot, true);
+  if (step == OccupyStep::mark) return;
+  const U32 pos = run.position();
+  posToKey_.is(pos, key);
+  // A moving key's member is overwritten where it stands in the map.
+  keyToPos_.is(key, pos);
+}
+
+U32 MultiEntryTypeHashTable::reserveFreeRun(MultiEntryTypeBank& b, const HashEntryKey& key, U32 bucketId) {
+  return b.checkBucketSpace(key.entryType(), bucketId, true);
+}
+
+void MultiEntryTypeHashTable::vacate(const HashEntryKey& key, const RunStart& run, Vacate why) {
+  bankAt(run.bank).updateBucketState(key.entryType(), run.bucket, run.slot, false);
+  if (why == Vacate::leaving) keyToPos_.del(key);
+  posToKey_.erase(run.position());
+}
+
+}  // namespace TesselCentral

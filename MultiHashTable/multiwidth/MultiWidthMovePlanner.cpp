@@ -1,0 +1,256 @@
+// The multi-width search for room by the fewest moves (moveSearch breadthFirst). When none
+// of the key's candidate runs is free, one is emptied: each entry standing in it moves to
+// one of its own candidate runs (in any bank, its own bucket included: moving a narrow
+// entry to another slot of its bucket is often what frees an aligned run for a wide one),
+// which is free or is emptied the same way first, with chains of displacement at most
+// maxRecursiveSteps deep. The shortest single chain is found first, breadth first; plans of
+// fewer moves that empty a run several entries stand in are then sought with at most 1, 2,
+// 3... moves in all, candidates in order. A search that examines maxMoveSearchRuns runs
+// without a plan leaves the key to the depth-first search. The search only reads the table:
+// the table applies the plan.
+#include "multiwidth/MultiWidthMovePlanner.h"
+
+#include <cstddef>
+
+#include "multiwidth/MultiEntryTypeHashTable.h"
+
+namespace TesselCentral {
+
+namespace {
+
+// Each keyed collection of the planner mixes its own constant into the process seed.
+constexpr U32 visitedRunsSeed = 0x715E4004u;
+constexpr U32 failedMovesSeed = 0xFA11E005u;
+
+// Calls visit(bank, run) for each run that an entry of the key's type could take, banks,
+// buckets of its group and slots in ascending order, until visit answers true. Banks that
+// select no bucket or hold no entry of the type are passed over; the run that position 0
+// would start is never handed out. `depth` is the hash's debug increment, as for a key
+// reached at that depth of the depth-first search.
+template <class Visit>
+bool forEachCandidateRun(const MultiEntryTypeHashTable& table, const HashEntryKey& key, U32 depth, Visit&& visit) {
+  const HashEntryType type = key.entryType();
+  for (U32 i = 0; i < table.numBanks(); ++i) {
+    const MultiEntryTypeBank* b = table.bankFind(i);
+    if (b == nullptr || (!table.debugEnabled() && !b->selectsBuckets())) continue;
+    const U32* width = b->entrySizeFind(type);
+    const U32* count = b->numBucketsToCheckFind(type);
+    if (width == nullptr || *width == 0 || count == nullptr) continue;
+    const U32 first = b->groupStart(b->bucketIdOf(key.crc16(), key.crc32(), table.debugEnabled(), depth), type);
+    for (U32 k = 0; k < *count; ++k) {
+      const U32 bucket = first + k;
+      for (U32 s = 0; s + *width <= b->bucketSize(); s += *width) {
+        if (b->phyBankId() == 0 && bucket == 0 && s == 0) continue;
+        if (visit(*b, SlotRun{i, bucket, s, *width})) return true;
+      }
+    }
+  }
+  return false;
+}
+
+U64 visitKey(const SlotRun& run) { return (U64{run.position()} << 8) | run.width; }
+
+}  // namespace
+
+MultiWidthMovePlanner::MultiWidthMovePlanner() : visitedRuns_(visitedRunsSeed), failedMoves_(failedMovesSeed) {
+  chainNodes_.reserve(maxMoveSearchSlots);
+}
+
+MultiWidthMovePlanner::Occupants MultiWidthMovePlanner::occupantsOf(const Search& s, const MultiEntryTypeBank& b,
+                                                                    const SlotRun& run) noexcept {
+  Occupants found;
+  const BucketState state(b.bucket(run.bucket));
+  if (!state.covers(run.mask())) return found;
+  for (U32 slot = run.slot; slot < run.slot + run.width; ++slot) {
+    if ((state.occupancy() & (U32{1} << slot)) == 0) continue;
+    // Entries stand aligned to their own width.
+    const U32 width = b.entrySize(state.typeAt(slot));
+    if (width == 0 || found.count == found.entries.size()) {
+      found.movable = false;
+      return found;
+    }
+    const U32 start = slot - slot % width;
+    // A key placed already and asked for again is the one entry no plan moves.
+    if (packPosition(run.bank, run.bucket, start) == s.pinned) {
+      found.movable = false;
+      return found;
+    }
+    found.entries[found.count++] = SlotRun{run.bank, run.bucket, start, width};
+    slot = start + width - 1;
+  }
+  return found;
+}
+
+MultiWidthMovePlanner::Plan MultiWidthMovePlanner::plan(const MultiEntryTypeHashTable& table, const HashEntryKey& key) {
+  Search s{table, table.keyToPosHas(key) ? table.keyToPos(key) : INVALID_POSITION};
+  failedMoves_.delAll();
+  // The shortest chain from a candidate that one entry stands in is quickly found; only
+  // plans of fewer moves, which empty a candidate that several stand in, are sought beyond it.
+  SlotRun chainFreed;
+  const bool chain = shortestChain(s, key, chainFreed);
+  Plan result;
+  result.found = fewestMovesPlan(s, key, result.freed, chain ? static_cast<U32>(chainPlan_.size()) : ~U32{0});
+  if (!result.found && chain) {
+    plan_.swap(chainPlan_);
+    result.freed = chainFreed;
+    result.found = true;
+  }
+  if (result.found) result.moves = plan_;
+  result.runsExamined = s.runsExamined;
+  result.cutShort = s.runsExamined >= maxMoveSearchRuns;
+  return result;
+}
+
+bool MultiWidthMovePlanner::reservedOverlaps(const SlotRun& run) const noexcept {
+  for (const SlotRun& r : reserved_) {
+    if (r.overlaps(run)) return true;
+  }
+  return false;
+}
+
+bool MultiWidthMovePlanner::shortestChain(Search& s, const HashEntryKey& key, SlotRun& freed) {
+  // Breadth first over runs that one entry stands in, each run enqueued once: the key's
+  // candidates, then the runs their entries could move to, level by level. At most
+  // maxMoveSearchSlots runs are enqueued.
+  chainNodes_.clear();
+  chainPlan_.clear();
+  visitedRuns_.delAll();
+  const auto enqueue = [this](const SlotRun& run, const SlotRun& occupant, U32 parent, U32 moves) {
+    if (chainNodes_.size() >= maxMoveSearchSlots || !visitedRuns_.findOrInsert(visitKey(run)).second) return;
+    chainNodes_.push_back(ChainNode{run, occupant, parent, moves});
+  };
+  forEachCandidateRun(s.table, key, 0, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
+    const Occupants occupants = occupantsOf(s, b, run);
+    if (occupants.movable && occupants.count == 1) enqueue(run, occupants.entries[0], noParent, 1);
+    return false;
+  });
+  for (U32 i = 0; i < chainNodes_.size(); ++i) {
+    const ChainNode node = chainNodes_[i];
+    SlotRun target;
+    const bool found =
+        forEachCandidateRun(s.table, s.table.posToKey(node.occupant.position()), node.moves,
+                            [&](const MultiEntryTypeBank& b, const SlotRun& run) {
+                              ++s.runsExamined;
+                              // Neither where the entry stands nor any slot that the chain empties.
+                              if (run == node.occupant || chainCrosses(i, run)) return false;
+                              const Occupants occupants = occupantsOf(s, b, run);
+                              if (!occupants.movable || occupants.count > 1) return false;
+                              if (occupants.count == 0) {
+                                target = run;
+                                return true;
+                              }
+                              if (node.moves < s.table.maxRecursiveSteps() && !chainCrosses(i, occupants.entries[0])) {
+                                enqueue(run, occupants.entries[0], i, node.moves + 1);
+                              }
+                              return false;
+                            });
+    if (!found) continue;
+    // From the free end backwards: each entry into the run that the next one leaves.
+    for (U32 j = i; j != noParent; j = chainNodes_[j].parent) {
+      chainPlan_.push_back(Move{chainNodes_[j].occupant, target});
+      target = chainNodes_[j].run;
+    }
+    freed = target;
+    return true;
+  }
+  return false;
+}
+
+bool MultiWidthMovePlanner::chainCrosses(U32 i, const SlotRun& run) const noexcept {
+  for (; i != noParent; i = chainNodes_[i].parent) {
+    if (chainNodes_[i].freed().overlaps(run)) return true;
+  }
+  return false;
+}
+
+bool MultiWidthMovePlanner::fewestMovesPlan(Search& s, const HashEntryKey& key, SlotRun& freed, U32 fewerThan) {
+  // Plans of 2, 3... moves, each over the candidate runs in order, until one is whole, the
+  // examined runs reach their bound, or no branch was cut short by the move count (a larger
+  // count would find nothing more). What one move or two can do from a candidate that one
+  // entry stands in is a chain, which the chain search has already looked for.
+  for (U32 moves = 2; moves < fewerThan && s.runsExamined < maxMoveSearchRuns; ++moves) {
+    bool cut = false;
+    const bool found = forEachCandidateRun(s.table, key, 0, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
+      const Occupants occupants = occupantsOf(s, b, run);
+      if (!occupants.movable) return false;
+      if (occupants.count == 1 && moves < 3) {
+        cut = true;
+        return false;
+      }
+      plan_.clear();
+      reserved_.clear();
+      U32 budget = moves;
+      const Outcome emptied = planEmptying(s, run, occupants, 1, budget);
+      cut = cut || emptied.cut;
+      if (!emptied.found) return false;
+      freed = run;
+      return true;
+    });
+    if (found) return true;
+    if (!cut) break;
+  }
+  plan_.clear();
+  return false;
+}
+
+MultiWidthMovePlanner::Outcome MultiWidthMovePlanner::planEmptying(Search& s, const SlotRun& run,
+                                                                   const Occupants& occupants, U32 depth, U32& budget) {
+  // Every entry takes a move at least.
+  if (occupants.count > budget) return Outcome{false, true};
+  // Nothing may move into the run, nor into what its entries leave behind.
+  reserved_.push_back(run);
+  for (U32 j = 0; j < occupants.count; ++j) reserved_.push_back(occupants.entries[j]);
+  // A branch cut short on the way counts even when the occupants after it find no way out.
+  bool cut = false;
+  for (U32 j = 0; j < occupants.count; ++j) {
+    const Outcome out = planMoveOut(s, occupants.entries[j], depth, budget);
+    cut = cut || out.cut;
+    if (!out.found) return Outcome{false, cut};
+  }
+  return Outcome{true, cut};
+}
+
+MultiWidthMovePlanner::Outcome MultiWidthMovePlanner::planMoveOut(Search& s, const SlotRun& entry, U32 depth,
+                                                                  U32& budget) {
+  if (depth > s.table.maxRecursiveSteps()) return Outcome{false, false};
+  if (budget == 0) return Outcome{false, true};
+  // An entry that found no way out at this depth with as many moves or more will not find
+  // one now: the larger move counts retry only what a smaller count cut short.
+  const U64 memo = (U64{entry.position()} << 5) | depth;
+  if (const FailedMove* failed = failedMoves_.find(memo); failed != nullptr && failed->budget >= budget) {
+    return Outcome{false, failed->cut};
+  }
+  // Whether a branch of this entry's own search was cut short, which is what a later search
+  // with a larger count may finish: the memo records it.
+  bool cut = false;
+  const HashEntryKey moving = s.table.posToKey(entry.position());
+  const bool moved = forEachCandidateRun(s.table, moving, depth, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
+    if (s.runsExamined >= maxMoveSearchRuns) return false;
+    ++s.runsExamined;
+    if (run == entry || reservedOverlaps(run)) return false;
+    const Occupants occupants = occupantsOf(s, b, run);
+    if (!occupants.movable) return false;
+    const std::size_t planned = plan_.size();
+    const std::size_t held = reserved_.size();
+    const U32 left = budget;
+    budget -= 1;
+    const Outcome emptied = planEmptying(s, run, occupants, depth + 1, budget);
+    cut = cut || emptied.cut;
+    if (emptied.found) {
+      // Applied after the moves that empty the run.
+      plan_.push_back(Move{entry, run});
+      return true;
+    }
+    plan_.resize(planned);
+    reserved_.resize(held);
+    budget = left;
+    return false;
+  });
+  if (!moved) {
+    FailedMove& failed = *failedMoves_.findOrInsert(memo).first;
+    if (budget >= failed.budget) failed = FailedMove{budget, cut};
+  }
+  return Outcome{moved, cut};
+}
+
+}  // namespace TesselCentral
