@@ -133,22 +133,76 @@ void MultiEntryTypeHashTable::checkSanity() {
   }
 }
 
-U32 MultiEntryTypeHashTable::findEmptyPosition(const HashEntryKey& key, U32 origBank, U32 step) {
-  MHT_TRACE(1, "MultiEntryTypeHashTable::"
-                   << "findEmptyPosition"
-                   << " Key: " << key << " origBank " << origBank);
+namespace {
+
+// The free-position walk as a check reads it.
+struct ReadFreeRun {
+  bool debugEnabled;
+  U32 group(const MultiEntryTypeBank& b, const HashEntryKey& key, U32 step) const noexcept {
+    return b.groupStart(b.bucketIdOf(key.crc16(), key.crc32(), debugEnabled, step), key.entryType());
+  }
+  U32 run(const MultiEntryTypeBank& b, const HashEntryKey& key, U32 bucketId) const noexcept {
+    const MultiEntryTypeBank::SpaceSearch space = b.findSpace(key.entryType(), bucketId);
+    return space.found ? packPosition(b.bankId(), space.bucket, space.slot) : INVALID_POSITION;
+  }
+};
+
+}  // namespace
+
+// The free-position walk as a placement takes it: traced, and reserving the run it finds.
+struct MultiEntryTypeHashTable::ReserveFreeRun {
+  MultiEntryTypeHashTable& table;
+  U32 group(MultiEntryTypeBank& b, const HashEntryKey& key, U32 step) const {
+    return b.calcBucketId(key.crc16(), key.crc32(), key.entryType(), table.debugEnabled(), step);
+  }
+  U32 run(MultiEntryTypeBank& b, const HashEntryKey& key, U32 bucketId) const {
+    return table.reserveFreeRun(b, key, bucketId);
+  }
+};
+
+template <class Search>
+MultiEntryTypeHashTable::FreeRun MultiEntryTypeHashTable::walkFreeRuns(const HashEntryKey& key, U32 origBank, U32 step,
+                                                                       Search& search) const {
+  const HashEntryType type = key.entryType();
   for (U32 i = 0; i < numBanks(); ++i) {
     if (i == origBank) continue;
     // A missing bank has no room.
     MultiEntryTypeBank* b = bankFind(i);
     if (b == nullptr) continue;
-    const U32 bucketId = b->calcBucketId(key.crc16(), key.crc32(), key.entryType(), debugEnabled_, step);
+    const U32 bucketId = search.group(*b, key, step);
+    if (!debugEnabled_ && !b->selectsBuckets()) return FreeRun{FreeRun::noBucket, i, INVALID_POSITION};
+    if (static_cast<U32>(type) < static_cast<U32>(b->baseEntryType())) {
+      return FreeRun{FreeRun::narrower, i, INVALID_POSITION};
+    }
     // An outer level of an insertion is emptying these buckets.
-    if (b->bucketsLocked(bucketId, key.entryType())) continue;
-    const U32 pos = reserveFreeRun(*b, key, bucketId);
-    if (pos != INVALID_POSITION) return pos;
+    if (b->bucketsLocked(bucketId, type)) continue;
+    const U32 pos = search.run(*b, key, bucketId);
+    if (pos != INVALID_POSITION) return FreeRun{FreeRun::found, i, pos};
   }
-  return INVALID_POSITION;
+  return FreeRun{};
+}
+
+MultiEntryTypeHashTable::FreeRun MultiEntryTypeHashTable::freeRunOf(const HashEntryKey& key) const {
+  ReadFreeRun read{debugEnabled_};
+  return walkFreeRuns(key, noBankToAvoid, 0, read);
+}
+
+U32 MultiEntryTypeHashTable::findEmptyPosition(const HashEntryKey& key, U32 origBank, U32 step) {
+  MHT_TRACE(1, "MultiEntryTypeHashTable::"
+                   << "findEmptyPosition"
+                   << " Key: " << key << " origBank " << origBank);
+  ReserveFreeRun reserve{*this};
+  return walkFreeRuns(key, origBank, step, reserve).pos;
+}
+
+CandidateList MultiEntryTypeHashTable::candidates(const HashEntryKey& key) const {
+  CandidateList list;
+  if (!entryIdHelper_) return list;
+  forEachCandidateRun(key, 0, [&](const MultiEntryTypeBank&, const SlotRun& run) {
+    list.add(Candidate{run.bank, run.bucket, run.slot, run.width, entryIdHelper_->entryIdOfPosition(run.position())});
+    return false;
+  });
+  return list;
 }
 
 void MultiEntryTypeHashTable::removeEntry(const HashEntryKey& key) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "Candidates.h"
 #include "TableBase.h"
 #include "fwk/Collection.h"
 #include "fwk/IndexedMap.h"
@@ -97,9 +98,31 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
 
   void hasNotificationActiveIs(bool active) override;
 
+  // Where the free-position walk of a key ended: the first free run of the key's type in
+  // its group, banks in ascending order; or a bank where a placement stops the agent (one
+  // that selects no bucket, or whose baseEntryType is wider than the key).
+  struct FreeRun {
+    enum End : U8 { none, found, noBucket, narrower } end = none;
+    U32 bank = 0;
+    U32 pos = INVALID_POSITION;
+  };
+  // The walk as the reaction's first call makes it, reading only and tracing nothing.
+  FreeRun freeRunOf(const HashEntryKey& key) const;
+
   // The first free position for the key in its buckets, banks in ascending order, skipping
   // origBank and banks whose candidate buckets are locked; reserved in the bucket state.
   U32 findEmptyPosition(const HashEntryKey& key, U32 origBank, U32 step);
+
+  // Calls visit(bank, run) for each run that an entry of the key's type could take, banks,
+  // buckets of its group and slots in ascending order, until visit answers true: the order
+  // in which the free-space search and the breadth-first search try them. Banks that select
+  // no bucket or hold no entry of the type are passed over; the run that position 0 would
+  // start is never handed out. `depth` is the hash's debug increment, as for a key reached
+  // at that depth of the depth-first search.
+  template <class Visit>
+  bool forEachCandidateRun(const HashEntryKey& key, U32 depth, Visit&& visit) const;
+  // The key's candidate runs, in that order, with the ids a placement there publishes.
+  CandidateList candidates(const HashEntryKey& key) const override;
 
   // Places the key, evicting occupants recursively when its buckets are full. Returns the
   // key's position, or INVALID_POSITION.
@@ -140,6 +163,13 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
                           U32 maxRecursiveSteps);
 
   MultiEntryTypeBank& bankAt(U32 bankId) const;
+  // The one free-position walk: banks but origBank in ascending order, missing banks and
+  // groups that an outer level of a move has locked passed over. `search` computes each
+  // bank's group (the placement through calcBucketId, which traces it and stops on a bank
+  // where the walk ends) and its first free run (the placement reserves it).
+  struct ReserveFreeRun;
+  template <class Search>
+  FreeRun walkFreeRuns(const HashEntryKey& key, U32 origBank, U32 step, Search& search) const;
   // The translator, which must be set before anything is placed.
   EntryIdHelper& helper() const;
 
@@ -201,6 +231,9 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
     U32 step;              // maxRecursiveSteps - recursionStep: calcBucketId's last argument
     const char* function;  // insertEntry's signature, which the steps' assertions report
   };
+  // Room for the key by evicting, bank by bank but origBankId: the key's position, or
+  // INVALID_POSITION (with the invalid id published for a key that had no result).
+  U32 makeRoom(const Eviction& e, U32 origBankId);
   bool makeRoomInBank(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32& freePos);
   bool makeRoomInBucket(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 entrySize, U32& freePos);
   bool evictOne(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 s, U32 entrySize, U32 freePos);
@@ -242,6 +275,27 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   // that a warm table allocates nothing to search.
   MultiWidthMovePlanner movePlanner_;
 };
+
+template <class Visit>
+bool MultiEntryTypeHashTable::forEachCandidateRun(const HashEntryKey& key, U32 depth, Visit&& visit) const {
+  const HashEntryType type = key.entryType();
+  for (U32 i = 0; i < numBanks(); ++i) {
+    const MultiEntryTypeBank* b = bankFind(i);
+    if (b == nullptr || (!debugEnabled_ && !b->selectsBuckets())) continue;
+    const U32* width = b->entrySizeFind(type);
+    const U32* count = b->numBucketsToCheckFind(type);
+    if (width == nullptr || *width == 0 || count == nullptr) continue;
+    const U32 first = b->groupStart(b->bucketIdOf(key.crc16(), key.crc32(), debugEnabled_, depth), type);
+    for (U32 k = 0; k < *count; ++k) {
+      const U32 bucket = first + k;
+      for (U32 s = 0; s + *width <= b->bucketSize(); s += *width) {
+        if (b->phyBankId() == 0 && bucket == 0 && s == 0) continue;
+        if (visit(*b, SlotRun{i, bucket, s, *width})) return true;
+      }
+    }
+  }
+  return false;
+}
 
 Ptr<MultiEntryTypeHashTable> multiEntryTypeHashTableFactory(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
                                                             Ptr<const HashEntryConfig> hashEntryConfig,

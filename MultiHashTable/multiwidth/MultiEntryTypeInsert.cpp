@@ -84,20 +84,24 @@ U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId
                    << " no space found"
                    << " rehashing the key: " << key);
 
-  const Eviction eviction{key, recursionStep, step, __PRETTY_FUNCTION__};
+  return makeRoom(Eviction{key, recursionStep, step, __PRETTY_FUNCTION__}, origBankId);
+}
+
+U32 MultiEntryTypeHashTable::makeRoom(const Eviction& e, U32 origBankId) {
+  const HashEntryKey& key = e.key;
   U32 freePos = INVALID_POSITION;
   bool found = false;
   for (U32 i = 0; i < numBanks() && !found; ++i) {
     if (i == origBankId) continue;
     MultiEntryTypeBank* b = bankFind(i);
-    MHT_ASSERT(b);
-    found = makeRoomInBank(eviction, i, *b, freePos);
+    MHT_ASSERT_IN(e.function, b);
+    found = makeRoomInBank(e, i, *b, freePos);
   }
 
-  MHT_TRACE(5, " foundFree: " << found << " freePos: 0x" << Fwk::hex << freePos << Fwk::dec);
+  MHT_TRACE_IN("insertEntry", 5, " foundFree: " << found << " freePos: 0x" << Fwk::hex << freePos << Fwk::dec);
   if (found) {
     const bool move = keyToPosHas(key);
-    MHT_ASSERT_TEXT(!posToKeyHas(freePos), "!posToKeyHas( freePos )");
+    MHT_ASSERT_TEXT_IN(e.function, !posToKeyHas(freePos), "!posToKeyHas( freePos )");
     occupy(key, RunStart::at(freePos), OccupyStep::mark);
     doAddOrMoveEntry(key, freePos, move);
     return freePos;
@@ -105,7 +109,8 @@ U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId
 
   // A victim that could not be moved keeps its old EntryId.
   if (hashEntryStatus()->statusHas(key)) return INVALID_POSITION;
-  MHT_TRACE(5, " HashEntryStatus doesn't exist for key " << key << " foundFree " << found << " adding status entry ");
+  MHT_TRACE_IN("insertEntry", 5,
+               " HashEntryStatus doesn't exist for key " << key << " foundFree " << found << " adding status entry ");
   hashEntryStatus()->statusIs(key, EntryId());
   return INVALID_POSITION;
 }

@@ -193,22 +193,15 @@ RequestCheck MultiEntryTypeHashTable::checkPlacement(const HashEntryKey& key) co
   const HashEntryType type = key.entryType();
 
   // findEmptyPosition, as the reaction's first call makes it.
+  const FreeRun free = freeRunOf(key);
+  if (free.end == FreeRun::noBucket) return noBucketSelected(free.bank);
+  if (free.end == FreeRun::narrower) {
+    return RequestCheck::stopsNow(narrowerThanBase, narrowerReason(type, free.bank, *bankFind(free.bank)));
+  }
   RequestCheck verdict;
-  bool found = false;
-  for (U32 i = 0; i < numBanks() && !found; ++i) {
-    if (i == noBankToAvoid) continue;
-    const MultiEntryTypeBank& b = *bankFind(i);
-    if (!debugEnabled_ && !b.selectsBuckets()) {
-      return noBucketSelected(i);
-    }
-    if (narrower(type, b)) return RequestCheck::stopsNow(narrowerThanBase, narrowerReason(type, i, b));
-    const U32 bucketId = b.groupStart(b.bucketIdOf(key.crc16(), key.crc32(), debugEnabled_, 0), type);
-    if (narrowerSigned(type, b)) return RequestCheck::stopsNow(narrowerThanBaseSigned, narrowerReason(type, i, b));
-    const MultiEntryTypeBank::SpaceSearch space = b.findSpace(type, bucketId);
-    if (!space.found) continue;
-    found = true;
-    const U32 pos = packPosition(i, space.bucket, space.slot);
-    const std::string where = "id " + idText(entryIdHelper_->entryIdOfPosition(pos));
+  const bool found = free.end == FreeRun::found;
+  if (found) {
+    const std::string where = "id " + idText(entryIdHelper_->entryIdOfPosition(free.pos));
     verdict = RequestCheck::accepted(keyToPosHas(key) ? "the key moves to " + where : "the key is placed at " + where);
   }
   if (!found) {

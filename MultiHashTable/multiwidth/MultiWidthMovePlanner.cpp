@@ -22,32 +22,6 @@ namespace {
 constexpr U32 visitedRunsSeed = 0x715E4004u;
 constexpr U32 failedMovesSeed = 0xFA11E005u;
 
-// Calls visit(bank, run) for each run that an entry of the key's type could take, banks,
-// buckets of its group and slots in ascending order, until visit answers true. Banks that
-// select no bucket or hold no entry of the type are passed over; the run that position 0
-// would start is never handed out. `depth` is the hash's debug increment, as for a key
-// reached at that depth of the depth-first search.
-template <class Visit>
-bool forEachCandidateRun(const MultiEntryTypeHashTable& table, const HashEntryKey& key, U32 depth, Visit&& visit) {
-  const HashEntryType type = key.entryType();
-  for (U32 i = 0; i < table.numBanks(); ++i) {
-    const MultiEntryTypeBank* b = table.bankFind(i);
-    if (b == nullptr || (!table.debugEnabled() && !b->selectsBuckets())) continue;
-    const U32* width = b->entrySizeFind(type);
-    const U32* count = b->numBucketsToCheckFind(type);
-    if (width == nullptr || *width == 0 || count == nullptr) continue;
-    const U32 first = b->groupStart(b->bucketIdOf(key.crc16(), key.crc32(), table.debugEnabled(), depth), type);
-    for (U32 k = 0; k < *count; ++k) {
-      const U32 bucket = first + k;
-      for (U32 s = 0; s + *width <= b->bucketSize(); s += *width) {
-        if (b->phyBankId() == 0 && bucket == 0 && s == 0) continue;
-        if (visit(*b, SlotRun{i, bucket, s, *width})) return true;
-      }
-    }
-  }
-  return false;
-}
-
 U64 visitKey(const SlotRun& run) { return (U64{run.position()} << 8) | run.width; }
 
 }  // namespace
@@ -119,7 +93,7 @@ bool MultiWidthMovePlanner::shortestChain(Search& s, const HashEntryKey& key, Sl
     if (chainNodes_.size() >= maxMoveSearchSlots || !visitedRuns_.findOrInsert(visitKey(run)).second) return;
     chainNodes_.push_back(ChainNode{run, occupant, parent, moves});
   };
-  forEachCandidateRun(s.table, key, 0, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
+  s.table.forEachCandidateRun(key, 0, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
     const Occupants occupants = occupantsOf(s, b, run);
     if (occupants.movable && occupants.count == 1) enqueue(run, occupants.entries[0], noParent, 1);
     return false;
@@ -127,23 +101,22 @@ bool MultiWidthMovePlanner::shortestChain(Search& s, const HashEntryKey& key, Sl
   for (U32 i = 0; i < chainNodes_.size(); ++i) {
     const ChainNode node = chainNodes_[i];
     SlotRun target;
-    const bool found =
-        forEachCandidateRun(s.table, s.table.posToKey(node.occupant.position()), node.moves,
-                            [&](const MultiEntryTypeBank& b, const SlotRun& run) {
-                              ++s.runsExamined;
-                              // Neither where the entry stands nor any slot that the chain empties.
-                              if (run == node.occupant || chainCrosses(i, run)) return false;
-                              const Occupants occupants = occupantsOf(s, b, run);
-                              if (!occupants.movable || occupants.count > 1) return false;
-                              if (occupants.count == 0) {
-                                target = run;
-                                return true;
-                              }
-                              if (node.moves < s.table.maxRecursiveSteps() && !chainCrosses(i, occupants.entries[0])) {
-                                enqueue(run, occupants.entries[0], i, node.moves + 1);
-                              }
-                              return false;
-                            });
+    const bool found = s.table.forEachCandidateRun(
+        s.table.posToKey(node.occupant.position()), node.moves, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
+          ++s.runsExamined;
+          // Neither where the entry stands nor any slot that the chain empties.
+          if (run == node.occupant || chainCrosses(i, run)) return false;
+          const Occupants occupants = occupantsOf(s, b, run);
+          if (!occupants.movable || occupants.count > 1) return false;
+          if (occupants.count == 0) {
+            target = run;
+            return true;
+          }
+          if (node.moves < s.table.maxRecursiveSteps() && !chainCrosses(i, occupants.entries[0])) {
+            enqueue(run, occupants.entries[0], i, node.moves + 1);
+          }
+          return false;
+        });
     if (!found) continue;
     // From the free end backwards: each entry into the run that the next one leaves.
     for (U32 j = i; j != noParent; j = chainNodes_[j].parent) {
@@ -170,7 +143,7 @@ bool MultiWidthMovePlanner::fewestMovesPlan(Search& s, const HashEntryKey& key, 
   // entry stands in is a chain, which the chain search has already looked for.
   for (U32 moves = 2; moves < fewerThan && s.runsExamined < maxMoveSearchRuns; ++moves) {
     bool cut = false;
-    const bool found = forEachCandidateRun(s.table, key, 0, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
+    const bool found = s.table.forEachCandidateRun(key, 0, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
       const Occupants occupants = occupantsOf(s, b, run);
       if (!occupants.movable) return false;
       if (occupants.count == 1 && moves < 3) {
@@ -224,7 +197,7 @@ MultiWidthMovePlanner::Outcome MultiWidthMovePlanner::planMoveOut(Search& s, con
   // with a larger count may finish: the memo records it.
   bool cut = false;
   const HashEntryKey moving = s.table.posToKey(entry.position());
-  const bool moved = forEachCandidateRun(s.table, moving, depth, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
+  const bool moved = s.table.forEachCandidateRun(moving, depth, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
     if (s.runsExamined >= maxMoveSearchRuns) return false;
     ++s.runsExamined;
     if (run == entry || reservedOverlaps(run)) return false;
