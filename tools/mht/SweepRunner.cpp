@@ -1,0 +1,116 @@
+#include "SweepRunner.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "Optimum.h"
+#include "Progress.h"
+
+namespace mht {
+
+namespace {
+
+// One unit of work: a simulation (row, run) or the optimum of (table, seed).
+struct Task {
+  bool optimum = false;
+  std::size_t row = 0;
+  std::size_t index = 0;  // the run in the row, or the seed's index for an optimum
+  std::size_t table = 0;
+};
+
+void runTask(const SweepGrid& grid, const Task& task, SweepResult& result) {
+  if (task.optimum) {
+    const SweepTable& table = grid.tables[task.table];
+    const SimulationOptions o = sweepSimulation(grid, table, 0, MoveSearch::depthFirst, grid.seeds[task.index]);
+    try {
+      result.optima[task.table][task.index] = offlineOptimum(o);
+    } catch (const std::exception& e) {
+      result.optimumNotes[task.table][task.index] = e.what();
+    }
+    return;
+  }
+  SweepRow& row = result.rows[task.row];
+  SweepRun& run = row.runs[task.index];
+  try {
+    const SimulationResult r = simulate(sweepSimulation(grid, grid.tables[row.table], row.steps, row.search, run.seed));
+    run.firstFailureRequest = r.firstFailureRequest;
+    run.fillAtFirstFailure = r.fillAtFirstFailure;
+    run.fillAtEnd = r.fillAtEnd;
+    run.movesMean = r.movesMean;
+    run.fill = r.fill;
+    run.churn = r.churn;
+  } catch (const std::exception& e) {
+    // A table that refuses the cell (a search it does not offer) is one row's news, not the sweep's end.
+    run.error = e.what();
+  }
+}
+
+}  // namespace
+
+SweepResult runSweep(const SweepGrid& grid, unsigned jobs, bool progress) {
+  const auto start = std::chrono::steady_clock::now();
+  SweepResult result;
+  std::vector<Task> tasks;
+  for (std::size_t t = 0; t < grid.tables.size(); ++t) {
+    result.optima.emplace_back(grid.seeds.size());
+    result.optimumNotes.emplace_back(grid.seeds.size());
+    for (std::size_t s = 0; s < grid.seeds.size(); ++s) tasks.push_back(Task{true, 0, s, t});
+    for (const U32 steps : grid.tables[t].steps) {
+      for (const MoveSearch search : grid.searches) {
+        SweepRow row{t, steps, search, {}};
+        for (std::size_t s = 0; s < grid.seeds.size(); ++s) {
+          row.runs.push_back(SweepRun{grid.seeds[s], {}, {}, {}, 0, 0, {}, {}});
+          tasks.push_back(Task{false, result.rows.size(), s, t});
+        }
+        result.rows.push_back(std::move(row));
+      }
+    }
+  }
+  // The larger budgets and the multi-width tables take longest: started first, they do not
+  // leave one thread working alone at the end.
+  std::stable_sort(tasks.begin(), tasks.end(), [&](const Task& a, const Task& b) {
+    const auto cost = [&](const Task& t) {
+      const bool multi = grid.tables[t.table].kind == TableKind::multi;
+      return std::pair(multi ? 1 : 0, t.optimum ? 100u : result.rows[t.row].steps);
+    };
+    return cost(a) > cost(b);
+  });
+
+  result.jobs = std::max(1u, std::min<unsigned>(jobs, static_cast<unsigned>(std::max<std::size_t>(tasks.size(), 1))));
+  std::atomic<std::size_t> next{0};
+  std::mutex mutex;
+  std::condition_variable finished;
+  std::size_t done = 0;
+  std::vector<std::thread> workers;
+  for (unsigned j = 0; j < result.jobs; ++j) {
+    workers.emplace_back([&] {
+      for (std::size_t i = next++; i < tasks.size(); i = next++) {
+        // Each task writes only its own run or optimum: the slots were made before the threads.
+        runTask(grid, tasks[i], result);
+        const std::lock_guard<std::mutex> lock(mutex);
+        ++done;
+        finished.notify_one();
+      }
+    });
+  }
+  {
+    Progress bar(progress, tasks.size(), "of " + std::to_string(tasks.size()) + " runs");
+    std::unique_lock<std::mutex> lock(mutex);
+    while (done < tasks.size()) {
+      finished.wait(lock);
+      const std::size_t now = done;
+      lock.unlock();
+      bar.update(now);
+      lock.lock();
+    }
+  }
+  for (std::thread& w : workers) w.join();
+  result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  return result;
+}
+
+}  // namespace mht
