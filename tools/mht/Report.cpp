@@ -8,6 +8,8 @@
 #include <ostream>
 #include <sstream>
 
+#include "Svg.h"
+
 namespace mht {
 
 namespace {
@@ -169,23 +171,30 @@ namespace {
 
 // One grid of bucket cells per bank, side by side from x = gap, 56 down.
 void writeOccupancyMaps(const SimulationOptions& o, const SimulationResult& r,
-                        const std::vector<std::pair<U32, U32>>& grids, double cell, double gap, std::ostream& out) {
+                        const std::vector<std::pair<U32, U32>>& grids, double cell, double gap, Svg& svg) {
   double x = gap;
   const U32 slots = o.table.numBucketEntries;
   for (std::size_t b = 0; b < r.occupancy.size(); ++b) {
     const auto [cols, rows] = grids[b];
-    out << "<text x=\"" << x << "\" y=\"48\">bank " << b << " (" << std::fixed << std::setprecision(1)
-        << (b < r.bankFill.size() ? r.bankFill[b] * 100 : 0) << " %)</text>\n";
-    out << "<g transform=\"translate(" << x << ",56)\">\n";
-    out << "<rect width=\"" << cols * cell << "\" height=\"" << rows * cell
-        << "\" fill=\"#ffffff\" stroke=\"#cccccc\"/>\n";
+    std::ostringstream label;
+    label << "bank " << b << " (" << std::fixed << std::setprecision(1)
+          << (b < r.bankFill.size() ? r.bankFill[b] * 100 : 0) << " %)";
+    svg.text({{"x", x}, {"y", 48}}, label.str());
+    // The page's frame and the first label sit on whole units; the maps and everything
+    // after them carry one decimal.
+    svg.decimals(1);
+    svg.openGroup({{"transform", "translate(" + svg.number(x) + ",56)"}});
+    svg.rect({{"width", cols * cell}, {"height", rows * cell}, {"fill", "#ffffff"}, {"stroke", "#cccccc"}});
     for (std::size_t k = 0; k < r.occupancy[b].size(); ++k) {
       const BucketCell& c = r.occupancy[b][k];
       if (c.slotsUsed == 0) continue;
-      out << "<rect x=\"" << (k % cols) * cell << "\" y=\"" << (k / cols) * cell << "\" width=\"" << cell
-          << "\" height=\"" << cell << "\" fill=\"" << cellColour(c, slots) << "\"/>\n";
+      svg.rect({{"x", (k % cols) * cell},
+                {"y", (k / cols) * cell},
+                {"width", cell},
+                {"height", cell},
+                {"fill", cellColour(c, slots)}});
     }
-    out << "</g>\n";
+    svg.closeGroup();
     x += cols * cell + gap;
   }
 }
@@ -193,37 +202,36 @@ void writeOccupancyMaps(const SimulationOptions& o, const SimulationResult& r,
 // The fill ratio over the requests, a tick under each request that moved entries, and the
 // first failure, in a chart whose top left corner is at (gap, top).
 void writeFillChart(const SimulationResult& r, U64 last, double top, double gap, double chartWidth, double chartHeight,
-                    std::ostream& out) {
+                    Svg& svg) {
   const double axis = 36;  // room for the percentage labels
-  out << "<g transform=\"translate(" << gap + axis << "," << top << ")\">\n";
-  out << "<rect width=\"" << chartWidth << "\" height=\"" << chartHeight
-      << "\" fill=\"#ffffff\" stroke=\"#999999\"/>\n";
+  svg.openGroup({{"transform", "translate(" + svg.number(gap + axis) + "," + svg.number(top) + ")"}});
+  svg.rect({{"width", chartWidth}, {"height", chartHeight}, {"fill", "#ffffff"}, {"stroke", "#999999"}});
   for (int p = 0; p <= 100; p += 25) {
     const double y = chartHeight * (1 - p / 100.0);
-    out << "<line x1=\"0\" x2=\"" << chartWidth << "\" y1=\"" << y << "\" y2=\"" << y << "\" stroke=\"#eeeeee\"/>\n";
-    out << "<text x=\"-4\" y=\"" << y + 4 << "\" text-anchor=\"end\" font-size=\"10\">" << p << "%</text>\n";
+    svg.line(0, chartWidth, y, y, {{"stroke", "#eeeeee"}});
+    svg.text({{"x", -4}, {"y", y + 4}, {"text-anchor", "end"}, {"font-size", 10}}, std::to_string(p) + "%");
   }
-  out << "<polyline fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\" points=\"";
-  for (const Sample& s : r.timeline) {
-    out << chartWidth * static_cast<double>(s.request) / static_cast<double>(last) << ','
-        << chartHeight * (1 - std::min(1.0, s.fill)) << ' ';
-  }
-  out << "\"/>\n";
+  const auto across = [&](U64 request) {
+    return chartWidth * static_cast<double>(request) / static_cast<double>(last);
+  };
+  std::vector<Svg::Point> points;
+  points.reserve(r.timeline.size());
+  for (const Sample& s : r.timeline) points.push_back({across(s.request), chartHeight * (1 - std::min(1.0, s.fill))});
+  svg.polyline({{"fill", "none"}, {"stroke", "#1f5fbf"}, {"stroke-width", "1.5"}}, points);
   for (const Sample& s : r.timeline) {
     if (s.moves == 0) continue;
-    const double px = chartWidth * static_cast<double>(s.request) / static_cast<double>(last);
-    out << "<line x1=\"" << px << "\" x2=\"" << px << "\" y1=\"" << chartHeight << "\" y2=\""
-        << chartHeight - 4 - 2 * std::min<U32>(s.moves, 8) << "\" stroke=\"#d62728\" stroke-opacity=\"0.5\"/>\n";
+    const double px = across(s.request);
+    svg.line(px, px, chartHeight, chartHeight - 4 - 2 * std::min<U32>(s.moves, 8),
+             {{"stroke", "#d62728"}, {"stroke-opacity", "0.5"}});
   }
   if (r.firstFailureRequest) {
-    const double px = chartWidth * static_cast<double>(*r.firstFailureRequest) / static_cast<double>(last);
-    out << "<line x1=\"" << px << "\" x2=\"" << px << "\" y1=\"0\" y2=\"" << chartHeight
-        << "\" stroke=\"#000000\" stroke-dasharray=\"4 3\"/>\n";
-    out << "<text x=\"" << px + 4 << "\" y=\"14\" font-size=\"10\">first failure</text>\n";
+    const double px = across(*r.firstFailureRequest);
+    svg.line(px, px, 0, chartHeight, {{"stroke", "#000000"}, {"stroke-dasharray", "4 3"}});
+    svg.text({{"x", px + 4}, {"y", 14}, {"font-size", 10}}, "first failure");
   }
-  out << "<text x=\"" << chartWidth / 2 << "\" y=\"" << chartHeight + 20 << "\" text-anchor=\"middle\">requests ("
-      << last << ")</text>\n";
-  out << "</g>\n</svg>\n";
+  svg.text({{"x", chartWidth / 2}, {"y", chartHeight + 20}, {"text-anchor", "middle"}},
+           "requests (" + std::to_string(last) + ")");
+  svg.closeGroup();
 }
 
 }  // namespace
@@ -246,21 +254,22 @@ void writeSvgReport(const SimulationOptions& o, const SimulationResult& r, std::
   const double width = std::max(mapWidth, chartWidth + 36) + 2 * gap;
   const double height = 60 + mapHeight + 60 + chartHeight + 60;
 
-  out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-  out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << width << "\" height=\"" << height
-      << "\" font-family=\"sans-serif\" font-size=\"12\">\n";
-  out << "<rect width=\"100%\" height=\"100%\" fill=\"#fafafa\"/>\n";
-  out << "<text x=\"" << gap << "\" y=\"24\" font-size=\"16\">Bucket occupancy per bank (" << o.table.numBanks << " x "
-      << o.table.numBuckets << " x " << o.table.numBucketEntries
-      << "): blue single, green double, orange quad; darker is fuller</text>\n";
-  writeOccupancyMaps(o, r, grids, cell, gap, out);
+  Svg svg(out);
+  svg.declaration();
+  svg.open(width, height);
+  svg.text({{"x", gap}, {"y", 24}, {"font-size", 16}},
+           "Bucket occupancy per bank (" + std::to_string(o.table.numBanks) + " x " +
+               std::to_string(o.table.numBuckets) + " x " + std::to_string(o.table.numBucketEntries) +
+               "): blue single, green double, orange quad; darker is fuller");
+  writeOccupancyMaps(o, r, grids, cell, gap, svg);
 
   // Fill ratio over requests, with a tick under each request that moved entries.
   const double top = 56 + mapHeight + 50;
   const U64 last = r.timeline.empty() ? 1 : std::max<U64>(1, r.timeline.back().request);
-  out << "<text x=\"" << gap << "\" y=\"" << top - 12
-      << "\" font-size=\"16\">Fill ratio over requests; red ticks: requests that moved entries</text>\n";
-  writeFillChart(r, last, top, gap, chartWidth, chartHeight, out);
+  svg.text({{"x", gap}, {"y", top - 12}, {"font-size", 16}},
+           "Fill ratio over requests; red ticks: requests that moved entries");
+  writeFillChart(r, last, top, gap, chartWidth, chartHeight, svg);
+  svg.close();
 }
 
 }  // namespace mht
