@@ -6,8 +6,8 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <ostream>
-#include <sstream>
 
+#include "Format.h"
 #include "Svg.h"
 
 namespace mht {
@@ -26,13 +26,8 @@ const char* sourceName(KeySourceKind k) {
   return "?";
 }
 
-double perSecond(const PhaseFigures& p) { return p.seconds > 0 ? static_cast<double>(p.requested) / p.seconds : 0; }
-
-std::string percent(double fraction) {
-  std::ostringstream os;
-  os << std::fixed << std::setprecision(2) << fraction * 100 << " %";
-  return os.str();
-}
+// The text report's percentages: two decimals and the sign.
+std::string percentText(double fraction) { return percent(fraction, 2) + " %"; }
 
 }  // namespace
 
@@ -56,7 +51,7 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
       << " failed\n";
   out << "first fail ";
   if (r.fillAtFirstFailure) {
-    out << "at request " << *r.firstFailureRequest << ", fill " << percent(*r.fillAtFirstFailure) << '\n';
+    out << "at request " << *r.firstFailureRequest << ", fill " << percentText(*r.fillAtFirstFailure) << '\n';
   } else {
     out << "none\n";
   }
@@ -65,7 +60,7 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
     out << "optimum    ";
     if (best.request) {
       out << (best.upperBound ? "upper bound: " : "") << "first fail at request " << *best.request << ", fill "
-          << percent(best.fillRatio) << " (" << best.slots << " of " << r.capacity << " slots), "
+          << percentText(best.fillRatio) << " (" << best.slots << " of " << r.capacity << " slots), "
           << (best.upperBound ? "wide keys' slots split over their buckets\n" : "every key re-placed at will\n");
     } else {
       out << "none, the key source ran out first (" << best.slots << " of " << r.capacity << " slots)\n";
@@ -73,12 +68,11 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
   } else if (!r.optimumNote.empty()) {
     out << "optimum    not computed: " << r.optimumNote << '\n';
   }
-  out << "fill end   " << percent(r.fillAtEnd) << " (" << r.slotsUsed << " of " << r.capacity << " slots)\n";
+  out << "fill end   " << percentText(r.fillAtEnd) << " (" << r.slotsUsed << " of " << r.capacity << " slots)\n";
   out << "per bank  ";
-  for (std::size_t i = 0; i < r.bankFill.size(); ++i) out << ' ' << i << ": " << percent(r.bankFill[i]);
+  for (std::size_t i = 0; i < r.bankFill.size(); ++i) out << ' ' << i << ": " << percentText(r.bankFill[i]);
   out << '\n';
-  out << "moves      mean " << std::fixed << std::setprecision(3) << r.movesMean << ", max " << r.movesMax
-      << " per placement\n";
+  out << "moves      mean " << fixed(r.movesMean, 3) << ", max " << r.movesMax << " per placement\n";
   // Placements by moves, the long tail folded into one line.
   constexpr U64 tail = 10;
   std::map<U64, U64> rows;
@@ -90,7 +84,7 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
     out << "  " << std::setw(3) << m << (m == tail ? "+" : " ") << " moves " << std::setw(9) << n << ' '
         << std::string(static_cast<std::size_t>(bar), '#') << '\n';
   }
-  out << "speed      " << std::setprecision(0) << perSecond(r.fill) << " requests/s filling, " << perSecond(r.churn)
+  out << "speed      " << fixed(perSecond(r.fill), 0) << " requests/s filling, " << fixed(perSecond(r.churn), 0)
       << " requests/s churning\n";
   out << "counters   insertions=" << r.insertions << " deletions=" << r.deletions << " moves=" << r.movesCounted
       << '\n';
@@ -176,10 +170,8 @@ void writeOccupancyMaps(const SimulationOptions& o, const SimulationResult& r,
   const U32 slots = o.table.numBucketEntries;
   for (std::size_t b = 0; b < r.occupancy.size(); ++b) {
     const auto [cols, rows] = grids[b];
-    std::ostringstream label;
-    label << "bank " << b << " (" << std::fixed << std::setprecision(1)
-          << (b < r.bankFill.size() ? r.bankFill[b] * 100 : 0) << " %)";
-    svg.text({{"x", x}, {"y", 48}}, label.str());
+    const double fill = b < r.bankFill.size() ? r.bankFill[b] : 0;
+    svg.text({{"x", x}, {"y", 48}}, "bank " + std::to_string(b) + " (" + percent(fill, 1) + " %)");
     // The page's frame and the first label sit on whole units; the maps and everything
     // after them carry one decimal.
     svg.decimals(1);

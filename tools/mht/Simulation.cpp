@@ -18,6 +18,10 @@ double seconds(Clock::time_point since) { return std::chrono::duration<double>(C
 
 }  // namespace
 
+double perSecond(const PhaseFigures& phase) {
+  return phase.seconds > 0 ? static_cast<double>(phase.requested) / phase.seconds : 0;
+}
+
 std::vector<BankSpec> defaultBanks(const TableSpec& table, bool doubleEntryTwoBucketMode) {
   std::vector<BankSpec> banks;
   const U32 bits = table.numBuckets > 1 ? static_cast<U32>(std::bit_width(table.numBuckets - 1)) : 0;

@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iomanip>
 #include <ostream>
-#include <sstream>
 
+#include "Format.h"
 #include "Svg.h"
 #include "SweepFigures.h"
 
@@ -60,9 +59,7 @@ void drawAxes(const Frame& f, bool budgets, Svg& svg) {
   for (double p = f.yLow; p <= f.yHigh + 1e-9; p += f.tick) {
     const double y = f.y(p / 100);
     svg.line(f.left, f.left + f.width, y, y, {{"stroke", "#eeeeee"}});
-    std::ostringstream label;
-    label << std::fixed << std::setprecision(0) << p << " %";
-    svg.text({{"x", f.left - 6}, {"y", y + 4}, {"text-anchor", "end"}}, label.str());
+    svg.text({{"x", f.left - 6}, {"y", y + 4}, {"text-anchor", "end"}}, fixed(p, 0) + " %");
   }
   for (U32 s = f.fewest; s <= f.most && budgets; ++s) {
     svg.text({{"x", f.x(s)}, {"y", f.top + f.height + 18}, {"text-anchor", "middle"}}, std::to_string(s));

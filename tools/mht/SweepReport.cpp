@@ -1,26 +1,13 @@
 #include "SweepReport.h"
 
 #include <algorithm>
-#include <iomanip>
 #include <nlohmann/json.hpp>
 #include <ostream>
-#include <sstream>
 
+#include "Format.h"
 #include "SweepFigures.h"
 
 namespace mht {
-
-namespace {
-
-double perSecond(const PhaseFigures& p) { return p.seconds > 0 ? static_cast<double>(p.requested) / p.seconds : 0; }
-
-std::string percent(double fraction, int decimals = 3) {
-  std::ostringstream os;
-  os << std::fixed << std::setprecision(decimals) << fraction * 100;
-  return os.str();
-}
-
-}  // namespace
 
 void writeSweepText(const SweepGrid& grid, const SweepResult& result, std::ostream& out) {
   std::size_t simulations = 0;
@@ -32,7 +19,7 @@ void writeSweepText(const SweepGrid& grid, const SweepResult& result, std::ostre
       << count(grid.searches.size(), "search", "searches") << ", seeds " << seedList(grid.seeds, " ") << ", churn "
       << grid.churn << ": " << count(simulations, "simulation", "simulations") << ", "
       << count(grid.tables.size() * grid.seeds.size(), "optimum", "optima") << ", " << result.jobs << " at a time, "
-      << std::fixed << std::setprecision(1) << result.seconds << " s\n";
+      << fixed(result.seconds, 1) << " s\n";
   std::size_t labelWidth = 5;
   for (const SweepTable& t : grid.tables) labelWidth = std::max(labelWidth, t.label().size());
   const auto left = [&out](const std::string& text, std::size_t width) {
@@ -54,20 +41,17 @@ void writeSweepText(const SweepGrid& grid, const SweepResult& result, std::ostre
     }
     const Spread fill = fillSpread(row);
     std::string fillText = "-";
-    if (fill.count) fillText = percent(fill.mean) + " % (" + percent(fill.min) + "-" + percent(fill.max) + ")";
+    // Three decimals: the seeds' fills of a table part in the third.
+    if (fill.count) fillText = percent(fill.mean, 3) + " % (" + percent(fill.min, 3) + "-" + percent(fill.max, 3) + ")";
     out << "  ";
     left(fillText, 26);
     const Spread best = optimumSpread(result, row.table);
     std::string bestText = "-";
-    if (best.count) bestText = (upperBound(result, row.table) ? "<=" : "") + percent(best.mean) + " %";
+    if (best.count) bestText = (upperBound(result, row.table) ? "<=" : "") + percent(best.mean, 3) + " %";
     right(bestText, 12);
-    std::ostringstream moves, churn, filling;
-    moves << std::fixed << std::setprecision(3) << meanOver(row, [](const SweepRun& r) { return r.movesMean; });
-    churn << std::fixed << std::setprecision(0) << meanOver(row, [](const SweepRun& r) { return perSecond(r.churn); });
-    filling << std::fixed << std::setprecision(0) << meanOver(row, [](const SweepRun& r) { return perSecond(r.fill); });
-    right(moves.str(), 10);
-    right(churn.str(), 12);
-    right(filling.str(), 12);
+    right(fixed(meanOver(row, [](const SweepRun& r) { return r.movesMean; }), 3), 10);
+    right(fixed(meanOver(row, [](const SweepRun& r) { return perSecond(r.churn); }), 0), 12);
+    right(fixed(meanOver(row, [](const SweepRun& r) { return perSecond(r.fill); }), 0), 12);
     out << '\n';
   }
   out << "note       fill at first failure: mean (min-max) over seeds " << seedList(grid.seeds, ", ")
