@@ -13,6 +13,8 @@
 
 namespace mht {
 
+using namespace TesselCentral;
+
 namespace {
 
 HashEntryKey readKey(LineParser& p) {

@@ -12,6 +12,8 @@
 
 namespace mht {
 
+using namespace TesselCentral;
+
 namespace {
 
 const char* sourceName(KeySourceKind k) {

@@ -10,6 +10,8 @@
 
 namespace mht {
 
+using namespace TesselCentral;
+
 namespace {
 
 using Clock = std::chrono::steady_clock;

@@ -10,6 +10,8 @@
 
 namespace mht {
 
+using namespace TesselCentral;
+
 namespace {
 
 const std::vector<std::string> palette{"#1f5fbf", "#d62728", "#2a9d3a", "#8e44ad", "#e67e22", "#6d4c41"};

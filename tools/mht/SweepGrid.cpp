@@ -6,6 +6,8 @@
 
 namespace mht {
 
+using namespace TesselCentral;
+
 namespace {
 
 std::vector<std::string> splitAt(const std::string& text, char separator) {

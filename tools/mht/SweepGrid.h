@@ -23,7 +23,8 @@ struct SweepTable {
 
 struct SweepGrid {
   std::vector<SweepTable> tables;
-  std::vector<MoveSearch> searches{MoveSearch::depthFirst, MoveSearch::breadthFirst};
+  std::vector<TesselCentral::MoveSearch> searches{TesselCentral::MoveSearch::depthFirst,
+                                                  TesselCentral::MoveSearch::breadthFirst};
   std::vector<U64> seeds{1, 2, 3};
   U64 churn = 5000;
   WidthMix mix;  // the multi-width tables' keys
@@ -45,10 +46,10 @@ SweepTable parseSweepTable(const std::string& text);
 // Comma-separated numbers and ranges "a-b", each within [low, high]; sorted, repeats dropped.
 std::vector<U64> parseNumberList(const std::string& text, U64 low, U64 high);
 // Comma-separated "depth-first" and "breadth-first".
-std::vector<MoveSearch> parseSearches(const std::string& text);
+std::vector<TesselCentral::MoveSearch> parseSearches(const std::string& text);
 
 // The options of one simulation of the grid.
-SimulationOptions sweepSimulation(const SweepGrid& grid, const SweepTable& table, U32 steps, MoveSearch search,
-                                  U64 seed);
+SimulationOptions sweepSimulation(const SweepGrid& grid, const SweepTable& table, U32 steps,
+                                  TesselCentral::MoveSearch search, U64 seed);
 
 }  // namespace mht

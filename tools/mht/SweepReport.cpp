@@ -9,6 +9,8 @@
 
 namespace mht {
 
+using namespace TesselCentral;
+
 void writeSweepText(const SweepGrid& grid, const SweepResult& result, std::ostream& out) {
   std::size_t simulations = 0;
   for (const SweepRow& row : result.rows) simulations += row.runs.size();

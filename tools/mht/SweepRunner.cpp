@@ -12,6 +12,8 @@
 
 namespace mht {
 
+using namespace TesselCentral;
+
 namespace {
 
 // One unit of work: a simulation (row, run) or the optimum of (table, seed).

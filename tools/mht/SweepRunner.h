@@ -25,7 +25,7 @@ struct SweepRun {
 struct SweepRow {
   std::size_t table = 0;  // index into the grid's tables
   U32 steps = 0;
-  MoveSearch search = MoveSearch::depthFirst;
+  TesselCentral::MoveSearch search = TesselCentral::MoveSearch::depthFirst;
   std::vector<SweepRun> runs;  // one per seed, in the grid's order
 };
 

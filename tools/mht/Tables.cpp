@@ -7,6 +7,8 @@
 
 namespace mht {
 
+using namespace TesselCentral;
+
 std::string keyFields(const HashEntryKey& key) {
   std::ostringstream os;
   os << key.crc16() << ' ' << key.crc32() << ' ' << key.fapId() << ' ' << stringValue(key.entryType());

@@ -17,6 +17,7 @@
 namespace {
 
 using namespace mht;
+using namespace TesselCentral;
 
 // Writes a file whole or not at all: a failed run leaves an earlier file as it was.
 class OutputFile {
