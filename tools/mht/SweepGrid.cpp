@@ -74,16 +74,9 @@ SweepTable parseSweepTable(const std::string& text) {
     slots = decimal(shape[2]);
   }
   if (!banks || !buckets || !slots) bad(text, "the shape is not <banks>x<buckets>x<slots>");
-  if (*banks < 1 || *banks > 256) bad(text, std::to_string(*banks) + " banks is not in 1..256");
-  if (*buckets < 1 || *buckets > (1u << 20) || (*buckets & (*buckets - 1)) != 0) {
-    bad(text, std::to_string(*buckets) + " buckets is not a power of two in 1..1048576");
+  if (const auto problem = shapeProblem(t.kind, *banks, *buckets, *slots, ShapeLimits::simulation)) {
+    bad(text, problem->text);
   }
-  if (*slots < 1 || *slots > 16) bad(text, std::to_string(*slots) + " slots is not in 1..16");
-  if (t.kind == TableKind::multi && *slots > 4) bad(text, "a multi-width table's bucket state serves at most 4 slots");
-  if (t.kind == TableKind::multi && *banks > 128) {
-    bad(text, "a multi-width table skips bank 128 on first placements; use at most 128 banks");
-  }
-  if (*banks * *buckets * *slots > 0xFFFFFFFFull) bad(text, "the capacity does not fit in 32 bits");
   t.numBanks = static_cast<U32>(*banks);
   t.numBuckets = static_cast<U32>(*buckets);
   t.numBucketEntries = static_cast<U32>(*slots);

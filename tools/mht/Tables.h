@@ -3,6 +3,7 @@
 #pragma once
 
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,32 @@ struct TableSpec {
   bool bucketSpanBanks = false;  // single-width tables only
   TesselCentral::MoveSearch moveSearch = TesselCentral::MoveSearch::depthFirst;
 };
+
+// What is wrong with a table's shape: the figure at fault, and a sentence that names it
+// ("100 buckets is not a power of two in 1..1048576") for the caller to put after the
+// option or field the figure came from.
+struct ShapeProblem {
+  enum class Figure { banks, buckets, slots, capacity };
+  Figure figure = Figure::banks;
+  std::string text;
+};
+
+// The limits a table's shape is held to.
+enum class ShapeLimits {
+  // What the library can address and no more: a replay drives any table an agent could
+  // make, odd ones included, and leaves the rest to the library's own checks.
+  library,
+  // What the tool's simulations take besides: 1 to 256 banks of a power of two of buckets
+  // (the default banks hash into them evenly) of 1 to 16 slots, every id within 32 bits, and
+  // a multi-width table within the bucket state's 4 slots and below the bank it skips.
+  simulation,
+};
+
+// The first problem of a shape, or nothing. The figures are taken as wide as a command line
+// may give them, before they are known to fit a TableSpec.
+std::optional<ShapeProblem> shapeProblem(TableKind kind, U64 numBanks, U64 numBuckets, U64 numBucketEntries,
+                                         ShapeLimits limits);
+std::optional<ShapeProblem> shapeProblem(const TableSpec& table, ShapeLimits limits);
 
 // The command line's names: the table kinds and the move searches.
 inline const char* kindName(TableKind k) { return k == TableKind::single ? "single" : "multi"; }
