@@ -31,9 +31,8 @@ const char* sourceName(KeySourceKind k) {
 // The text report's percentages: two decimals and the sign.
 std::string percentText(double fraction) { return percent(fraction, 2) + " %"; }
 
-}  // namespace
-
-void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std::ostream& out) {
+// The table and its keys, as the options asked for them.
+void writeSetUp(const SimulationOptions& o, const SimulationResult& r, std::ostream& out) {
   const TableSpec& t = o.table;
   out << "table      " << kindName(t.kind) << ", " << t.numBanks << " banks x " << t.numBuckets << " buckets x "
       << t.numBucketEntries << " slots = " << r.capacity << " slots, maxRecursiveSteps " << t.maxRecursiveSteps;
@@ -47,16 +46,10 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
     out << ", widths " << o.mix.singleWide << "/" << o.mix.doubleWide << "/" << o.mix.quadWide << " single/double/quad";
   }
   out << '\n';
-  out << "fill       " << r.fill.requested << " requested, " << r.fill.placed << " placed, " << r.fill.failed
-      << " failed\n";
-  out << "churn      " << r.churn.requested << " requested, " << r.churn.placed << " placed, " << r.churn.failed
-      << " failed\n";
-  out << "first fail ";
-  if (r.fillAtFirstFailure) {
-    out << "at request " << *r.firstFailureRequest << ", fill " << percentText(*r.fillAtFirstFailure) << '\n';
-  } else {
-    out << "none\n";
-  }
+}
+
+// The offline placer's first failure, or why there is none.
+void writeOptimum(const SimulationResult& r, std::ostream& out) {
   if (r.optimum) {
     const OptimumFigures& best = *r.optimum;
     out << "optimum    ";
@@ -70,12 +63,10 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
   } else if (!r.optimumNote.empty()) {
     out << "optimum    not computed: " << r.optimumNote << '\n';
   }
-  out << "fill end   " << percentText(r.fillAtEnd) << " (" << r.slotsUsed << " of " << r.capacity << " slots)\n";
-  out << "per bank  ";
-  for (std::size_t i = 0; i < r.bankFill.size(); ++i) out << ' ' << i << ": " << percentText(r.bankFill[i]);
-  out << '\n';
-  out << "moves      mean " << fixed(r.movesMean, 3) << ", max " << r.movesMax << " per placement\n";
-  // Placements by moves, the long tail folded into one line.
+}
+
+// Placements by moves, the long tail folded into one line.
+void writeMovesHistogram(const SimulationResult& r, std::ostream& out) {
   constexpr U64 tail = 10;
   std::map<U64, U64> rows;
   for (const auto& [m, n] : r.movesHistogram) rows[std::min(m, tail)] += n;
@@ -86,6 +77,29 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
     out << "  " << std::setw(3) << m << (m == tail ? "+" : " ") << " moves " << std::setw(9) << n << ' '
         << std::string(static_cast<std::size_t>(bar), '#') << '\n';
   }
+}
+
+}  // namespace
+
+void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std::ostream& out) {
+  writeSetUp(o, r, out);
+  out << "fill       " << r.fill.requested << " requested, " << r.fill.placed << " placed, " << r.fill.failed
+      << " failed\n";
+  out << "churn      " << r.churn.requested << " requested, " << r.churn.placed << " placed, " << r.churn.failed
+      << " failed\n";
+  out << "first fail ";
+  if (r.fillAtFirstFailure) {
+    out << "at request " << *r.firstFailureRequest << ", fill " << percentText(*r.fillAtFirstFailure) << '\n';
+  } else {
+    out << "none\n";
+  }
+  writeOptimum(r, out);
+  out << "fill end   " << percentText(r.fillAtEnd) << " (" << r.slotsUsed << " of " << r.capacity << " slots)\n";
+  out << "per bank  ";
+  for (std::size_t i = 0; i < r.bankFill.size(); ++i) out << ' ' << i << ": " << percentText(r.bankFill[i]);
+  out << '\n';
+  out << "moves      mean " << fixed(r.movesMean, 3) << ", max " << r.movesMax << " per placement\n";
+  writeMovesHistogram(r, out);
   out << "speed      " << fixed(perSecond(r.fill), 0) << " requests/s filling, " << fixed(perSecond(r.churn), 0)
       << " requests/s churning\n";
   out << "counters   insertions=" << r.insertions << " deletions=" << r.deletions << " moves=" << r.movesCounted

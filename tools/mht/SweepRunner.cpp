@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -51,11 +52,9 @@ void runTask(const SweepGrid& grid, const Task& task, SweepResult& result) {
   }
 }
 
-}  // namespace
-
-SweepResult runSweep(const SweepGrid& grid, unsigned jobs, bool progress) {
-  const auto start = std::chrono::steady_clock::now();
-  SweepResult result;
+// The result's slots, a row per table, budget and search with a run per seed and an
+// optimum per table and seed, and a task to fill each.
+std::vector<Task> planSweep(const SweepGrid& grid, SweepResult& result) {
   std::vector<Task> tasks;
   for (std::size_t t = 0; t < grid.tables.size(); ++t) {
     result.optima.emplace_back(grid.seeds.size());
@@ -72,8 +71,12 @@ SweepResult runSweep(const SweepGrid& grid, unsigned jobs, bool progress) {
       }
     }
   }
-  // The larger budgets and the multi-width tables take longest: started first, they do not
-  // leave one thread working alone at the end.
+  return tasks;
+}
+
+// The larger budgets and the multi-width tables take longest: started first, they do not
+// leave one thread working alone at the end.
+void longestFirst(const SweepGrid& grid, const SweepResult& result, std::vector<Task>& tasks) {
   std::stable_sort(tasks.begin(), tasks.end(), [&](const Task& a, const Task& b) {
     const auto cost = [&](const Task& t) {
       const bool multi = grid.tables[t.table].kind == TableKind::multi;
@@ -81,18 +84,20 @@ SweepResult runSweep(const SweepGrid& grid, unsigned jobs, bool progress) {
     };
     return cost(a) > cost(b);
   });
+}
 
-  result.jobs = std::max(1u, std::min<unsigned>(jobs, static_cast<unsigned>(std::max<std::size_t>(tasks.size(), 1))));
+// work(0) to work(count - 1) on `jobs` threads, each taking the next index when it is free;
+// this thread keeps the progress bar.
+void runOnThreads(std::size_t count, unsigned jobs, bool progress, const std::function<void(std::size_t)>& work) {
   std::atomic<std::size_t> next{0};
   std::mutex mutex;
   std::condition_variable finished;
   std::size_t done = 0;
   std::vector<std::thread> workers;
-  for (unsigned j = 0; j < result.jobs; ++j) {
+  for (unsigned j = 0; j < jobs; ++j) {
     workers.emplace_back([&] {
-      for (std::size_t i = next++; i < tasks.size(); i = next++) {
-        // Each task writes only its own run or optimum: the slots were made before the threads.
-        runTask(grid, tasks[i], result);
+      for (std::size_t i = next++; i < count; i = next++) {
+        work(i);
         const std::lock_guard<std::mutex> lock(mutex);
         ++done;
         finished.notify_one();
@@ -100,9 +105,9 @@ SweepResult runSweep(const SweepGrid& grid, unsigned jobs, bool progress) {
     });
   }
   {
-    Progress bar(progress, tasks.size(), "of " + std::to_string(tasks.size()) + " runs");
+    Progress bar(progress, count, "of " + std::to_string(count) + " runs");
     std::unique_lock<std::mutex> lock(mutex);
-    while (done < tasks.size()) {
+    while (done < count) {
       finished.wait(lock);
       const std::size_t now = done;
       lock.unlock();
@@ -111,6 +116,18 @@ SweepResult runSweep(const SweepGrid& grid, unsigned jobs, bool progress) {
     }
   }
   for (std::thread& w : workers) w.join();
+}
+
+}  // namespace
+
+SweepResult runSweep(const SweepGrid& grid, unsigned jobs, bool progress) {
+  const auto start = std::chrono::steady_clock::now();
+  SweepResult result;
+  std::vector<Task> tasks = planSweep(grid, result);
+  longestFirst(grid, result, tasks);
+  result.jobs = std::max(1u, std::min<unsigned>(jobs, static_cast<unsigned>(std::max<std::size_t>(tasks.size(), 1))));
+  // Each task writes only its own run or optimum: the slots were made before the threads.
+  runOnThreads(tasks.size(), result.jobs, progress, [&](std::size_t i) { runTask(grid, tasks[i], result); });
   result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   return result;
 }
