@@ -20,6 +20,7 @@
 namespace {
 
 using namespace mht;
+using namespace TesselCentral;
 
 constexpr U64 seed = 20261122;
 

@@ -36,6 +36,7 @@
 namespace {
 
 using namespace mht;
+using namespace TesselCentral;
 using Clock = std::chrono::steady_clock;
 
 struct Options {

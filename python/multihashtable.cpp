@@ -106,6 +106,21 @@ class TraceControl {
 
 HashFunc hashFuncNamed(const std::string& name) { return Fwk::sequenceToValue<HashFunc>(name, "hashFunc"); }
 
+// The keyword of simulate() that sets a figure of the table's shape; a capacity past 32
+// bits is put down to buckets, as mht simulate puts it down to --buckets.
+const char* keywordOf(mht::ShapeProblem::Figure figure) {
+  switch (figure) {
+    case mht::ShapeProblem::Figure::banks:
+      return "banks";
+    case mht::ShapeProblem::Figure::slots:
+      return "slots";
+    case mht::ShapeProblem::Figure::buckets:
+    case mht::ShapeProblem::Figure::capacity:
+      break;
+  }
+  return "buckets";
+}
+
 // The simulation with mht simulate's options and checks; returns its JSON report as a dict.
 py::object simulateForPython(const std::string& table, U32 banks, U32 buckets, U32 slots, U32 steps,
                              bool bucketSpanBanks, bool doubleEntryTwoBucketMode,
@@ -123,17 +138,10 @@ py::object simulateForPython(const std::string& table, U32 banks, U32 buckets, U
   if (moveSearch != "depthFirst" && moveSearch != "breadthFirst") {
     fail("moveSearch", "'" + moveSearch + "' is neither 'depthFirst' nor 'breadthFirst'");
   }
-  if (banks < 1 || banks > 256) fail("banks", "not in [1, 256]");
-  if (buckets < 1 || buckets > (1u << 20) || (buckets & (buckets - 1)) != 0) {
-    fail("buckets", std::to_string(buckets) + " is not a power of two in [1, 1048576]");
+  if (const auto problem = shapeProblem(kind, banks, buckets, slots, ShapeLimits::simulation)) {
+    fail(keywordOf(problem->figure), problem->text);
   }
-  if (slots < 1 || slots > 16) fail("slots", "not in [1, 16]");
   if (steps > 16) fail("steps", "not in [0, 16]");
-  if (kind == TableKind::multi && slots > 4) fail("slots", "a multi-width table's bucket state serves at most 4 slots");
-  if (kind == TableKind::multi && banks > 128) {
-    fail("banks", "a multi-width table skips bank 128 on first placements; use at most 128");
-  }
-  if (U64{banks} * buckets * slots > 0xFFFFFFFFull) fail("buckets", "the capacity does not fit in 32 bits");
   if (fillTarget && (*fillTarget < 0 || *fillTarget > 1)) fail("fillTarget", "not in [0, 1]");
 
   SimulationOptions options;

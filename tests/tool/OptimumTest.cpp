@@ -8,6 +8,8 @@
 #include "Report.h"
 
 namespace mht {
+
+using namespace TesselCentral;
 namespace {
 
 // Two banks of two one-slot buckets; bank 0 takes bucket crc32 & 1, bank 1 bucket crc16 & 1.

@@ -67,6 +67,16 @@ TEST(ReplayErrors, ANumberOutOfRangeNamesTheField) {
   EXPECT_EQ(o.err, "requests.txt:4: crc16: '70000' is above the maximum 65535\n");
 }
 
+// A replay holds a table's shape to what the library can address only: the simulations'
+// limits (a power of two of buckets, at most 128 multi-width banks) are not its to impose.
+TEST(ReplayErrors, ATableBeyondWhatAPositionAddressesIsRefused) {
+  const Outcome o = replay("table multi 300 4 4 1\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err, "requests.txt:1: numBanks: 300 banks is above 256, the most a position can address\n");
+  EXPECT_EQ(replay("table multi 200 4 4 1\n").exitCode, 0);
+  EXPECT_EQ(replay("table single 300 3 4 1 false\n").exitCode, 0);
+}
+
 TEST(ReplayErrors, ANonNumberNamesTheField) {
   const Outcome o = replay(singleTable + "set 1 0xZZ 0 singleWide any\n");
   EXPECT_EQ(o.exitCode, 1);

@@ -8,6 +8,8 @@
 #include <sstream>
 
 namespace mht {
+
+using namespace TesselCentral;
 namespace {
 
 SimulationOptions smallMultiWidthRun() {

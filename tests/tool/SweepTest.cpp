@@ -11,6 +11,8 @@
 #include "Report.h"
 
 namespace mht {
+
+using namespace TesselCentral;
 namespace {
 
 std::string errorOf(const std::function<void()>& parse) {

@@ -8,6 +8,8 @@
 
 namespace mht {
 
+using namespace TesselCentral;
+
 U32 crc32Of(const unsigned char* bytes, std::size_t size) {
   return static_cast<U32>(::crc32(0L, bytes, static_cast<uInt>(size)));
 }

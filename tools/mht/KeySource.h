@@ -18,12 +18,6 @@
 
 namespace mht {
 
-using TesselCentral::HashEntryKey;
-using TesselCentral::HashEntryType;
-using TesselCentral::U16;
-using TesselCentral::U32;
-using TesselCentral::U64;
-
 enum class KeySourceKind { random, mac, ipv4 };
 
 struct WidthMix {
@@ -48,11 +42,11 @@ class KeySource {
  public:
   KeySource(KeySourceKind kind, U64 seed, WidthMix mix, std::vector<Ipv4Prefix> prefixes);
 
-  HashEntryKey next();
+  TesselCentral::HashEntryKey next();
 
  private:
-  HashEntryType nextWidth();
-  HashEntryKey candidate(HashEntryType width);
+  TesselCentral::HashEntryType nextWidth();
+  TesselCentral::HashEntryKey candidate(TesselCentral::HashEntryType width);
 
   KeySourceKind kind_;
   std::mt19937_64 random_;

@@ -12,9 +12,6 @@
 
 namespace mht {
 
-using TesselCentral::U16;
-using TesselCentral::U32;
-
 // A bad line: what was wrong, without the file and line (the caller adds them).
 class LineError : public std::runtime_error {
  public:

@@ -6,6 +6,8 @@
 
 namespace mht {
 
+using namespace TesselCentral;
+
 PlacementProblem placementProblem(const TableSpec& table, const std::vector<BankSpec>& banks,
                                   const std::vector<HashEntryKey>& keys) {
   PlacementProblem problem;

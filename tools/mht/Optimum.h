@@ -36,7 +36,7 @@ struct PlacementProblem {
 // The keys' candidates on the table the banks describe, bank by bank as the table computes
 // them (Bank::bucketIdOf, and for a multi-width table the group of MultiEntryTypeBank).
 PlacementProblem placementProblem(const TableSpec& table, const std::vector<BankSpec>& banks,
-                                  const std::vector<HashEntryKey>& keys);
+                                  const std::vector<TesselCentral::HashEntryKey>& keys);
 
 // A flow network over every key of a problem, built once; each question about a prefix
 // lets only the prefix's keys draw from the source.
@@ -77,7 +77,7 @@ class OptimumUnavailable : public std::runtime_error {
 // The offline placer's first failure on a key stream; the keys before knownPlaceable are
 // known to be placeable together. When the whole stream can be placed, request is empty.
 OptimumFigures optimumOf(const TableSpec& table, const std::vector<BankSpec>& banks,
-                         const std::vector<HashEntryKey>& stream, U64 knownPlaceable = 0);
+                         const std::vector<TesselCentral::HashEntryKey>& stream, U64 knownPlaceable = 0);
 
 // The offline placer's first failure on the simulation's key stream (its fill phase: the
 // same source, seed and widths). knownPlaceable is a prefix length already known placeable,

@@ -13,6 +13,8 @@
 
 namespace mht {
 
+using namespace TesselCentral;
+
 namespace {
 
 HashEntryKey readKey(LineParser& p) {
@@ -24,6 +26,20 @@ HashEntryKey readKey(LineParser& p) {
 }
 
 using TesselCentral::detail::idText;
+
+// The table line's field that holds a figure of the shape.
+std::string fieldOf(ShapeProblem::Figure figure) {
+  switch (figure) {
+    case ShapeProblem::Figure::banks:
+      return "numBanks";
+    case ShapeProblem::Figure::slots:
+      return "numBucketEntries";
+    case ShapeProblem::Figure::buckets:
+    case ShapeProblem::Figure::capacity:
+      break;
+  }
+  return "numBuckets";
+}
 
 class Replay {
  public:
@@ -82,9 +98,9 @@ class Replay {
       p.end("bucketSpanBanks");
     } else {
       p.end("maxRecursiveSteps");
-      if (shape.numBanks > 256)
-        throw LineError("numBanks: " + std::to_string(shape.numBanks) +
-                        " is above 256, the most a position can address");
+    }
+    if (const auto problem = shapeProblem(shape, ShapeLimits::library)) {
+      throw LineError(fieldOf(problem->figure) + ": " + problem->text);
     }
     session_ = std::make_unique<TableSession>(shape);
   }

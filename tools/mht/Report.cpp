@@ -6,9 +6,13 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <ostream>
-#include <sstream>
+
+#include "Format.h"
+#include "Svg.h"
 
 namespace mht {
+
+using namespace TesselCentral;
 
 namespace {
 
@@ -24,17 +28,11 @@ const char* sourceName(KeySourceKind k) {
   return "?";
 }
 
-double perSecond(const PhaseFigures& p) { return p.seconds > 0 ? static_cast<double>(p.requested) / p.seconds : 0; }
+// The text report's percentages: two decimals and the sign.
+std::string percentText(double fraction) { return percent(fraction, 2) + " %"; }
 
-std::string percent(double fraction) {
-  std::ostringstream os;
-  os << std::fixed << std::setprecision(2) << fraction * 100 << " %";
-  return os.str();
-}
-
-}  // namespace
-
-void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std::ostream& out) {
+// The table and its keys, as the options asked for them.
+void writeSetUp(const SimulationOptions& o, const SimulationResult& r, std::ostream& out) {
   const TableSpec& t = o.table;
   out << "table      " << kindName(t.kind) << ", " << t.numBanks << " banks x " << t.numBuckets << " buckets x "
       << t.numBucketEntries << " slots = " << r.capacity << " slots, maxRecursiveSteps " << t.maxRecursiveSteps;
@@ -48,22 +46,16 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
     out << ", widths " << o.mix.singleWide << "/" << o.mix.doubleWide << "/" << o.mix.quadWide << " single/double/quad";
   }
   out << '\n';
-  out << "fill       " << r.fill.requested << " requested, " << r.fill.placed << " placed, " << r.fill.failed
-      << " failed\n";
-  out << "churn      " << r.churn.requested << " requested, " << r.churn.placed << " placed, " << r.churn.failed
-      << " failed\n";
-  out << "first fail ";
-  if (r.fillAtFirstFailure) {
-    out << "at request " << *r.firstFailureRequest << ", fill " << percent(*r.fillAtFirstFailure) << '\n';
-  } else {
-    out << "none\n";
-  }
+}
+
+// The offline placer's first failure, or why there is none.
+void writeOptimum(const SimulationResult& r, std::ostream& out) {
   if (r.optimum) {
     const OptimumFigures& best = *r.optimum;
     out << "optimum    ";
     if (best.request) {
       out << (best.upperBound ? "upper bound: " : "") << "first fail at request " << *best.request << ", fill "
-          << percent(best.fillRatio) << " (" << best.slots << " of " << r.capacity << " slots), "
+          << percentText(best.fillRatio) << " (" << best.slots << " of " << r.capacity << " slots), "
           << (best.upperBound ? "wide keys' slots split over their buckets\n" : "every key re-placed at will\n");
     } else {
       out << "none, the key source ran out first (" << best.slots << " of " << r.capacity << " slots)\n";
@@ -71,13 +63,10 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
   } else if (!r.optimumNote.empty()) {
     out << "optimum    not computed: " << r.optimumNote << '\n';
   }
-  out << "fill end   " << percent(r.fillAtEnd) << " (" << r.slotsUsed << " of " << r.capacity << " slots)\n";
-  out << "per bank  ";
-  for (std::size_t i = 0; i < r.bankFill.size(); ++i) out << ' ' << i << ": " << percent(r.bankFill[i]);
-  out << '\n';
-  out << "moves      mean " << std::fixed << std::setprecision(3) << r.movesMean << ", max " << r.movesMax
-      << " per placement\n";
-  // Placements by moves, the long tail folded into one line.
+}
+
+// Placements by moves, the long tail folded into one line.
+void writeMovesHistogram(const SimulationResult& r, std::ostream& out) {
   constexpr U64 tail = 10;
   std::map<U64, U64> rows;
   for (const auto& [m, n] : r.movesHistogram) rows[std::min(m, tail)] += n;
@@ -88,7 +77,30 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
     out << "  " << std::setw(3) << m << (m == tail ? "+" : " ") << " moves " << std::setw(9) << n << ' '
         << std::string(static_cast<std::size_t>(bar), '#') << '\n';
   }
-  out << "speed      " << std::setprecision(0) << perSecond(r.fill) << " requests/s filling, " << perSecond(r.churn)
+}
+
+}  // namespace
+
+void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std::ostream& out) {
+  writeSetUp(o, r, out);
+  out << "fill       " << r.fill.requested << " requested, " << r.fill.placed << " placed, " << r.fill.failed
+      << " failed\n";
+  out << "churn      " << r.churn.requested << " requested, " << r.churn.placed << " placed, " << r.churn.failed
+      << " failed\n";
+  out << "first fail ";
+  if (r.fillAtFirstFailure) {
+    out << "at request " << *r.firstFailureRequest << ", fill " << percentText(*r.fillAtFirstFailure) << '\n';
+  } else {
+    out << "none\n";
+  }
+  writeOptimum(r, out);
+  out << "fill end   " << percentText(r.fillAtEnd) << " (" << r.slotsUsed << " of " << r.capacity << " slots)\n";
+  out << "per bank  ";
+  for (std::size_t i = 0; i < r.bankFill.size(); ++i) out << ' ' << i << ": " << percentText(r.bankFill[i]);
+  out << '\n';
+  out << "moves      mean " << fixed(r.movesMean, 3) << ", max " << r.movesMax << " per placement\n";
+  writeMovesHistogram(r, out);
+  out << "speed      " << fixed(perSecond(r.fill), 0) << " requests/s filling, " << fixed(perSecond(r.churn), 0)
       << " requests/s churning\n";
   out << "counters   insertions=" << r.insertions << " deletions=" << r.deletions << " moves=" << r.movesCounted
       << '\n';
@@ -169,23 +181,28 @@ namespace {
 
 // One grid of bucket cells per bank, side by side from x = gap, 56 down.
 void writeOccupancyMaps(const SimulationOptions& o, const SimulationResult& r,
-                        const std::vector<std::pair<U32, U32>>& grids, double cell, double gap, std::ostream& out) {
+                        const std::vector<std::pair<U32, U32>>& grids, double cell, double gap, Svg& svg) {
   double x = gap;
   const U32 slots = o.table.numBucketEntries;
   for (std::size_t b = 0; b < r.occupancy.size(); ++b) {
     const auto [cols, rows] = grids[b];
-    out << "<text x=\"" << x << "\" y=\"48\">bank " << b << " (" << std::fixed << std::setprecision(1)
-        << (b < r.bankFill.size() ? r.bankFill[b] * 100 : 0) << " %)</text>\n";
-    out << "<g transform=\"translate(" << x << ",56)\">\n";
-    out << "<rect width=\"" << cols * cell << "\" height=\"" << rows * cell
-        << "\" fill=\"#ffffff\" stroke=\"#cccccc\"/>\n";
+    const double fill = b < r.bankFill.size() ? r.bankFill[b] : 0;
+    svg.text({{"x", x}, {"y", 48}}, "bank " + std::to_string(b) + " (" + percent(fill, 1) + " %)");
+    // The page's frame and the first label sit on whole units; the maps and everything
+    // after them carry one decimal.
+    svg.decimals(1);
+    svg.openGroup({{"transform", "translate(" + svg.number(x) + ",56)"}});
+    svg.rect({{"width", cols * cell}, {"height", rows * cell}, {"fill", "#ffffff"}, {"stroke", "#cccccc"}});
     for (std::size_t k = 0; k < r.occupancy[b].size(); ++k) {
       const BucketCell& c = r.occupancy[b][k];
       if (c.slotsUsed == 0) continue;
-      out << "<rect x=\"" << (k % cols) * cell << "\" y=\"" << (k / cols) * cell << "\" width=\"" << cell
-          << "\" height=\"" << cell << "\" fill=\"" << cellColour(c, slots) << "\"/>\n";
+      svg.rect({{"x", (k % cols) * cell},
+                {"y", (k / cols) * cell},
+                {"width", cell},
+                {"height", cell},
+                {"fill", cellColour(c, slots)}});
     }
-    out << "</g>\n";
+    svg.closeGroup();
     x += cols * cell + gap;
   }
 }
@@ -193,37 +210,36 @@ void writeOccupancyMaps(const SimulationOptions& o, const SimulationResult& r,
 // The fill ratio over the requests, a tick under each request that moved entries, and the
 // first failure, in a chart whose top left corner is at (gap, top).
 void writeFillChart(const SimulationResult& r, U64 last, double top, double gap, double chartWidth, double chartHeight,
-                    std::ostream& out) {
+                    Svg& svg) {
   const double axis = 36;  // room for the percentage labels
-  out << "<g transform=\"translate(" << gap + axis << "," << top << ")\">\n";
-  out << "<rect width=\"" << chartWidth << "\" height=\"" << chartHeight
-      << "\" fill=\"#ffffff\" stroke=\"#999999\"/>\n";
+  svg.openGroup({{"transform", "translate(" + svg.number(gap + axis) + "," + svg.number(top) + ")"}});
+  svg.rect({{"width", chartWidth}, {"height", chartHeight}, {"fill", "#ffffff"}, {"stroke", "#999999"}});
   for (int p = 0; p <= 100; p += 25) {
     const double y = chartHeight * (1 - p / 100.0);
-    out << "<line x1=\"0\" x2=\"" << chartWidth << "\" y1=\"" << y << "\" y2=\"" << y << "\" stroke=\"#eeeeee\"/>\n";
-    out << "<text x=\"-4\" y=\"" << y + 4 << "\" text-anchor=\"end\" font-size=\"10\">" << p << "%</text>\n";
+    svg.line(0, chartWidth, y, y, {{"stroke", "#eeeeee"}});
+    svg.text({{"x", -4}, {"y", y + 4}, {"text-anchor", "end"}, {"font-size", 10}}, std::to_string(p) + "%");
   }
-  out << "<polyline fill=\"none\" stroke=\"#1f5fbf\" stroke-width=\"1.5\" points=\"";
-  for (const Sample& s : r.timeline) {
-    out << chartWidth * static_cast<double>(s.request) / static_cast<double>(last) << ','
-        << chartHeight * (1 - std::min(1.0, s.fill)) << ' ';
-  }
-  out << "\"/>\n";
+  const auto across = [&](U64 request) {
+    return chartWidth * static_cast<double>(request) / static_cast<double>(last);
+  };
+  std::vector<Svg::Point> points;
+  points.reserve(r.timeline.size());
+  for (const Sample& s : r.timeline) points.push_back({across(s.request), chartHeight * (1 - std::min(1.0, s.fill))});
+  svg.polyline({{"fill", "none"}, {"stroke", "#1f5fbf"}, {"stroke-width", "1.5"}}, points);
   for (const Sample& s : r.timeline) {
     if (s.moves == 0) continue;
-    const double px = chartWidth * static_cast<double>(s.request) / static_cast<double>(last);
-    out << "<line x1=\"" << px << "\" x2=\"" << px << "\" y1=\"" << chartHeight << "\" y2=\""
-        << chartHeight - 4 - 2 * std::min<U32>(s.moves, 8) << "\" stroke=\"#d62728\" stroke-opacity=\"0.5\"/>\n";
+    const double px = across(s.request);
+    svg.line(px, px, chartHeight, chartHeight - 4 - 2 * std::min<U32>(s.moves, 8),
+             {{"stroke", "#d62728"}, {"stroke-opacity", "0.5"}});
   }
   if (r.firstFailureRequest) {
-    const double px = chartWidth * static_cast<double>(*r.firstFailureRequest) / static_cast<double>(last);
-    out << "<line x1=\"" << px << "\" x2=\"" << px << "\" y1=\"0\" y2=\"" << chartHeight
-        << "\" stroke=\"#000000\" stroke-dasharray=\"4 3\"/>\n";
-    out << "<text x=\"" << px + 4 << "\" y=\"14\" font-size=\"10\">first failure</text>\n";
+    const double px = across(*r.firstFailureRequest);
+    svg.line(px, px, 0, chartHeight, {{"stroke", "#000000"}, {"stroke-dasharray", "4 3"}});
+    svg.text({{"x", px + 4}, {"y", 14}, {"font-size", 10}}, "first failure");
   }
-  out << "<text x=\"" << chartWidth / 2 << "\" y=\"" << chartHeight + 20 << "\" text-anchor=\"middle\">requests ("
-      << last << ")</text>\n";
-  out << "</g>\n</svg>\n";
+  svg.text({{"x", chartWidth / 2}, {"y", chartHeight + 20}, {"text-anchor", "middle"}},
+           "requests (" + std::to_string(last) + ")");
+  svg.closeGroup();
 }
 
 }  // namespace
@@ -246,21 +262,22 @@ void writeSvgReport(const SimulationOptions& o, const SimulationResult& r, std::
   const double width = std::max(mapWidth, chartWidth + 36) + 2 * gap;
   const double height = 60 + mapHeight + 60 + chartHeight + 60;
 
-  out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-  out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << width << "\" height=\"" << height
-      << "\" font-family=\"sans-serif\" font-size=\"12\">\n";
-  out << "<rect width=\"100%\" height=\"100%\" fill=\"#fafafa\"/>\n";
-  out << "<text x=\"" << gap << "\" y=\"24\" font-size=\"16\">Bucket occupancy per bank (" << o.table.numBanks << " x "
-      << o.table.numBuckets << " x " << o.table.numBucketEntries
-      << "): blue single, green double, orange quad; darker is fuller</text>\n";
-  writeOccupancyMaps(o, r, grids, cell, gap, out);
+  Svg svg(out);
+  svg.declaration();
+  svg.open(width, height);
+  svg.text({{"x", gap}, {"y", 24}, {"font-size", 16}},
+           "Bucket occupancy per bank (" + std::to_string(o.table.numBanks) + " x " +
+               std::to_string(o.table.numBuckets) + " x " + std::to_string(o.table.numBucketEntries) +
+               "): blue single, green double, orange quad; darker is fuller");
+  writeOccupancyMaps(o, r, grids, cell, gap, svg);
 
   // Fill ratio over requests, with a tick under each request that moved entries.
   const double top = 56 + mapHeight + 50;
   const U64 last = r.timeline.empty() ? 1 : std::max<U64>(1, r.timeline.back().request);
-  out << "<text x=\"" << gap << "\" y=\"" << top - 12
-      << "\" font-size=\"16\">Fill ratio over requests; red ticks: requests that moved entries</text>\n";
-  writeFillChart(r, last, top, gap, chartWidth, chartHeight, out);
+  svg.text({{"x", gap}, {"y", top - 12}, {"font-size", 16}},
+           "Fill ratio over requests; red ticks: requests that moved entries");
+  writeFillChart(r, last, top, gap, chartWidth, chartHeight, svg);
+  svg.close();
 }
 
 }  // namespace mht

@@ -12,6 +12,8 @@
 
 namespace mht {
 
+using namespace TesselCentral;
+
 namespace {
 
 const Fwk::TypeInfo& typeNamed(const std::string& name) {

@@ -10,6 +10,8 @@
 
 namespace mht {
 
+using namespace TesselCentral;
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -17,6 +19,10 @@ using Clock = std::chrono::steady_clock;
 double seconds(Clock::time_point since) { return std::chrono::duration<double>(Clock::now() - since).count(); }
 
 }  // namespace
+
+double perSecond(const PhaseFigures& phase) {
+  return phase.seconds > 0 ? static_cast<double>(phase.requested) / phase.seconds : 0;
+}
 
 std::vector<BankSpec> defaultBanks(const TableSpec& table, bool doubleEntryTwoBucketMode) {
   std::vector<BankSpec> banks;

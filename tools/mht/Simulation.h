@@ -49,6 +49,9 @@ struct PhaseFigures {
   double seconds = 0;
 };
 
+// The phase's requests per second; 0 for a phase too short to time.
+double perSecond(const PhaseFigures& phase);
+
 // The first failure of an offline placer on the same key stream (Optimum.h).
 struct OptimumFigures {
   std::optional<U64> request;  // the shortest prefix of the fill phase's keys that no placement

@@ -7,6 +7,46 @@
 
 namespace mht {
 
+using namespace TesselCentral;
+
+std::optional<ShapeProblem> shapeProblem(TableKind kind, U64 numBanks, U64 numBuckets, U64 numBucketEntries,
+                                         ShapeLimits limits) {
+  using Figure = ShapeProblem::Figure;
+  const bool multi = kind == TableKind::multi;
+  if (limits == ShapeLimits::simulation) {
+    if (numBanks < 1 || numBanks > 256) {
+      return ShapeProblem{Figure::banks, std::to_string(numBanks) + " banks is not in 1..256"};
+    }
+    if (numBuckets < 1 || numBuckets > (1u << 20) || !std::has_single_bit(numBuckets)) {
+      return ShapeProblem{Figure::buckets, std::to_string(numBuckets) + " buckets is not a power of two in 1..1048576"};
+    }
+    if (numBucketEntries < 1 || numBucketEntries > 16) {
+      return ShapeProblem{Figure::slots, std::to_string(numBucketEntries) + " slots is not in 1..16"};
+    }
+    if (multi && numBucketEntries > 4) {
+      return ShapeProblem{Figure::slots, "a multi-width table's bucket state serves at most 4 slots"};
+    }
+    if (multi && numBanks > 128) {
+      return ShapeProblem{Figure::banks,
+                          "a multi-width table skips bank 128 on first placements; use at most 128 banks"};
+    }
+    // The figures are small enough by now for the product not to overflow.
+    if (numBanks * numBuckets * numBucketEntries > 0xFFFFFFFFull) {
+      return ShapeProblem{Figure::capacity, "the capacity does not fit in 32 bits"};
+    }
+  }
+  // A multi-width position keeps the bank in 8 bits.
+  if (multi && numBanks > 256) {
+    return ShapeProblem{Figure::banks,
+                        std::to_string(numBanks) + " banks is above 256, the most a position can address"};
+  }
+  return std::nullopt;
+}
+
+std::optional<ShapeProblem> shapeProblem(const TableSpec& table, ShapeLimits limits) {
+  return shapeProblem(table.kind, table.numBanks, table.numBuckets, table.numBucketEntries, limits);
+}
+
 std::string keyFields(const HashEntryKey& key) {
   std::ostringstream os;
   os << key.crc16() << ' ' << key.crc32() << ' ' << key.fapId() << ' ' << stringValue(key.entryType());

@@ -17,6 +17,7 @@
 namespace {
 
 using namespace mht;
+using namespace TesselCentral;
 
 // Writes a file whole or not at all: a failed run leaves an earlier file as it was.
 class OutputFile {
@@ -80,6 +81,21 @@ WidthMix parseMix(const std::string& text) {
   return WidthMix{s, d, q};
 }
 
+// The option of mht simulate that sets a figure of the table's shape. A capacity past 32
+// bits is put down to --buckets, the option with the widest range.
+const char* optionOf(ShapeProblem::Figure figure) {
+  switch (figure) {
+    case ShapeProblem::Figure::banks:
+      return "--banks";
+    case ShapeProblem::Figure::slots:
+      return "--slots";
+    case ShapeProblem::Figure::buckets:
+    case ShapeProblem::Figure::capacity:
+      break;
+  }
+  return "--buckets";
+}
+
 // mht simulate: its options as the command line gives them, and the simulation they ask for.
 struct SimulateCommand {
   std::string kind = "multi";
@@ -139,17 +155,8 @@ struct SimulateCommand {
     table.kind = kind == "single" ? TableKind::single : TableKind::multi;
     table.moveSearch =
         moveSearch == searchName(MoveSearch::breadthFirst) ? MoveSearch::breadthFirst : MoveSearch::depthFirst;
-    if (table.kind == TableKind::multi && table.numBucketEntries > 4) {
-      throw CLI::ValidationError("--slots", "a multi-width table's bucket state serves at most 4 slots");
-    }
-    if ((table.numBuckets & (table.numBuckets - 1)) != 0) {
-      throw CLI::ValidationError("--buckets", std::to_string(table.numBuckets) + " is not a power of two");
-    }
-    if (U64{table.numBanks} * table.numBuckets * table.numBucketEntries > 0xFFFFFFFFull) {
-      throw CLI::ValidationError("--buckets", "the capacity does not fit in 32 bits");
-    }
-    if (table.kind == TableKind::multi && table.numBanks > 128) {
-      throw CLI::ValidationError("--banks", "a multi-width table skips bank 128 on first placements; use at most 128");
+    if (const auto problem = shapeProblem(table, ShapeLimits::simulation)) {
+      throw CLI::ValidationError(optionOf(problem->figure), problem->text);
     }
   }
 
