@@ -32,7 +32,7 @@ Ptr<EntryIdHelper> entryIdHelperFactory(Ptr<MultiEntryTypeHashTable> hashTable) 
 MultiEntryTypeBank& EntryIdHelper::bankAt(U32 bankId) const {
   // The owner keeps every logical bank below numBanks present.
   MultiEntryTypeBank* b = hashTable_->bankFind(bankId);
-  MHT_ASSERT(b);
+  MHT_ASSERT_TEXT(b, condition::bankExists);
   return *b;
 }
 
@@ -180,10 +180,10 @@ U32 EntryIdHelper::setEntryState(const HashEntryKey& key, EntryId eId) {
   Match match{};
   if (!findCandidateBucket(key, eId, match)) return INVALID_POSITION;
   MultiEntryTypeBank& b = bankAt(match.bank);
-  const U32 slot = eId.value() & (b.bucketSize() - 1);  // not reduced to the position's 4 bits
+  const U32 slot = slotNamedBy(b.bucketSize(), eId);
   const U32 pos = positionNamedBy(match.bank, match.bucket, b.bucketSize(), eId);
-  MHT_ASSERT_TEXT(!hashTable_->posToKeyHas(pos), "!hashTable()->posToKeyHas( pos )");
-  MHT_ASSERT_TEXT(!hashTable_->keyToPosHas(key), "!hashTable()->keyToPosHas( key )");
+  MHT_ASSERT_TEXT(!hashTable_->posToKeyHas(pos), condition::requestedPositionFree);
+  MHT_ASSERT_TEXT(!hashTable_->keyToPosHas(key), condition::requestingKeyNotPlaced);
   hashTable_->occupy(key, MultiEntryTypeHashTable::RunStart{match.bank, match.bucket, slot},
                      MultiEntryTypeHashTable::OccupyStep::markAndRecord);
   return pos;

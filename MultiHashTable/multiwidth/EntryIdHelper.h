@@ -61,8 +61,11 @@ class EntryIdHelper : public Fwk::Entity {
   // id's low bits, so the id one past a bucket's range names slot 0 of that same bucket
   // (bucket sizes are powers of two).
   static U32 positionNamedBy(U32 bank, U32 bucket, U32 bucketSize, EntryId eId) noexcept {
-    return packPosition(bank, bucket, eId.value() & (bucketSize - 1));
+    return packPosition(bank, bucket, slotNamedBy(bucketSize, eId));
   }
+  // The slot of that position as the bucket state marks it: not reduced to the position's
+  // 4 bits.
+  static U32 slotNamedBy(U32 bucketSize, EntryId eId) noexcept { return eId.value() & (bucketSize - 1); }
 
   const Fwk::TypeInfo* fwkType() const noexcept override;
 

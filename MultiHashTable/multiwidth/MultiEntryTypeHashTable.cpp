@@ -10,6 +10,7 @@
 #include "fwk/Error.h"
 #include "fwk/Registry.h"
 #include "fwk/Trace.h"
+#include "internal/ConditionTexts.h"
 #include "internal/Diagnostics.h"
 
 namespace TesselCentral {
@@ -114,13 +115,13 @@ void MultiEntryTypeHashTable::entryIdHelperIs(Ptr<EntryIdHelper> helper) {
 MultiEntryTypeBank& MultiEntryTypeHashTable::bankAt(U32 bankId) const {
   // Every logical bank below numBanks must exist before keys are placed.
   MultiEntryTypeBank* b = bankFind(bankId);
-  MHT_ASSERT(b);
+  MHT_ASSERT_TEXT(b, condition::bankExists);
   return *b;
 }
 
 EntryIdHelper& MultiEntryTypeHashTable::helper() const {
   // The owner hands the table its translator before the first placement.
-  MHT_ASSERT_TEXT(entryIdHelper_, "entryIdHelper()");
+  MHT_ASSERT_TEXT(entryIdHelper_, condition::tableHasHelper);
   return *entryIdHelper_;
 }
 
@@ -244,15 +245,13 @@ void MultiEntryTypeHashTable::insertEntryWithId(const HashEntryKey& key, EntryId
   MHT_TRACE(2, "insertEntryWithId"
                    << " Insert key: " << key << " eId: " << eId);
   EntryIdHelper& translator = helper();
-  MHT_ASSERT_TEXT(translator.checkEntryIdValidity(key, eId), "entryIdHelper()->checkEntryIdValidity( key, eId )");
+  MHT_ASSERT_TEXT(translator.checkEntryIdValidity(key, eId), condition::requestedIdInCandidateBucket);
   const U32 pos = translator.setEntryState(key, eId);
   MHT_ASSERT_TEXT(pos != INVALID_POSITION, "entryIdHelper()->setEntryState( key, eId ) != INVALID_POSITION");
 
   // An id still recorded for another key may only be taken over by a key with the same
   // hashes; the missing-entry key records nothing.
-  if (const HashEntryKey* held = hashTableEntryFind(eId); held != nullptr && !isEmptyMarker(*held)) {
-    if (!sameHashes(*held, key)) MHT_ASSERT_TEXT(false, "false");
-  }
+  if (claimBlockedBy(eId, key) != nullptr) MHT_ASSERT_TEXT(false, condition::requestedIdHeldByAnother);
   hashTableEntryIs(eId, key);
   numInsertionsInc(1);
   // The client gets back the id it asked for, as given.

@@ -6,6 +6,7 @@
 
 #include "fwk/Assert.h"
 #include "fwk/Trace.h"
+#include "internal/ConditionTexts.h"
 #include "internal/Diagnostics.h"
 
 namespace TesselCentral {
@@ -94,7 +95,7 @@ U32 MultiEntryTypeHashTable::makeRoom(const Eviction& e, U32 origBankId) {
   for (U32 i = 0; i < numBanks() && !found; ++i) {
     if (i == origBankId) continue;
     MultiEntryTypeBank* b = bankFind(i);
-    MHT_ASSERT_IN(e.function, b);
+    MHT_ASSERT_TEXT_IN(e.function, b, condition::bankExists);
     found = makeRoomInBank(e, i, *b, freePos);
   }
 
@@ -181,9 +182,9 @@ bool MultiEntryTypeHashTable::makeRoomInBucket(const Eviction& e, U32 i, MultiEn
 bool MultiEntryTypeHashTable::evictOne(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 s, U32 entrySize,
                                        U32 freePos) {
   const U32 occSize = b.entrySize(b.getEntryType(k, s));
-  MHT_ASSERT_MSG_IN(e.function, posToKeyHas(freePos), "posToKeyHas( entryPos )",
-                    "insertEntry"
-                        << " entryPos: 0x" << Fwk::hex << freePos << Fwk::dec);
+  MHT_ASSERT_MSG_NAMED_IN(e.function, posToKeyHas(freePos), condition::entryStartsAtSlot,
+                          "insertEntry"
+                              << " entryPos: 0x" << Fwk::hex << freePos << Fwk::dec);
   const HashEntryKey victim = posToKey(freePos);
   const U32 r = insertEntry(victim, i, e.recursionStep - 1);
   MHT_TRACE_IN("insertEntry", 5,
@@ -197,7 +198,7 @@ bool MultiEntryTypeHashTable::evictRun(const Eviction& e, U32 i, MultiEntryTypeB
   U32 remaining = entrySize;
   U32 slotId = s;
   while (true) {
-    MHT_ASSERT_TEXT_IN(e.function, slotId < b.bucketSize(), "slotId < b->bucketSize()");
+    MHT_ASSERT_TEXT_IN(e.function, slotId < b.bucketSize(), condition::runEndsInsideBucket);
     const HashEntryType u = b.getEntryType(k, slotId);
     if (u == HashEntryType::empty) {
       remaining -= 1;
@@ -205,9 +206,9 @@ bool MultiEntryTypeHashTable::evictRun(const Eviction& e, U32 i, MultiEntryTypeB
     } else {
       const U32 w = b.entrySize(u);
       const U32 entryPos = packPosition(i, k, slotId);
-      MHT_ASSERT_MSG_IN(e.function, posToKeyHas(entryPos), "posToKeyHas( entryPos )",
-                        "insertEntry"
-                            << " entryPos: 0x" << Fwk::hex << entryPos << Fwk::dec);
+      MHT_ASSERT_MSG_NAMED_IN(e.function, posToKeyHas(entryPos), condition::entryStartsAtSlot,
+                              "insertEntry"
+                                  << " entryPos: 0x" << Fwk::hex << entryPos << Fwk::dec);
       const U32 r = insertEntry(posToKey(entryPos), i, e.recursionStep - 1);
       MHT_TRACE_IN("insertEntry", 5,
                    " entrySize: " << entrySize << " slotEntrySize: " << w << " recursion yields newPos: 0x" << Fwk::hex

@@ -118,7 +118,7 @@ RequestCheck MultiEntryTypeHashTable::candidateBucketOf(const HashEntryKey& key,
 
   const U32 bucketSize = bankFind(claim.bank)->bucketSize();
   claim.pos = EntryIdHelper::positionNamedBy(claim.bank, claim.bucket, bucketSize, eId);
-  claim.slot = eId.value() & (bucketSize - 1);  // as setEntryState marks it: not reduced to 4 bits
+  claim.slot = EntryIdHelper::slotNamedBy(bucketSize, eId);
   return RequestCheck::accepted();
 }
 
@@ -144,10 +144,9 @@ RequestCheck MultiEntryTypeHashTable::claimCheck(const HashEntryKey& key, EntryI
   if (!b.slotsFree(type, claim.bucket, claim.slot)) {
     return RequestCheck::stopsNow(condition::runSlotsFree, "the slots of id " + idText(eId) + " overlap another entry");
   }
-  const HashEntryKey* held = otherKeyRecordedAt(eId, key);
-  if (held != nullptr && !sameHashes(*held, key)) {
+  if (const HashEntryKey* blocker = claimBlockedBy(eId, key)) {
     return RequestCheck::stopsNow(condition::requestedIdHeldByAnother,
-                                  "id " + idText(eId) + " is recorded for key " + keyText(*held));
+                                  "id " + idText(eId) + " is recorded for key " + keyText(*blocker));
   }
 
   return RequestCheck::accepted();
