@@ -195,29 +195,32 @@ class Soak {
   static U64 packedOf(const HashEntryKey& k) { return (U64{k.crc16()} << 32) | k.crc32(); }
 
   // One of the key's candidate ids that the table takes without a problem, or the invalid
-  // id. The table's own request check decides; the soak only proposes the slots of the
-  // key's bucket in one bank.
+  // id. The table's own request check decides; the soak only proposes ids of the key's
+  // candidate buckets in one bank.
   EntryId freeCandidate(const HashEntryKey& key) {
     MultiHashTableBase& table = session_.table();
-    std::vector<EntryId> ids;
-    if (MultiHashTable* t = session_.single()) {
-      const U32 b = static_cast<U32>(rng_() % t->numBanks());
-      const U32 bucket = t->bank(b)->calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
-      for (U32 s = 0; s < t->numBucketEntries(); ++s)
-        ids.push_back(t->entryIdOf(b, bucket, SlotId(static_cast<U8>(s))));
-    } else {
-      MultiEntryTypeHashTable* m = session_.multi();
-      const U32 i = static_cast<U32>(rng_() % m->numBanks());
-      MultiEntryTypeBank& b = *m->bank(i);
-      const U32 first = b.calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
-      for (U32 k = 0; k < b.numBucketsToCheck(key.entryType()); ++k) {
-        for (U32 s = 0; s < b.bucketSize(); ++s) {
-          ids.push_back(m->entryIdHelper()->entryIdOfPosition(packPosition(i, first + k, s)));
-        }
+    const U32 bank = static_cast<U32>(rng_() % table.numBanks());
+    const CandidateList places = table.candidates(key);
+    if (session_.single()) {
+      for (const Candidate& place : places) {
+        if (place.bank == bank && table.requestProblem(key, place.id).empty()) return place.id;
       }
+      return EntryId();
     }
-    for (const EntryId id : ids) {
-      if (table.requestProblem(key, id).empty()) return id;
+    // A multi-width table takes some ids of a candidate bucket that no candidate carries (a
+    // wide entry's ids run from the bucket's first to bucketSize / width past it): every
+    // slot's id of each candidate bucket is proposed, in order.
+    MultiEntryTypeHashTable& multi = *session_.multi();
+    const EntryIdHelper& helper = *multi.entryIdHelper();
+    for (auto place = places.begin(); place != places.end();) {
+      const U32 placeBank = place->bank;
+      const U32 bucket = place->bucket;
+      while (place != places.end() && place->bank == placeBank && place->bucket == bucket) ++place;
+      if (placeBank != bank) continue;
+      for (U32 s = 0; s < multi.bank(bank)->bucketSize(); ++s) {
+        const EntryId id = helper.entryIdOfPosition(packPosition(bank, bucket, s));
+        if (table.requestProblem(key, id).empty()) return id;
+      }
     }
     return EntryId();
   }

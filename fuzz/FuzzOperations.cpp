@@ -276,22 +276,18 @@ class Driver {
   // sometimes one just past a candidate bucket, sometimes any id of the table.
   EntryId candidateId(const HashEntryKey& key, FuzzInput& in) {
     std::vector<EntryId> ids;
+    const CandidateList places = base_->candidates(key);
     if (single_) {
-      for (U32 b = 0; b < g_.numBanks; ++b) {
-        const U32 bucket = single_->bank(b)->calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
-        for (U32 s = 0; s < g_.numBucketEntries; ++s)
-          ids.push_back(single_->entryIdOf(b, bucket, SlotId(static_cast<U8>(s))));
-      }
+      for (const Candidate& place : places) ids.push_back(place.id);
     } else {
+      // Every id of each candidate bucket, unaligned ones and the one past its end included.
       EntryIdHelper& helper = *multi_->entryIdHelper();
-      for (U32 i = 0; i < g_.numBanks; ++i) {
-        MultiEntryTypeBank& b = *multi_->bank(i);
-        if (static_cast<U32>(key.entryType()) < static_cast<U32>(b.baseEntryType())) continue;
-        const U32 first = b.groupStart(b.bucketIdOf(key.crc16(), key.crc32(), false, 0), key.entryType());
-        for (U32 k = 0; k < b.numBucketsToCheck(key.entryType()); ++k) {
-          for (U32 s = 0; s <= b.bucketSize(); ++s)
-            ids.push_back(EntryId(helper.entryIdOfPosition(packPosition(i, first + k, 0)).value() + s));
-        }
+      for (auto place = places.begin(); place != places.end();) {
+        const U32 bank = place->bank;
+        const U32 bucket = place->bucket;
+        const U32 first = helper.entryIdOfPosition(packPosition(bank, bucket, 0)).value();
+        for (U32 s = 0; s <= multi_->bank(bank)->bucketSize(); ++s) ids.push_back(EntryId(first + s));
+        while (place != places.end() && place->bank == bank && place->bucket == bucket) ++place;
       }
     }
     if (ids.empty() || in.chance(8)) return EntryId(in.below(base_->tableCapacity() + 1));

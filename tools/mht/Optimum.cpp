@@ -8,27 +8,61 @@ namespace mht {
 
 using namespace TesselCentral;
 
-PlacementProblem placementProblem(const TableSpec& table, const std::vector<BankSpec>& banks,
-                                  const std::vector<HashEntryKey>& keys) {
-  PlacementProblem problem;
-  problem.candidates.resize(keys.size());
-  problem.demand.resize(keys.size());
-  for (std::size_t k = 0; k < keys.size(); ++k) {
-    problem.demand[k] = table.kind == TableKind::single ? 1 : static_cast<U32>(keys[k].entryType());
+namespace {
+
+// The keys' candidate buckets in a single-width table: those of the key's candidates, read
+// from a table of the banks built for the purpose. Buckets are numbered one bank after
+// another, in the order the banks are given.
+void singleWidthCandidates(const TableSpec& table, const std::vector<BankSpec>& banks,
+                           const std::vector<HashEntryKey>& keys, PlacementProblem& problem) {
+  std::vector<U32> firstOf;
+  std::vector<U32> bucketsOf;
+  for (const BankSpec& b : banks) {
+    if (b.bankId >= firstOf.size()) {
+      firstOf.resize(b.bankId + 1, 0);
+      bucketsOf.resize(b.bankId + 1, 0);
+    }
+    firstOf[b.bankId] = static_cast<U32>(problem.bucketSlots.size());
+    bucketsOf[b.bankId] = b.numBuckets;
+    // A single-width table gives every bank's buckets the table's slots per bucket.
+    problem.bucketSlots.insert(problem.bucketSlots.end(), b.numBuckets, table.numBucketEntries);
   }
+  const Ptr<HashEntryConfig> config = hashEntryConfigFactory();
+  const Ptr<HashEntryStatus> status = hashEntryStatusFactory();
+  const Ptr<MultiHashTable> candidateTable =
+      multiHashTableFactory(table.numBanks, table.numBuckets, table.numBucketEntries, config, status,
+                            table.maxRecursiveSteps, table.bucketSpanBanks);
+  for (const BankSpec& b : banks) {
+    candidateTable->bankIs(b.baseEntryType, b.bankId, b.numBuckets, b.bucketSize, b.hashFunc, b.hashOffSet, b.hashBits,
+                           b.hashMask);
+  }
+  for (std::size_t k = 0; k < keys.size(); ++k) {
+    // The slots of one bucket come one after another: each bucket once.
+    bool any = false;
+    U32 lastBank = 0;
+    U32 lastBucket = 0;
+    for (const Candidate& place : candidateTable->candidates(keys[k])) {
+      if (any && place.bank == lastBank && place.bucket == lastBucket) continue;
+      any = true;
+      lastBank = place.bank;
+      lastBucket = place.bucket;
+      if (place.bank < firstOf.size() && place.bucket < bucketsOf[place.bank]) {
+        problem.candidates[k].push_back(firstOf[place.bank] + place.bucket);
+      }
+    }
+  }
+}
+
+// The keys' candidate buckets in a multi-width table: in every bank the buckets of the key's
+// group. Not the buckets of the table's candidates: those are the buckets that hold an
+// aligned run of the key's width, and the bound ignores alignment. A key wider than a
+// bank's buckets has no run there but its group's slots still count, and bucket 0 of
+// physical bank 0, whose first run is never handed out, has no run for a key as wide as
+// the bucket but its other slots count too.
+void multiWidthCandidates(const std::vector<BankSpec>& banks, const std::vector<HashEntryKey>& keys,
+                          PlacementProblem& problem) {
   for (const BankSpec& b : banks) {
     const auto first = static_cast<U32>(problem.bucketSlots.size());
-    if (table.kind == TableKind::single) {
-      // A single-width table gives every bank's buckets the table's slots per bucket.
-      problem.bucketSlots.insert(problem.bucketSlots.end(), b.numBuckets, table.numBucketEntries);
-      const Ptr<Bank> bank = bankFactory(b.baseEntryType, b.bankId, b.numBuckets, b.bucketSize, b.hashFunc,
-                                         b.hashOffSet, b.hashBits, b.hashMask);
-      for (std::size_t k = 0; k < keys.size(); ++k) {
-        const U32 bucket = bank->bucketIdOf(keys[k].crc16(), keys[k].crc32(), false, 0);
-        if (bucket < b.numBuckets) problem.candidates[k].push_back(first + bucket);
-      }
-      continue;
-    }
     // A multi-width bank's slots are as wide as its base entry type.
     problem.bucketSlots.insert(problem.bucketSlots.end(), b.numBuckets,
                                b.bucketSize * static_cast<U32>(b.baseEntryType));
@@ -44,6 +78,23 @@ PlacementProblem placementProblem(const TableSpec& table, const std::vector<Bank
         problem.candidates[k].push_back(first + bucket);
       }
     }
+  }
+}
+
+}  // namespace
+
+PlacementProblem placementProblem(const TableSpec& table, const std::vector<BankSpec>& banks,
+                                  const std::vector<HashEntryKey>& keys) {
+  PlacementProblem problem;
+  problem.candidates.resize(keys.size());
+  problem.demand.resize(keys.size());
+  for (std::size_t k = 0; k < keys.size(); ++k) {
+    problem.demand[k] = table.kind == TableKind::single ? 1 : static_cast<U32>(keys[k].entryType());
+  }
+  if (table.kind == TableKind::single) {
+    singleWidthCandidates(table, banks, keys, problem);
+  } else {
+    multiWidthCandidates(banks, keys, problem);
   }
   return problem;
 }

@@ -33,8 +33,11 @@ struct PlacementProblem {
   std::vector<U32> demand;                   // per key: the slots it takes
 };
 
-// The keys' candidates on the table the banks describe, bank by bank as the table computes
-// them (Bank::bucketIdOf, and for a multi-width table the group of MultiEntryTypeBank).
+// The keys' candidate buckets on the table the banks describe (each bank below numBanks
+// once, selecting buckets within the table's), bank by bank: for a single-width table the
+// buckets of the table's own candidates(), for a multi-width table the buckets of the
+// key's group as each MultiEntryTypeBank computes it (bucketIdOf, groupStart), every one
+// of them whether or not an aligned run of the key's width fits there.
 PlacementProblem placementProblem(const TableSpec& table, const std::vector<BankSpec>& banks,
                                   const std::vector<TesselCentral::HashEntryKey>& keys);
 

@@ -163,11 +163,11 @@ class Simulator {
       }
       return cells;
     }
-    const TableSpec& t = options_.table;
-    for (const auto& [id, key] : session_.single()->hashTableEntryCollection()) {
-      const U64 slot = id.value() / t.numBucketEntries;
-      const U64 bank = t.bucketSpanBanks ? slot % t.numBanks : slot / t.numBuckets;
-      const U64 bucket = t.bucketSpanBanks ? slot / t.numBanks : slot % t.numBuckets;
+    const MultiHashTable& table = *session_.single();
+    for (const auto& [id, key] : table.hashTableEntryCollection()) {
+      const Candidate place = table.slotOfId(id);
+      const U32 bank = place.bank;
+      const U32 bucket = place.bucket;
       if (bank < cells.size() && bucket < cells[bank].size()) {
         ++cells[bank][bucket].slotsUsed;
         cells[bank][bucket].widthMask |= 1u << 1;

@@ -118,12 +118,9 @@ std::vector<U64> TableSession::slotsUsedPerBank() const {
     }
     return used;
   }
-  // Single-width ids decode by the table's layout.
-  const U64 perBucket = spec_.numBucketEntries;
+  // Single-width ids decode by the table's layout; an id past the capacity names no bank.
   for (const auto& [id, key] : single_->hashTableEntryCollection()) {
-    const U64 v = id.value();
-    const U64 bank =
-        spec_.bucketSpanBanks ? (v / perBucket) % spec_.numBanks : v / (perBucket * std::max<U64>(spec_.numBuckets, 1));
+    const U32 bank = single_->slotOfId(id).bank;
     if (bank < used.size()) ++used[bank];
   }
   return used;
@@ -159,28 +156,46 @@ void TableSession::dump(std::ostream& out) const {
   }
 }
 
+void TableSession::explainSingle(const HashEntryKey& key, std::ostream& out) const {
+  // The key's candidates come bank by bank, the slots of one bucket in each: one line per bucket.
+  const CandidateList places = single_->candidates(key);
+  if (places.empty() && single_->numBucketEntries() == 0) {
+    // Buckets of no slots offer no candidate; each bank still shows the bucket it selects.
+    for (U32 b = 0; b < single_->numBanks(); ++b) {
+      if (const Ptr<Bank> bank = single_->bank(b)) {
+        out << "  bank " << b << " bucket " << bank->bucketIdOf(key.crc16(), key.crc32(), false, 0) << ":\n";
+      }
+    }
+    return;
+  }
+  for (auto place = places.begin(); place != places.end();) {
+    const U32 bank = place->bank;
+    const U32 bucket = place->bucket;
+    out << "  bank " << bank << " bucket " << bucket << ':';
+    for (; place != places.end() && place->bank == bank && place->bucket == bucket; ++place) {
+      const HashEntryKey* held = single_->hashTableEntryFind(place->id);
+      out << " [" << place->id << ' ' << (held ? keyFields(*held) : std::string("free")) << ']';
+    }
+    out << '\n';
+  }
+}
+
 void TableSession::explain(const HashEntryKey& key, std::ostream& out) const {
   out << "explain " << keyFields(key) << '\n';
+  if (single_) {
+    explainSingle(key, out);
+    return;
+  }
   for (U32 b = 0; b < spec_.numBanks; ++b) {
-    if (single_) {
-      Ptr<Bank> bank = single_->bank(b);
-      if (!bank) continue;
-      const U32 bucket = bank->calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
-      out << "  bank " << b << " bucket " << bucket << ':';
-      for (U32 s = 0; s < spec_.numBucketEntries; ++s) {
-        const EntryId id = single_->calcEntryId(b, bucket, SlotId(static_cast<U8>(s)));
-        const HashEntryKey* held = single_->hashTableEntryFind(id);
-        out << " [" << id << ' ' << (held ? keyFields(*held) : std::string("free")) << ']';
-      }
-      out << '\n';
-      continue;
-    }
     Ptr<MultiEntryTypeBank> bank = multi_->bank(b);
     if (!bank) continue;
     if (static_cast<U32>(key.entryType()) < static_cast<U32>(bank->baseEntryType())) {
       out << "  bank " << b << ": entryType narrower than the bank's " << stringValue(bank->baseEntryType()) << '\n';
       continue;
     }
+    // The whole group, as the bank computes it: the key's candidates name only the buckets
+    // that hold a run of its width, and bucket 0 of physical bank 0 holds none for a key as
+    // wide as the bucket (its first run is never handed out), yet it is part of the group.
     const U32 first = bank->calcBucketId(key.crc16(), key.crc32(), key.entryType(), multi_->debugEnabled(), 0);
     const U32 count = bank->numBucketsToCheck(key.entryType());
     for (U32 k = first; k < first + count; ++k) {

@@ -103,6 +103,8 @@ class TableSession {
   void explain(const TesselCentral::HashEntryKey& key, std::ostream& out) const;
 
  private:
+  void explainSingle(const TesselCentral::HashEntryKey& key, std::ostream& out) const;
+
   TableSpec spec_;
   TesselCentral::Ptr<TesselCentral::HashEntryConfig> config_;
   TesselCentral::Ptr<TesselCentral::HashEntryStatus> status_;
