@@ -217,9 +217,10 @@ CandidateList MultiHashTable::candidates(const HashEntryKey& key) const {
   CandidateList list;
   Unobserved silent;
   walkCandidates(key, silent, [&](U32 b, EntryId e) {
-    Candidate place = slotOfId(e);
-    place.bank = b;  // an id past the table's end names another bank's slot: keep the bank walked
-    list.add(place);
+    // Bucket and slot as walked: a bucket at or past numBuckets has an id of another bank's
+    // slot, which the id alone would name.
+    const U32 slot = static_cast<U32>(list.size()) % numBucketEntries();
+    list.add(Candidate{b, bankFind(b)->bucketIdOf(key.crc16(), key.crc32(), false, 0), slot, 1, e});
     return WalkStep::next;
   });
   return list;

@@ -48,6 +48,18 @@ TEST(SingleWidthCandidates, EndAtABankThatSelectsNoBucket) {
   EXPECT_EQ(idsOf(t.table->candidates(key(3, 5))), (std::vector<U32>{5}));
 }
 
+TEST(SingleWidthCandidates, KeepTheBucketABankSelectsPastTheTablesBuckets) {
+  Tables t;
+  t.table = multiHashTableFactory(2, 4, 1, t.config, t.status, 1, false);
+  t.table->bankIs(HashEntryType::singleWide, 0, 8, 1, HashFunc::hashCrc32Lower, 0, 0, 7);
+  t.table->bankIs(HashEntryType::singleWide, 1, 8, 1, HashFunc::hashCrc16Lower, 0, 0, 7);
+  // Bank 0's bucket 6 has id 6, which is bank 1's bucket 2 in the table's own numbering.
+  const CandidateList list = t.table->candidates(key(1, 6));
+  ASSERT_EQ(list.size(), 2u);
+  EXPECT_EQ(list.places()[0], (Candidate{0, 6, 0, 1, EntryId(6)}));
+  EXPECT_EQ(t.table->slotOfId(EntryId(6)).bank, 1u);
+}
+
 TEST(SingleWidthCandidates, AreEmptyWithoutBanks) {
   Tables t;
   t.table = multiHashTableFactory(2, 8, 1, t.config, t.status, 1, false);
