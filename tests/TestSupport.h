@@ -52,6 +52,13 @@ class TraceCapture {
   U32 previousMask_;
 };
 
+// The ids of a key's candidates, first tried first.
+inline std::vector<U32> idsOf(const CandidateList& list) {
+  std::vector<U32> ids;
+  for (const Candidate& c : list) ids.push_back(c.id.value());
+  return ids;
+}
+
 inline constexpr U32 levelBit(unsigned level) noexcept { return U32{1} << level; }
 
 // Records every publication of a HashEntryStatus (or HashEntryConfig): the key, the

@@ -8,12 +8,6 @@
 namespace TesselCentral::test {
 namespace {
 
-std::vector<U32> idsOf(const CandidateList& list) {
-  std::vector<U32> ids;
-  for (const Candidate& c : list) ids.push_back(c.id.value());
-  return ids;
-}
-
 TEST(MultiWidthCandidates, AreTheAlignedRunsOfTheKeysBucketInEachBank) {
   MultiWidthTable t(4, 1, twoBanks(4));
   // bank 0 bucket crc32 & 15 = 5 (ids 20-23), bank 1 bucket crc16 & 15 = 3 (ids 64 + 12).

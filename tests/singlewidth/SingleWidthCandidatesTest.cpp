@@ -7,12 +7,6 @@
 namespace TesselCentral::test {
 namespace {
 
-std::vector<U32> idsOf(const CandidateList& list) {
-  std::vector<U32> ids;
-  for (const Candidate& c : list) ids.push_back(c.id.value());
-  return ids;
-}
-
 TEST(SingleWidthCandidates, AreTheKeysBucketInEachBankSlotBySlotInBankMajorIds) {
   Tables t = makeTable(2, 8, 2, 1);
   // bank 0 takes crc32 & 7 = 5, bank 1 crc16 & 7 = 3.
