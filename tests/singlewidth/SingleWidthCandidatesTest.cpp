@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "SingleWidthSupport.h"
+#include "fwk/Registry.h"
+#include "fwk/Scope.h"
 
 namespace TesselCentral::test {
 namespace {
@@ -65,6 +67,15 @@ TEST(SingleWidthCandidates, PrintOnePlaceAfterAnother) {
   std::ostringstream os;
   os << t.table->candidates(key(3, 5));
   EXPECT_EQ(os.str(), "{bank 0 bucket 5 slot 0 width 1: id 5; bank 1 bucket 3 slot 0 width 1: id 11}");
+}
+
+TEST(SingleWidthCandidates, AndSlotOfIdAreCalledThroughTheRegistryByName) {
+  Tables t = makeTable(2, 8, 1, 1);
+  Fwk::Registry& registry = Fwk::Registry::instance();
+  EXPECT_EQ(registry.call(*t.table, "candidates", {textOf(key(3, 5))}, Fwk::Scope()),
+            "{bank 0 bucket 5 slot 0 width 1: id 5; bank 1 bucket 3 slot 0 width 1: id 11}");
+  EXPECT_EQ(registry.call(*t.table, "slotOfId", {EntryId(11).text()}, Fwk::Scope()),
+            "bank 1 bucket 3 slot 0 width 1: id 11");
 }
 
 TEST(SingleWidthSlotOfId, IsTheInverseOfCalcEntryIdInBothLayouts) {
