@@ -175,7 +175,7 @@ MultiEntryTypeBank::SpaceSearch MultiEntryTypeBank::findSpace(HashEntryType eTyp
   r.mask = typeMask;
   // Position 0 is never handed out: the first run of bucket 0 of physical bank 0 is
   // skipped.
-  if (bucketId == 0 && phyBankId_ == 0) {
+  if (isPositionZero(bucketId, 0)) {
     r.slot = size;
     r.mask = r.mask << (size & 31);
   }

@@ -108,6 +108,11 @@ class MultiEntryTypeBank : public Bank {
   SpaceSearch findSpace(HashEntryType eType, U32 bucketId) const noexcept;
   // The bucket index of calcBucketId's group alignment for a raw (hashed) bucket index.
   U32 groupStart(U32 rawBucketId, HashEntryType entryType) const noexcept;
+  // Whether a run starting at slotId of bucketId starts at position 0 (slot 0 of bucket 0
+  // of physical bank 0), which no search hands out.
+  bool isPositionZero(U32 bucketId, U32 slotId) const noexcept {
+    return phyBankId_ == 0 && bucketId == 0 && slotId == 0;
+  }
   // Whether an entry of type eType could be added at slotId without covering a used slot.
   bool slotsFree(HashEntryType eType, U32 bucketId, U32 slotId) const noexcept;
   // Whether any bucket of the entry type's group starting at bucketId is locked.

@@ -289,7 +289,7 @@ bool MultiEntryTypeHashTable::forEachCandidateRun(const HashEntryKey& key, U32 d
     for (U32 k = 0; k < *count; ++k) {
       const U32 bucket = first + k;
       for (U32 s = 0; s + *width <= b->bucketSize(); s += *width) {
-        if (b->phyBankId() == 0 && bucket == 0 && s == 0) continue;
+        if (b->isPositionZero(bucket, s)) continue;
         if (visit(*b, SlotRun{i, bucket, s, *width})) return true;
       }
     }

@@ -146,7 +146,7 @@ bool MultiEntryTypeHashTable::makeRoomInBucket(const Eviction& e, U32 i, MultiEn
                                                U32& freePos) {
   U32 s = 0;
   while (s < b.bucketSize()) {
-    if (b.phyBankId() == 0 && k == 0 && s == 0) {
+    if (b.isPositionZero(k, s)) {
       // Position 0 is never used.
       s = entrySize;
       MHT_TRACE_IN("insertEntry", 5,

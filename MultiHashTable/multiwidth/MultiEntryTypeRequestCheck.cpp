@@ -164,7 +164,7 @@ RequestCheck MultiEntryTypeHashTable::claimHazards(const HashEntryKey& key, Entr
                                                                   " slots wide may start: a later walk of the bucket "
                                                                   "reaches a slot where no entry starts"));
   }
-  if (width > 1 && b.phyBankId() == 0 && claim.bucket == 0 && slot == 0) {
+  if (width > 1 && b.isPositionZero(claim.bucket, slot)) {
     verdict.worsen(RequestCheck::stopsLater(walkFindsNoStart, "id " + idText(eId) +
                                                                   " names the first slot of physical bank 0, where a "
                                                                   "later walk of the bucket starts one slot in, "
