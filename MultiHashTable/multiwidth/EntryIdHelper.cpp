@@ -105,15 +105,17 @@ EntryId EntryIdHelper::posToEntryId(U32 pos) {
 
 namespace {
 
-// What the walk of the id's buckets shows as it goes: nothing to a check; to a placement,
-// each bank's bucket as calcBucketId computes and traces it, stopping the agent where the
-// bank selects no bucket or the key is narrower than the bank's base type.
+// How the walk of the id's buckets computes the first bucket of the key's group in a bank:
+// trace-free for a check; for a placement as calcBucketId computes and traces it, stopping
+// the agent where the bank selects no bucket or the key is narrower than its base type.
 struct Unobserved {
-  void bank(MultiEntryTypeBank&, const HashEntryKey&) const noexcept {}
+  U32 group(const MultiEntryTypeBank& b, const HashEntryKey& key) const noexcept {
+    return b.groupStart(b.bucketIdOf(key.crc16(), key.crc32(), false, 0), key.entryType());
+  }
 };
 struct Traced {
-  void bank(MultiEntryTypeBank& b, const HashEntryKey& key) const {
-    b.calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
+  U32 group(MultiEntryTypeBank& b, const HashEntryKey& key) const {
+    return b.calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
   }
 };
 
@@ -127,10 +129,9 @@ EntryIdHelper::IdBucket EntryIdHelper::walkIdBuckets(const HashEntryKey& key, En
     MultiEntryTypeBank* b = hashTable_->bankFind(i);
     if (b == nullptr) return IdBucket{IdBucket::missingBank, i, 0};
     if (i > 0) base += hashTable_->bankFind(i - 1)->numSlots();
-    observer.bank(*b, key);
+    const U32 h = observer.group(*b, key);
     if (!b->selectsBuckets()) return IdBucket{IdBucket::noBucket, i, 0};
     if (static_cast<U32>(type) < static_cast<U32>(b->baseEntryType())) return IdBucket{IdBucket::narrower, i, 0};
-    const U32 h = b->groupStart(b->bucketIdOf(key.crc16(), key.crc32(), false, 0), type);
     const U32* count = b->numBucketsToCheckFind(type);
     if (count == nullptr || *count == 0) continue;
     for (U32 k = 0; k < *count; ++k) {

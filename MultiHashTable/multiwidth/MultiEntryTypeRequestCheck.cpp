@@ -16,11 +16,6 @@ using detail::noBucketSelected;
 
 namespace {
 
-constexpr const char* narrowerThanBase = condition::keyNotNarrowerThanBank;
-constexpr const char* narrowerThanBaseSigned = condition::keyNotNarrowerThanBankSigned;
-// The walk of a bucket in insertEntry reaches a slot where no entry starts.
-constexpr const char* walkFindsNoStart = condition::entryStartsAtSlot;
-
 bool narrower(HashEntryType type, const MultiEntryTypeBank& bank) noexcept {
   return static_cast<U32>(type) < static_cast<U32>(bank.baseEntryType());
 }
@@ -58,9 +53,10 @@ RequestCheck MultiEntryTypeHashTable::keyGeometry(const HashEntryKey& key) const
   for (U32 i = 0; i < numBanks(); ++i) {
     const MultiEntryTypeBank& b = *bankFind(i);
     if (narrower(type, b)) {
-      verdict.worsen(RequestCheck::stopsLater(narrowerThanBase, narrowerReason(type, i, b) +
-                                                                    ": a placement or move of the key that reaches "
-                                                                    "the bank stops"));
+      verdict.worsen(RequestCheck::stopsLater(condition::keyNotNarrowerThanBank,
+                                              narrowerReason(type, i, b) +
+                                                  ": a placement or move of the key that reaches "
+                                                  "the bank stops"));
       continue;
     }
     if (!debugEnabled_ && !b.selectsBuckets()) {
@@ -140,7 +136,7 @@ RequestCheck MultiEntryTypeHashTable::claimCheck(const HashEntryKey& key, EntryI
                                       "; delete its request before asking for another id");
   }
   if (narrowerSigned(type, b))
-    return RequestCheck::stopsNow(narrowerThanBaseSigned, narrowerReason(type, claim.bank, b));
+    return RequestCheck::stopsNow(condition::keyNotNarrowerThanBankSigned, narrowerReason(type, claim.bank, b));
   if (!b.slotsFree(type, claim.bucket, claim.slot)) {
     return RequestCheck::stopsNow(condition::runSlotsFree, "the slots of id " + idText(eId) + " overlap another entry");
   }
@@ -158,17 +154,18 @@ RequestCheck MultiEntryTypeHashTable::claimHazards(const HashEntryKey& key, Entr
   RequestCheck verdict = RequestCheck::accepted();
   const U32 width = b.entrySize(key.entryType());
   if (width > 1 && slot % width != 0) {
-    verdict.worsen(RequestCheck::stopsLater(walkFindsNoStart, "id " + idText(eId) + " names slot " +
-                                                                  std::to_string(slot) + ", where no entry " +
-                                                                  std::to_string(width) +
-                                                                  " slots wide may start: a later walk of the bucket "
-                                                                  "reaches a slot where no entry starts"));
+    verdict.worsen(RequestCheck::stopsLater(condition::entryStartsAtSlot,
+                                            "id " + idText(eId) + " names slot " + std::to_string(slot) +
+                                                ", where no entry " + std::to_string(width) +
+                                                " slots wide may start: a later walk of the bucket "
+                                                "reaches a slot where no entry starts"));
   }
   if (width > 1 && b.isPositionZero(claim.bucket, slot)) {
-    verdict.worsen(RequestCheck::stopsLater(walkFindsNoStart, "id " + idText(eId) +
-                                                                  " names the first slot of physical bank 0, where a "
-                                                                  "later walk of the bucket starts one slot in, "
-                                                                  "inside this entry"));
+    verdict.worsen(
+        RequestCheck::stopsLater(condition::entryStartsAtSlot, "id " + idText(eId) +
+                                                                   " names the first slot of physical bank 0, where a "
+                                                                   "later walk of the bucket starts one slot in, "
+                                                                   "inside this entry"));
   }
   if (const EntryId standsAt = entryIdHelper_->entryIdOfPosition(claim.pos); standsAt != eId) {
     verdict.worsen(RequestCheck::hazardous("the key is published at id " + idText(eId) + " but stands at id " +
@@ -195,7 +192,8 @@ RequestCheck MultiEntryTypeHashTable::checkPlacement(const HashEntryKey& key) co
   const FreeRun free = freeRunOf(key);
   if (free.end == FreeRun::noBucket) return noBucketSelected(free.bank);
   if (free.end == FreeRun::narrower) {
-    return RequestCheck::stopsNow(narrowerThanBase, narrowerReason(type, free.bank, *bankFind(free.bank)));
+    return RequestCheck::stopsNow(condition::keyNotNarrowerThanBank,
+                                  narrowerReason(type, free.bank, *bankFind(free.bank)));
   }
   RequestCheck verdict;
   const bool found = free.end == FreeRun::found;

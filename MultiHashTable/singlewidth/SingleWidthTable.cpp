@@ -120,16 +120,20 @@ namespace {
 // each bank's bucket and each slot's id, and stops the agent on a bank that selects no
 // bucket, where the bucket computation asserts.
 struct Unobserved {
-  void bank(const MultiHashTable&, const HashEntryKey&, U32) const noexcept {}
-  void slot(const MultiHashTable&, U32, U32, U32) const noexcept {}
+  U32 bucket(const MultiHashTable& table, const HashEntryKey& key, U32 bank) const noexcept {
+    return table.bankFind(bank)->bucketIdOf(key.crc16(), key.crc32(), false, 0);
+  }
+  EntryId slot(const MultiHashTable& table, U32 bank, U32 bucket, U32 slot) const noexcept {
+    return table.entryIdOf(bank, bucket, SlotId(static_cast<U8>(slot)));
+  }
   void stored(EntryId, const HashEntryKey*) const noexcept {}
   void zeroKeyAtOne(EntryId) const noexcept {}
 };
 
 struct Traced {
-  void bank(const MultiHashTable& table, const HashEntryKey& key, U32 bank) const { table.bucketOf(key, bank); }
-  void slot(const MultiHashTable& table, U32 bank, U32 bucket, U32 slot) const {
-    table.calcEntryId(bank, bucket, SlotId(static_cast<U8>(slot)));
+  U32 bucket(const MultiHashTable& table, const HashEntryKey& key, U32 bank) const { return table.bucketOf(key, bank); }
+  EntryId slot(const MultiHashTable& table, U32 bank, U32 bucket, U32 slot) const {
+    return table.calcEntryId(bank, bucket, SlotId(static_cast<U8>(slot)));
   }
   void stored(EntryId, const HashEntryKey*) const noexcept {}
   void zeroKeyAtOne(EntryId) const noexcept {}
@@ -155,14 +159,13 @@ MultiHashTable::CandidateWalk MultiHashTable::walkCandidates(const HashEntryKey&
   for (U32 b = 0; b < numBanks(); ++b) {
     const Bank* bank = bankFind(b);
     if (bank == nullptr) return CandidateWalk{CandidateWalk::missingBank, b, EntryId()};
-    observer.bank(*this, key, b);
+    // The placement's observer stops the agent here on a bank that selects no bucket.
+    const U32 bucket = observer.bucket(*this, key, b);
     if (!bank->selectsBuckets()) return CandidateWalk{CandidateWalk::noBucket, b, EntryId()};
-    const U32 bucket = bank->bucketIdOf(key.crc16(), key.crc32(), false, 0);
     for (U32 s = 0; s < numBucketEntries(); ++s) {
-      const EntryId e = entryIdOf(b, bucket, SlotId(static_cast<U8>(s)));
-      observer.slot(*this, b, bucket, s);
-      const WalkStep step = visit(b, e);
-      if (step == WalkStep::stop) return CandidateWalk{CandidateWalk::stopped, b, e};
+      const CandidateSlot place{b, bucket, s, observer.slot(*this, b, bucket, s)};
+      const WalkStep step = visit(place);
+      if (step == WalkStep::stop) return CandidateWalk{CandidateWalk::stopped, b, place.eId};
       if (step == WalkStep::nextBank) break;
     }
   }
@@ -175,7 +178,8 @@ MultiHashTable::FirstPass MultiHashTable::firstPass(const HashEntryKey& key, Obs
   // already placed moves into a free slot that precedes its own.
   FirstPass pass;
   const bool zeroKey = key.crc16() == 0 && key.crc32() == 0;
-  pass.walk = walkCandidates(key, observer, [&](U32, EntryId e) {
+  pass.walk = walkCandidates(key, observer, [&](const CandidateSlot& place) {
+    const EntryId e = place.eId;
     const HashEntryKey* stored = hashTableEntryFind(e);
     observer.stored(e, stored);
     if (stored == nullptr || isEmptyMarker(*stored)) {
@@ -205,7 +209,8 @@ MultiHashTable::FirstPass MultiHashTable::firstPass(const HashEntryKey& key) con
 template <class Observer>
 MultiHashTable::CandidateWalk MultiHashTable::findCandidate(const HashEntryKey& key, EntryId eId,
                                                             Observer& observer) const {
-  return walkCandidates(key, observer, [eId](U32, EntryId e) { return e == eId ? WalkStep::stop : WalkStep::next; });
+  return walkCandidates(
+      key, observer, [eId](const CandidateSlot& place) { return place.eId == eId ? WalkStep::stop : WalkStep::next; });
 }
 
 MultiHashTable::CandidateWalk MultiHashTable::findCandidate(const HashEntryKey& key, EntryId eId) const {
@@ -216,11 +221,10 @@ MultiHashTable::CandidateWalk MultiHashTable::findCandidate(const HashEntryKey& 
 CandidateList MultiHashTable::candidates(const HashEntryKey& key) const {
   CandidateList list;
   Unobserved silent;
-  walkCandidates(key, silent, [&](U32 b, EntryId e) {
-    // Bucket and slot as walked: a bucket at or past numBuckets has an id of another bank's
-    // slot, which the id alone would name.
-    const U32 slot = static_cast<U32>(list.size()) % numBucketEntries();
-    list.add(Candidate{b, bankFind(b)->bucketIdOf(key.crc16(), key.crc32(), false, 0), slot, 1, e});
+  walkCandidates(key, silent, [&](const CandidateSlot& place) {
+    // Bank, bucket and slot as walked: a bucket at or past numBuckets has the id of another
+    // bank's slot, which the id alone would name.
+    list.add(Candidate{place.bank, place.bucket, place.slot, 1, place.eId});
     return WalkStep::next;
   });
   return list;
@@ -267,8 +271,9 @@ U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep)
 std::optional<EntryId> MultiHashTable::secondPass(const HashEntryKey& key, U32 recursionStep, const char* caller) {
   // Make room by moving an occupant, bank 0 to bank 1 and any other bank to 0.
   Traced traced;
-  const CandidateWalk walk = walkCandidates(key, traced, [&](U32 b, EntryId eId) {
-    return rehashEntry(eId, b == 0 ? 1 : 0, recursionStep, key.entryType()) ? WalkStep::stop : WalkStep::next;
+  const CandidateWalk walk = walkCandidates(key, traced, [&](const CandidateSlot& place) {
+    return rehashEntry(place.eId, place.bank == 0 ? 1 : 0, recursionStep, key.entryType()) ? WalkStep::stop
+                                                                                           : WalkStep::next;
   });
   if (walk.end != CandidateWalk::stopped) return std::nullopt;
   MHT_ASSERT_TEXT_IN(caller, !hashTableEntryHas(walk.eId), "! hashTableEntryHas( eId )");

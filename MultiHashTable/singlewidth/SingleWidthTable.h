@@ -127,9 +127,15 @@ class MultiHashTable : public MultiHashTableBase {
   Bank& bankAt(U32 bankId) const noexcept;
 
   // The one walk of a key's candidate slots. For each bank in ascending order the observer
-  // sees the bank (the placement's observer computes and traces its bucket there, and stops
-  // on a bank that selects none), then each slot of the key's bucket; visit(bank, eId)
-  // answers whether to go on, pass over the rest of the bucket, or stop.
+  // computes the key's bucket (the placement's observer traces it, and stops the agent on a
+  // bank that selects none), then each slot's id (the placement's traces it);
+  // visit(slot) answers whether to go on, pass over the rest of the bucket, or stop.
+  struct CandidateSlot {
+    U32 bank;
+    U32 bucket;
+    U32 slot;
+    EntryId eId;
+  };
   enum class WalkStep : U8 { next, nextBank, stop };
   template <class Observer, class Visit>
   CandidateWalk walkCandidates(const HashEntryKey& key, Observer& observer, Visit&& visit) const;
