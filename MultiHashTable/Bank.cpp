@@ -1,6 +1,8 @@
 // A bank's geometry and the selection of a key's bucket by the bank's hash function.
 #include "Bank.h"
 
+#include <algorithm>
+
 #include "fwk/EntityType.h"
 #include "fwk/Error.h"
 #include "fwk/TypeInfo.h"
@@ -46,6 +48,28 @@ U32 Bank::debugBucketId(U32 debugCrcInc) const noexcept {
   // The index bit on which the 64-bit hash word's top bit lands after the shift.
   const auto topBit = static_cast<U32>((U64{1} << 63) >> (hashOffSet_ & 63));
   return (debugCrcInc | topBit) & hashMask_;
+}
+
+U32 Bank::hashWindowBits() const noexcept {
+  // The same shifts as hashedBucketId, counted rather than applied.
+  const auto below = [](U32 width, U32 shift) { return shift >= width ? U32{0} : width - shift; };
+  switch (hashFunc_) {
+    case HashFunc::hashCrc32Upper:
+      return below(32, (32 - hashBits_) & 31);
+    case HashFunc::hashCrc32Lower:
+      return 32;
+    case HashFunc::hashCrc16Lower:
+      return 16;
+    case HashFunc::hashCrc16Upper:
+      return below(16, (16 - hashBits_) & 31);
+    case HashFunc::hashCrc64:
+      return std::min<U32>(32, below(64, hashOffSet_ & 63));
+    case HashFunc::hashCrc32And16:
+      // crc16 fills bits 32..47 of the word; bits 48..63 are always 0.
+      return std::min<U32>(32, below(48, hashOffSet_ & 63));
+    default:
+      return 0;
+  }
 }
 
 U32 Bank::hashedBucketId(U16 crc16, U32 crc32) const noexcept {

@@ -37,6 +37,14 @@ class Bank : public Fwk::Entity {
   virtual U32 calcBucketId(U16 crc16, U32 crc32, HashEntryType entryType, bool debugEnabled, U32 debugCrcInc);
   // Whether the hash function selects buckets at all (hashLsb does not: calcBucketId stops).
   bool selectsBuckets() const noexcept { return hashFunc_ != HashFunc::hashLsb; }
+  // How many low bits of the raw index the hash function can set, after its shifts (0
+  // for a function that gives every key index 0).
+  U32 hashWindowBits() const noexcept;
+  // The highest bucket that a key can select: the hash window's bits under hashMask.
+  U32 highestSelectableBucket() const noexcept {
+    const U32 window = hashWindowBits();
+    return hashMask_ & (window >= 32 ? ~U32{0} : (U32{1} << window) - 1);
+  }
   // calcBucketId's answer without its trace, for the checks that must not change the
   // trace; for a bank that selects no bucket it is 0.
   U32 bucketIdOf(U16 crc16, U32 crc32, bool debugEnabled, U32 debugCrcInc) const noexcept {

@@ -25,6 +25,8 @@ std::string_view outcomeName(RequestOutcome outcome) noexcept {
       return "stops a later request";
     case RequestOutcome::stopsNow:
       return "stops the agent";
+    case RequestOutcome::unserved:
+      return "unserved";
   }
   return "accepted";
 }
@@ -35,10 +37,12 @@ namespace {
 int severity(RequestOutcome outcome) noexcept {
   switch (outcome) {
     case RequestOutcome::stopsNow:
-      return 3;
+      return 4;
     case RequestOutcome::stopsLater:
-      return 2;
+      return 3;
     case RequestOutcome::hazardous:
+      return 2;
+    case RequestOutcome::unserved:
       return 1;
     default:
       return 0;

@@ -26,6 +26,7 @@ enum class RequestOutcome : U8 {
   hazardous,   // accepted, but the published id is one at which another key may be published
   stopsLater,  // accepted, but a later placement may stop the agent on an assertion
   stopsNow,    // the write stops the agent on an assertion
+  unserved,    // accepted, but the table's configuration gives the key less room than its shape promises
 };
 
 std::string_view outcomeName(RequestOutcome outcome) noexcept;
@@ -40,6 +41,7 @@ class RequestCheck {
   static RequestCheck noReaction(std::string reason) { return {RequestOutcome::noReaction, {}, std::move(reason)}; }
   static RequestCheck accepted(std::string reason = {}) { return {RequestOutcome::accepted, {}, std::move(reason)}; }
   static RequestCheck hazardous(std::string reason) { return {RequestOutcome::hazardous, {}, std::move(reason)}; }
+  static RequestCheck unserved(std::string reason) { return {RequestOutcome::unserved, {}, std::move(reason)}; }
   static RequestCheck stopsLater(std::string condition, std::string reason) {
     return {RequestOutcome::stopsLater, std::move(condition), std::move(reason)};
   }
@@ -56,8 +58,10 @@ class RequestCheck {
   bool fatal() const noexcept { return outcome_ == RequestOutcome::stopsNow || outcome_ == RequestOutcome::stopsLater; }
   // The write is accepted but publishes an id that another key may be published at.
   bool hazard() const noexcept { return outcome_ == RequestOutcome::hazardous; }
+  // The write is accepted, but the table's configuration leaves the key short of room.
+  bool unserved() const noexcept { return outcome_ == RequestOutcome::unserved; }
   // Nothing to report: the write does what it asks, or nothing at all.
-  bool passes() const noexcept { return !fatal() && !hazard(); }
+  bool passes() const noexcept { return !fatal() && !hazard() && !unserved(); }
 
   // "" when the check passes; otherwise one line: what happens, the condition, the reason.
   std::string problem() const;

@@ -140,6 +140,27 @@ using detail::keyText;
 
 bool MultiHashTableBase::listening() const noexcept { return subscribed() && !reactorsRetired(); }
 
+ConfigurationCheck MultiHashTableBase::configurationCheck() const {
+  ConfigurationCheck check;
+  detail::checkTableFigures(numBanks_, numBuckets_, numBucketEntries_, check);
+  return check;
+}
+
+namespace {
+
+// A request that reaches the table reaches its configuration too: the verdict keeps the
+// worse of the two.
+RequestCheck withConfiguration(RequestCheck verdict, const ConfigurationCheck& configuration) {
+  if (configuration.passes() || verdict.outcome() == RequestOutcome::unchanged ||
+      verdict.outcome() == RequestOutcome::noReaction) {
+    return verdict;
+  }
+  verdict.worsen(configuration.requestVerdict());
+  return verdict;
+}
+
+}  // namespace
+
 RequestCheck MultiHashTableBase::requestCheck(const HashEntryKey& key, EntryId id) const {
   if (!hashEntryConfig_) return RequestCheck::noReaction("the table has no request collection");
   if (const EntryId* current = hashEntryConfig_->configFind(key); current != nullptr && *current == id) {
@@ -150,7 +171,7 @@ RequestCheck MultiHashTableBase::requestCheck(const HashEntryKey& key, EntryId i
         "the table does not listen to its requests: the request waits for a resync or a "
         "reconcile");
   }
-  return reactionCheck(key, id);
+  return withConfiguration(reactionCheck(key, id), configurationCheck());
 }
 
 RequestCheck MultiHashTableBase::reactionCheck(const HashEntryKey& key, EntryId requested) const {
@@ -174,7 +195,7 @@ RequestCheck MultiHashTableBase::removalCheck(const HashEntryKey& key) const {
                                   "the table never handled this key (its request was written while the table did not "
                                   "listen, or before the table existed), so it has nothing to remove");
   }
-  return checkRemoval(key);
+  return withConfiguration(checkRemoval(key), configurationCheck());
 }
 
 RequestCheck MultiHashTableBase::checkPlacementAt(const HashEntryKey&, EntryId) const {
@@ -226,6 +247,9 @@ class ScratchRelease {
 RequestCheck MultiHashTableBase::resyncCheck() const {
   if (!hashEntryConfig_) {
     return RequestCheck::stopsNow("hashEntryConfig()", "the table has no request collection to resync from");
+  }
+  if (const ConfigurationCheck configuration = configurationCheck(); !configuration.passes()) {
+    return configuration.requestVerdict();
   }
   // The resync runs on a scratch copy: its placements may move keys, and whether a later
   // key stops depends on what the earlier ones did.

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Candidates.h"
+#include "ConfigurationCheck.h"
 #include "MultiHashTableTypes.h"
 #include "RequestCheck.h"
 #include "RequestsAndResults.h"
@@ -120,6 +121,13 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
   // Checks every invariant that the table keeps between operations; one line of text per
   // violation, none when the table is consistent. Reads only.
   virtual std::vector<std::string> audit() const;
+
+  // Every problem of the table's shape, banks and links that keeps it from serving its
+  // requests: what is wrong, with which bank, and what the table would do. Reads only;
+  // builds text only for the problems it finds, so every request check can afford it.
+  virtual ConfigurationCheck configurationCheck() const;
+  // The configuration check's problems, one per line; empty when the table can serve.
+  std::string configurationProblem() const { return configurationCheck().text(); }
 
   // What configIs(key, id) on the table's requests would do, told before the write:
   // nothing, the placement, a fatal assertion now or in a later request, or a published id

@@ -26,6 +26,9 @@ inline constexpr const char* runEndsInsideBucket = "slotId < b->bucketSize()";
 inline constexpr const char* runSlotsFree = "\"!( bktState & mask )\" == nullptr";
 inline constexpr const char* entryStartsAtSlot = "\"posToKeyHas( entryPos )\" == nullptr";
 
+// A free position that the free-run search hands out is claimed by no key.
+inline constexpr const char* foundPositionUnclaimed = "!posToKeyHas( pos )";
+
 // The multi-width table's placement at a requested id.
 inline constexpr const char* requestedIdInCandidateBucket = "entryIdHelper()->checkEntryIdValidity( key, eId )";
 inline constexpr const char* requestedPositionFree = "!hashTable()->posToKeyHas( pos )";

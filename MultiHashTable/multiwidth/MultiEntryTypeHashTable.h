@@ -136,6 +136,11 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   // insertions less deletions equal to the placed keys.
   std::vector<std::string> audit() const override;
 
+  // An EntryIdHelper of the table's own, every bank present with the table's figures and a
+  // bucket its state word and id layout serve, groups that end inside their bank, and one
+  // physical bank per bank.
+  ConfigurationCheck configurationCheck() const override;
+
   // Commits a placement (move false: a new key) or a move to every collection and the status.
   // The bucket state of newPos is the caller's to set before: the free-space search has
   // reserved it, or the caller marks it; a move frees the bucket state of the old position.

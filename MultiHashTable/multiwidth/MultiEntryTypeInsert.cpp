@@ -50,7 +50,7 @@ U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId
   if (pos != INVALID_POSITION) {
     // The search has already marked the space in the bucket state.
     const bool move = keyToPosHas(key);
-    MHT_ASSERT_TEXT(!posToKeyHas(pos), "!posToKeyHas( pos )");
+    MHT_ASSERT_TEXT(!posToKeyHas(pos), condition::foundPositionUnclaimed);
     doAddOrMoveEntry(key, pos, move);
     return pos;
   }

@@ -102,6 +102,10 @@ class MultiHashTable : public MultiHashTableBase {
   // with up to stepsRemaining moves; true when eId is free afterwards.
   bool rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining, HashEntryType entryType);
 
+  // Every bank present and built for single-width entries, with the table's figures,
+  // selecting only buckets whose ids the table lays out for it.
+  ConfigurationCheck configurationCheck() const override;
+
   // Every valid status names an id recorded for the key (or a key with the same hashes),
   // every id is below the capacity, and the counters cover the recorded ids.
   std::vector<std::string> audit() const override;

@@ -17,14 +17,26 @@ namespace {
 constexpr const char* walkFindsNoStart = "\"posToKeyHas( entryPos )\" == nullptr";
 
 TEST(MultiWidthRequestCheck, AnIdAtTheInclusiveUpperEndOfABucketsRangeIsHazardous) {
-  // Banks of 16 buckets of 8 slots: a key in bucket 5 of bank 0 accepts ids 40 to 48, and
-  // id 48 names slot 0 of bucket 5, the position of id 40.
-  MultiWidthTable t(8, 2, twoBanks(8));
-  const RequestCheck verdict = t.table->requestCheck(key(9, 5, single), EntryId(48));
+  // Banks of 16 buckets of 4 slots: a key in bucket 5 of bank 0 accepts ids 20 to 24, and
+  // id 24 names slot 0 of bucket 5, the position of id 20.
+  MultiWidthTable t(4, 2, twoBanks(4));
+  const RequestCheck verdict = t.table->requestCheck(key(9, 5, single), EntryId(24));
   EXPECT_EQ(verdict.outcome(), RequestOutcome::hazardous);
-  EXPECT_NE(verdict.reason().find("published at id 48 but stands at id 40's position"), std::string::npos)
+  EXPECT_NE(verdict.reason().find("published at id 24 but stands at id 20's position"), std::string::npos)
       << verdict.reason();
-  EXPECT_EQ(t.table->requestCheck(key(9, 5, single), EntryId(47)).outcome(), RequestOutcome::accepted);
+  EXPECT_EQ(t.table->requestCheck(key(9, 5, single), EntryId(23)).outcome(), RequestOutcome::accepted);
+}
+
+TEST(MultiWidthRequestCheck, BucketsOfEightSlotsStopALaterPlacementOnEveryRequest) {
+  // The bucket state word serves 4 slots: every request of such a table names the problem.
+  MultiWidthTable t(8, 2, twoBanks(8));
+  const RequestCheck verdict = t.table->requestCheck(key(9, 5, single), EntryId(47));
+  EXPECT_EQ(verdict.outcome(), RequestOutcome::stopsLater);
+  EXPECT_EQ(verdict.condition(), "!posToKeyHas( pos )");
+  EXPECT_NE(verdict.reason().find("bank 0: bucketSize 8 is past the 4 slots that a bucket's state word serves"),
+            std::string::npos)
+      << verdict.reason();
+  EXPECT_EQ(t.table->requestCheck(key(9, 5, single), EntryId()).outcome(), RequestOutcome::stopsLater);
 }
 
 TEST(MultiWidthRequestCheck, AWideKeyAtASlotThatIsNotAMultipleOfItsWidthStopsLater) {
