@@ -41,6 +41,8 @@
 // The shared core: value types, requests and results, the abstract table, banks.
 #include "Bank.h"                 // a bank and its bucket selection
 #include "Candidates.h"           // the places a key may take
+#include "CheckedWrites.h"        // writes that refuse rather than stop the agent
+#include "ConfigurationCheck.h"   // what keeps a table from serving its requests
 #include "MultiHashTableTypes.h"  // keys, ids, enumerations
 #include "RequestCheck.h"         // what a write would do, told before it is made
 #include "RequestsAndResults.h"   // HashEntryConfig and HashEntryStatus

@@ -99,6 +99,8 @@ const Fwk::TypeInfo* registerMultiHashTableBase(Fwk::Module& module, [[maybe_unu
       .attribute<&MultiHashTableBase::moveSearch>(own + 26, "moveSearch", mutableAttr)
       .operation<&MultiHashTableBase::moveSearchIs>(own + 27, "moveSearchIs", {"moveSearch"})
       .operation<&MultiHashTableBase::candidates>(own + 28, "candidates", {"key"})
+      .operation<&MultiHashTableBase::configurationCheck>(own + 29, "configurationCheck", {})
+      .operation<&MultiHashTableBase::configurationProblem>(own + 30, "configurationProblem", {})
       .factory<&multiHashTableBaseFactory>(tableParameters);
   return &base.info();
 }

@@ -1,0 +1,31 @@
+// Writes that check first: the verdict decides, and the caller gets it either way.
+#include "CheckedWrites.h"
+
+#include "TableBase.h"
+
+namespace TesselCentral {
+
+bool refuses(WriteRefusal refusal, const RequestCheck& verdict) noexcept {
+  if (verdict.fatal()) return true;
+  return refusal == WriteRefusal::fatalOrHazard && !verdict.passes();
+}
+
+CheckedWrite checkedConfigIs(HashEntryConfig& config, const MultiHashTableBase& table, const HashEntryKey& key,
+                             EntryId id, WriteRefusal refusal) {
+  CheckedWrite write{table.requestCheck(key, id), false};
+  if (refuses(refusal, write.verdict)) return write;
+  config.configIs(key, id);
+  write.written = true;
+  return write;
+}
+
+CheckedWrite checkedConfigDel(HashEntryConfig& config, const MultiHashTableBase& table, const HashEntryKey& key,
+                              WriteRefusal refusal) {
+  CheckedWrite write{table.removalCheck(key), false};
+  if (refuses(refusal, write.verdict)) return write;
+  config.configDel(key);
+  write.written = true;
+  return write;
+}
+
+}  // namespace TesselCentral
