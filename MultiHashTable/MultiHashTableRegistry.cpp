@@ -101,6 +101,7 @@ const Fwk::TypeInfo* registerMultiHashTableBase(Fwk::Module& module, [[maybe_unu
       .operation<&MultiHashTableBase::candidates>(own + 28, "candidates", {"key"})
       .operation<&MultiHashTableBase::configurationCheck>(own + 29, "configurationCheck", {})
       .operation<&MultiHashTableBase::configurationProblem>(own + 30, "configurationProblem", {})
+      .operation<&MultiHashTableBase::auditReport>(own + 31, "auditReport", {})
       .factory<&multiHashTableBaseFactory>(tableParameters);
   return &base.info();
 }

@@ -78,6 +78,10 @@ ReconcileReport ReconcileReport::fromText(std::string_view text) {
 std::ostream& operator<<(std::ostream& os, const ReconcileReport& report) {
   os << "acted on " << report.acted() << " key(s), kept " << report.kept().size();
   for (const KeptRequest& k : report.kept()) os << "\n  " << k.key << " requested " << k.requested << ": " << k.reason;
+  for (const RemovedResult& r : report.removed()) {
+    os << "\n  removed the result " << r.id << " of " << r.key << ": its request is gone";
+  }
+  for (const ReleasedId& r : report.released()) os << "\n  released id " << r.id << " of " << r.key << ": " << r.reason;
   return os;
 }
 

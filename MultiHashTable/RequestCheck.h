@@ -90,14 +90,35 @@ struct KeptRequest {
   std::string reason;
 };
 
-// What reconcile() did: how many keys it acted on, and the keys it left as they stand.
+// A result whose request was gone, which reconcile() removed.
+struct RemovedResult {
+  HashEntryKey key;
+  EntryId id;
+};
+
+// An id recorded for a key that no result placed there, which reconcile() released.
+struct ReleasedId {
+  EntryId id;
+  HashEntryKey key;
+  std::string reason;
+};
+
+// What reconcile() did: how many keys it acted on (the removed results among them), the
+// keys it left as they stand, and the ids it released.
 class ReconcileReport {
  public:
   void actedOn() noexcept { ++acted_; }
   void kept(KeptRequest request) { kept_.push_back(std::move(request)); }
+  void removed(RemovedResult result) {
+    ++acted_;
+    removed_.push_back(result);
+  }
+  void released(ReleasedId id) { released_.push_back(std::move(id)); }
 
   U32 acted() const noexcept { return acted_; }
   const std::vector<KeptRequest>& kept() const noexcept { return kept_; }
+  const std::vector<RemovedResult>& removed() const noexcept { return removed_; }
+  const std::vector<ReleasedId>& released() const noexcept { return released_; }
 
   static constexpr std::string_view typeName() { return "TesselCentral::ReconcileReport"; }
   static ReconcileReport fromText(std::string_view text);
@@ -105,6 +126,8 @@ class ReconcileReport {
  private:
   U32 acted_ = 0;
   std::vector<KeptRequest> kept_;
+  std::vector<RemovedResult> removed_;
+  std::vector<ReleasedId> released_;
 };
 
 std::ostream& operator<<(std::ostream& os, const ReconcileReport& report);

@@ -2,6 +2,7 @@
 // every changed request into a placement, a removal or nothing.
 #include "TableBase.h"
 
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -310,8 +311,13 @@ ReconcileReport MultiHashTableBase::reconcile() {
       keep(key, EntryId(), "its request is gone, but " + verdict.problem());
       continue;
     }
+    const EntryId result = hashEntryStatus_->status(key);
+    MHT_TRACE_IN("reconcile", 2,
+                 "MultiHashTableBase::"
+                     << "reconcile"
+                     << " removes the result of key: " << key << " id: " << result << " reason: its request is gone");
     removeEntry(key);
-    report.actedOn();
+    report.removed(RemovedResult{key, result});
   }
 
   // Requests whose result is not in line with them.
@@ -332,7 +338,28 @@ ReconcileReport MultiHashTableBase::reconcile() {
     handleHashUpdate(key);
     report.actedOn();
   }
+
+  // Ids recorded for keys that no result places there, last: the removals above may leave
+  // some behind.
+  releaseUnplacedRecords(report);
   return report;
+}
+
+AuditReport MultiHashTableBase::auditReport() const {
+  AuditReport report;
+  for (std::string& line : audit()) report.add(AuditKind::corruption, std::move(line));
+  auditHazards(report);
+  return report;
+}
+
+void MultiHashTableBase::auditHazards(AuditReport& report) const {
+  if (!hashEntryConfig_) return;
+  for (const auto& result : hashEntryStatus_->statusCollection()) {
+    if (hashEntryConfig_->configHas(result.key)) continue;
+    std::ostringstream text;
+    text << "key " << result.key << " has the result " << result.value << " but no request";
+    report.add(AuditKind::resultWithoutRequest, text.str());
+  }
 }
 
 }  // namespace TesselCentral

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "AuditReport.h"
 #include "Candidates.h"
 #include "ConfigurationCheck.h"
 #include "MultiHashTableTypes.h"
@@ -121,6 +122,10 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
   // Checks every invariant that the table keeps between operations; one line of text per
   // violation, none when the table is consistent. Reads only.
   virtual std::vector<std::string> audit() const;
+  // The audit's corruption, and apart from it the hazards that the table's own rules leave
+  // behind: ids recorded for keys that no result places there, results without a request.
+  // Reads only; costs a walk of the records and the results.
+  AuditReport auditReport() const;
 
   // Every problem of the table's shape, banks and links that keeps it from serving its
   // requests: what is wrong, with which bank, and what the table would do. Reads only;
@@ -149,10 +154,19 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
   // when the request check passes; a key that a move took away from its requested id stays
   // where it stands; a result whose request is gone is removed. Every key it leaves as it
   // stands is in the report with the reason, and traced at level 2.
+  // Then it releases every id recorded for a key that no result places there (a leaked id,
+  // or one whose key has no request), which it counts as a deletion, reports and traces.
   ReconcileReport reconcile();
 
   // What the reaction to a request R for the key would do, the request being written.
   RequestCheck reactionCheck(const HashEntryKey& key, EntryId requested) const;
+
+  // The hazards of the table's records, for auditReport(): the base finds the results
+  // without a request; a table whose records may outlive its results adds those.
+  virtual void auditHazards(AuditReport& report) const;
+  // Releases the ids that auditHazards() finds recorded without a result there; the base
+  // has none to release.
+  virtual void releaseUnplacedRecords(ReconcileReport&) {}
 
   // Drops what a scratch copy of a table holds of itself, before the copy is dropped.
   virtual void scratchRelease() {}

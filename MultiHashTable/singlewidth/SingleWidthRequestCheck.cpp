@@ -56,6 +56,40 @@ RequestCheck keyGeometry(const MultiHashTable& table, const HashEntryKey& key) {
   return verdict;
 }
 
+// A key placed anew while it stands elsewhere stays recorded at its old id: the id leaks,
+// held for a key that no result names there, until a reconcile releases it.
+RequestCheck leakOf(const MultiHashTable& table, const HashEntryKey& key, EntryId placedAt) {
+  const EntryId* current = table.hashEntryStatus()->statusFind(key);
+  if (current == nullptr || !current->isValid() || *current == placedAt) return RequestCheck::accepted();
+  return RequestCheck::hazardous("the key stands at id " + idText(*current) + ", which stays recorded for it when " +
+                                 "it is published at id " + idText(placedAt) + ": id " + idText(*current) +
+                                 " leaks until a reconcile releases it");
+}
+
+// The moves a placement makes publish each moved key at its new id. A key moved from an id
+// that its result does not name (a leaked id) is published there instead of where it
+// stands, which leaks its old id in turn; a key without a request gets a result again.
+RequestCheck movesOf(const MultiHashTable& table, const HashEntryKey& key) {
+  const MultiHashTable::MovePrediction prediction = table.predictMoves(key);
+  RequestCheck verdict = RequestCheck::accepted();
+  const HashEntryConfig* config = table.hashEntryConfig().ptr();
+  for (const MultiHashTable::PlannedMove& move : prediction.moves) {
+    const std::string moving =
+        "the placement moves key " + keyText(move.key) + " from id " + idText(move.from) + " to id " + idText(move.to);
+    if (config != nullptr && !config->configHas(move.key)) {
+      verdict.worsen(RequestCheck::hazardous(moving + " and publishes that id for it, though it has no request"));
+      continue;
+    }
+    const EntryId result = table.hashEntryStatus()->status(move.key);
+    if (result != move.from) {
+      verdict.worsen(RequestCheck::hazardous(moving + ", an id that its result (" + idText(result) +
+                                             ") does not name: it is published at id " + idText(move.to) + " and id " +
+                                             idText(result) + " leaks"));
+    }
+  }
+  return verdict;
+}
+
 }  // namespace
 
 namespace singleWidthCheck {
@@ -81,11 +115,7 @@ RequestCheck placementAt(const MultiHashTable& table, const HashEntryKey& key, E
                                            ", which has the same crc16 and crc32: both keys are published at id " +
                                            idText(eId)));
   }
-  if (const EntryId* current = table.hashEntryStatus()->statusFind(key); current != nullptr && current->isValid()) {
-    verdict.worsen(RequestCheck::hazardous("the key stands at id " + idText(*current) +
-                                           ", which stays recorded for it after it is published at id " + idText(eId) +
-                                           ": that slot is lost until another key's removal frees it"));
-  }
+  verdict.worsen(leakOf(table, key, eId));
   verdict.worsen(keyGeometry(table, key));
   return verdict;
 }
@@ -104,6 +134,7 @@ RequestCheck placement(const MultiHashTable& table, const HashEntryKey& key) {
   switch (first.found) {
     case MultiHashTable::FirstPass::freeSlot:
       verdict = RequestCheck::accepted("the key is placed at id " + idText(first.eId));
+      verdict.worsen(leakOf(table, key, first.eId));
       break;
     case MultiHashTable::FirstPass::zeroKeyAtOne:
       verdict =
@@ -121,14 +152,26 @@ RequestCheck placement(const MultiHashTable& table, const HashEntryKey& key) {
       verdict = RequestCheck::accepted(
           "no candidate slot is free: occupants are moved to make room, or the key gets "
           "no room");
+      verdict.worsen(movesOf(table, key));
       break;
   }
   verdict.worsen(keyGeometry(table, key));
   return verdict;
 }
 
-RequestCheck removal(const MultiHashTable&, const HashEntryKey&) {
-  return RequestCheck::accepted("the key's position is freed and its result removed");
+RequestCheck removal(const MultiHashTable& table, const HashEntryKey& key) {
+  RequestCheck verdict = RequestCheck::accepted("the key's position is freed and its result removed");
+  // The removal frees the id that the result names; any other id recorded for the key (it
+  // lies among the key's candidates, where every placement records) stays recorded.
+  const EntryId result = table.hashEntryStatus()->status(key);
+  for (const Candidate& place : table.candidates(key)) {
+    const HashEntryKey* held = table.hashTableEntryFind(place.id);
+    if (place.id == result || held == nullptr || !(*held == key)) continue;
+    verdict.worsen(RequestCheck::hazardous("the removal frees id " + idText(result) + " only: id " + idText(place.id) +
+                                           " stays recorded for the key, which then has no "
+                                           "request, and a later move may publish it again"));
+  }
+  return verdict;
 }
 
 }  // namespace singleWidthCheck

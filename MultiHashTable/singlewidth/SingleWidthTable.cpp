@@ -268,16 +268,106 @@ U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep)
   return 0;
 }
 
+// The table's own records: read, changed, traced and published as the chain goes.
+class MultiHashTable::LiveMoves {
+ public:
+  explicit LiveMoves(MultiHashTable& table) noexcept : table_(table) {}
+
+  const HashEntryKey* occupant(EntryId eId) const noexcept { return table_.hashTableEntryFind(eId); }
+  bool occupied(EntryId eId) const noexcept { return table_.hashTableEntryHas(eId); }
+  U32 bucket(const HashEntryKey& key, U32 bank) const { return table_.bucketOf(key, bank); }
+  EntryId slot(U32 bank, U32 bucket, U32 slot) const {
+    return table_.calcEntryId(bank, bucket, SlotId(static_cast<U8>(slot)));
+  }
+  static constexpr bool stopped() noexcept { return false; }
+  std::vector<EntryId>& chain() noexcept { return table_.rehashChain_; }
+
+  void entering(EntryId eId, U32 targetBank, U32 stepsRemaining) const {
+    MHT_TRACE_IN("rehashEntry", 2,
+                 "rehashEntry"
+                     << " rehash eId: " << eId << " to bank " << targetBank << " with " << stepsRemaining
+                     << " steps remaining");
+  }
+  void notMoved(EntryId eId) const {
+    MHT_TRACE_IN("rehashEntry", 2,
+                 "rehashEntry"
+                     << " eId: " << eId << " is already being moved further up the chain; not moved");
+  }
+  void move(EntryId from, EntryId to, const HashEntryKey& key) {
+    table_.hashTableEntryDel(from);
+    table_.hashTableEntryIs(to, key);
+    table_.hashEntryStatus()->statusIs(key, to);
+    table_.numMovesInc(1);
+    MHT_TRACE_IN("rehashEntry", 2,
+                 "rehashEntry"
+                     << " Insert key: " << key << " at eId: " << to);
+  }
+
+ private:
+  MultiHashTable& table_;
+};
+
+// A check's view: the table's records under the moves made so far, which it keeps apart
+// (the latest change of an id wins) and lists, and a bank that would stop the agent noted
+// instead of reached.
+class MultiHashTable::DryMoves {
+ public:
+  DryMoves(const MultiHashTable& table, MovePrediction& prediction) noexcept : table_(table), prediction_(prediction) {}
+
+  const HashEntryKey* occupant(EntryId eId) const noexcept {
+    for (auto change = changes_.rbegin(); change != changes_.rend(); ++change) {
+      if (change->first == eId) return change->second ? &*change->second : nullptr;
+    }
+    return table_.hashTableEntryFind(eId);
+  }
+  bool occupied(EntryId eId) const noexcept { return occupant(eId) != nullptr; }
+  U32 bucket(const HashEntryKey& key, U32 bank) {
+    const Bank* b = table_.bankFind(bank);
+    if (b == nullptr || !b->selectsBuckets()) {
+      prediction_.stops = true;
+      return 0;
+    }
+    return b->bucketIdOf(key.crc16(), key.crc32(), false, 0);
+  }
+  EntryId slot(U32 bank, U32 bucket, U32 slot) const noexcept {
+    return table_.entryIdOf(bank, bucket, SlotId(static_cast<U8>(slot)));
+  }
+  bool stopped() const noexcept { return prediction_.stops; }
+  std::vector<EntryId>& chain() noexcept { return chain_; }
+
+  void entering(EntryId, U32, U32) const noexcept {}
+  void notMoved(EntryId) const noexcept {}
+  void move(EntryId from, EntryId to, const HashEntryKey& key) {
+    changes_.emplace_back(from, std::nullopt);
+    changes_.emplace_back(to, key);
+    prediction_.moves.push_back(PlannedMove{from, to, key});
+  }
+
+ private:
+  const MultiHashTable& table_;
+  MovePrediction& prediction_;
+  std::vector<std::pair<EntryId, std::optional<HashEntryKey>>> changes_;
+  std::vector<EntryId> chain_;
+};
+
 std::optional<EntryId> MultiHashTable::secondPass(const HashEntryKey& key, U32 recursionStep, const char* caller) {
-  // Make room by moving an occupant, bank 0 to bank 1 and any other bank to 0.
+  LiveMoves live(*this);
   Traced traced;
-  const CandidateWalk walk = walkCandidates(key, traced, [&](const CandidateSlot& place) {
-    return rehashEntry(place.eId, place.bank == 0 ? 1 : 0, recursionStep, key.entryType()) ? WalkStep::stop
-                                                                                           : WalkStep::next;
-  });
+  const CandidateWalk walk = secondPassIn(live, traced, key, recursionStep);
   if (walk.end != CandidateWalk::stopped) return std::nullopt;
   MHT_ASSERT_TEXT_IN(caller, !hashTableEntryHas(walk.eId), "! hashTableEntryHas( eId )");
   return walk.eId;
+}
+
+template <class Moves, class Observer>
+MultiHashTable::CandidateWalk MultiHashTable::secondPassIn(Moves& moves, Observer& observer, const HashEntryKey& key,
+                                                           U32 recursionStep) const {
+  // Make room by moving an occupant, bank 0 to bank 1 and any other bank to 0.
+  return walkCandidates(key, observer, [&](const CandidateSlot& place) {
+    if (moves.stopped()) return WalkStep::stop;
+    return rehashIn(moves, place.eId, place.bank == 0 ? 1 : 0, recursionStep, key.entryType()) ? WalkStep::stop
+                                                                                               : WalkStep::next;
+  });
 }
 
 std::optional<EntryId> MultiHashTable::shortestMoves(const HashEntryKey& key, U32 maxMoves) {
@@ -314,21 +404,27 @@ std::optional<EntryId> MultiHashTable::shortestMoves(const HashEntryKey& key, U3
 }
 
 bool MultiHashTable::rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining, HashEntryType entryType) {
-  MHT_TRACE(2, "rehashEntry"
-                   << " rehash eId: " << eId << " to bank " << targetBank << " with " << stepsRemaining
-                   << " steps remaining");
-  const HashEntryKey* occupant = hashTableEntryFind(eId);
+  LiveMoves live(*this);
+  return rehashIn(live, eId, targetBank, stepsRemaining, entryType);
+}
+
+template <class Moves>
+bool MultiHashTable::rehashIn(Moves& moves, EntryId eId, U32 targetBank, U32 stepsRemaining,
+                              HashEntryType entryType) const {
+  moves.entering(eId, targetBank, stepsRemaining);
+  const HashEntryKey* occupant = moves.occupant(eId);
   if (occupant == nullptr) return true;
   const HashEntryKey moving = *occupant;
-  const U32 bucket = bucketOf(moving, targetBank);
-  const ChainLink link(rehashChain_, eId);
+  const U32 bucket = moves.bucket(moving, targetBank);
+  if (moves.stopped()) return false;
+  const ChainLink link(moves.chain(), eId);
 
   // Here only an absent entry is free; the default-key marker does not count.
   bool found = false;
   EntryId target;
   for (U32 s = 0; s < numBucketEntries() && !found; ++s) {
-    const EntryId t = calcEntryId(targetBank, bucket, SlotId(static_cast<U8>(s)));
-    if (!hashTableEntryHas(t)) {
+    const EntryId t = moves.slot(targetBank, bucket, s);
+    if (!moves.occupied(t)) {
       target = t;
       found = true;
     }
@@ -337,9 +433,9 @@ bool MultiHashTable::rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining
   if (!found) {
     if (numBucketEntries() == 0) return false;
     const U32 nextBank = targetBank == 0 ? 1 : 0;
-    for (U32 s = 0; s < numBucketEntries() && !found; ++s) {
-      const EntryId t = calcEntryId(targetBank, bucket, SlotId(static_cast<U8>(s)));
-      if (rehashEntry(t, nextBank, stepsRemaining - 1, entryType)) {
+    for (U32 s = 0; s < numBucketEntries() && !found && !moves.stopped(); ++s) {
+      const EntryId t = moves.slot(targetBank, bucket, s);
+      if (rehashIn(moves, t, nextBank, stepsRemaining - 1, entryType)) {
         target = t;
         found = true;
       }
@@ -350,23 +446,44 @@ bool MultiHashTable::rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining
   // A chain that came back to an entry whose key an outer call is already moving must not
   // move that key again: the outer call would then take the record of whichever key was
   // moved into the entry meanwhile. The deeper moves made for this call stay done.
-  if (isMovingFurtherUp(eId)) {
-    MHT_TRACE(2, "rehashEntry"
-                     << " eId: " << eId << " is already being moved further up the chain; not moved");
+  if (isMovingFurtherUp(moves.chain(), eId)) {
+    moves.notMoved(eId);
     return false;
   }
-  hashTableEntryDel(eId);
-  hashTableEntryIs(target, moving);
-  hashEntryStatus()->statusIs(moving, target);
-  numMovesInc(1);
-  MHT_TRACE(2, "rehashEntry"
-                   << " Insert key: " << moving << " at eId: " << target);
+  moves.move(eId, target, moving);
   return true;
 }
 
-bool MultiHashTable::isMovingFurtherUp(EntryId eId) const noexcept {
+bool MultiHashTable::isMovingFurtherUp(const std::vector<EntryId>& chain, EntryId eId) noexcept {
   // The last link is the asking call's own.
-  return std::find(rehashChain_.begin(), rehashChain_.end() - 1, eId) != rehashChain_.end() - 1;
+  return std::find(chain.begin(), chain.end() - 1, eId) != chain.end() - 1;
+}
+
+MultiHashTable::MovePrediction MultiHashTable::predictMoves(const HashEntryKey& key) const {
+  MovePrediction prediction;
+  if (numBanks() < 2) return prediction;
+  if (moveSearch() == MoveSearch::breadthFirst) {
+    SingleWidthMovePlanner planner;
+    if (!planner.plan(*this, key, maxRecursiveSteps())) return prediction;
+    const std::vector<EntryId>& slots = planner.slotsFromFreeEnd();
+    for (std::size_t i = 1; i < slots.size(); ++i) {
+      prediction.moves.push_back(PlannedMove{slots[i], slots[i - 1], hashTableEntry(slots[i])});
+    }
+    prediction.freed = slots.back();
+    return prediction;
+  }
+  DryMoves dry(*this, prediction);
+  Unobserved silent;
+  const CandidateWalk walk = secondPassIn(dry, silent, key, maxRecursiveSteps());
+  if (walk.end == CandidateWalk::stopped && !prediction.stops) {
+    // The placement stops when the slot it freed is taken after all.
+    if (dry.occupied(walk.eId)) {
+      prediction.stops = true;
+    } else {
+      prediction.freed = walk.eId;
+    }
+  }
+  return prediction;
 }
 
 bool MultiHashTable::checkEntryIdValidity(const HashEntryKey& key, EntryId eId) {

@@ -102,9 +102,35 @@ class MultiHashTable : public MultiHashTableBase {
   // with up to stepsRemaining moves; true when eId is free afterwards.
   bool rehashEntry(EntryId eId, U32 targetBank, U32 stepsRemaining, HashEntryType entryType);
 
+  // The moves that a placement of the key would make to free one of its candidate slots,
+  // worked out over the records as they stand without making them, by the search that
+  // moveSearch chooses: the keys it would move, and so publish, in the order it would move
+  // them. Traces nothing. Meaningful when the first pass finds no free slot.
+  struct PlannedMove {
+    EntryId from;
+    EntryId to;
+    HashEntryKey key;
+  };
+  struct MovePrediction {
+    std::vector<PlannedMove> moves;
+    std::optional<EntryId> freed;  // the key's candidate slot that the moves free
+    bool stops = false;            // the search reaches a bank that stops the agent
+  };
+  MovePrediction predictMoves(const HashEntryKey& key) const;
+
   // Every bank present and built for single-width entries, with the table's figures,
   // selecting only buckets whose ids the table lays out for it.
   ConfigurationCheck configurationCheck() const override;
+
+  // An id recorded for a key that no result names: the key's result is another id (a
+  // leaked id), or the key has no request.
+  struct UnplacedRecord {
+    EntryId id;
+    HashEntryKey key;
+    bool requested;  // the key has a request
+    EntryId result;  // the key's result; invalid when it has none
+  };
+  std::vector<UnplacedRecord> unplacedRecords() const;
 
   // Every valid status names an id recorded for the key (or a key with the same hashes),
   // every id is below the capacity, and the counters cover the recorded ids.
@@ -116,6 +142,8 @@ class MultiHashTable : public MultiHashTableBase {
   RequestCheck checkRemoval(const HashEntryKey& key) const override;
   Ptr<MultiHashTableBase> scratchCopy(const Ptr<const HashEntryConfig>& config,
                                       const Ptr<HashEntryStatus>& status) const override;
+  void auditHazards(AuditReport& report) const override;
+  void releaseUnplacedRecords(ReconcileReport& report) override;
 
  public:
   void handleInitialized();
@@ -151,6 +179,16 @@ class MultiHashTable : public MultiHashTableBase {
   // Makes room by moving an occupant, bank 0 to bank 1 and any other bank to 0. `caller` is
   // insertEntry's signature, which a broken invariant here reports.
   std::optional<EntryId> secondPass(const HashEntryKey& key, U32 recursionStep, const char* caller);
+
+  // The depth-first chain of moves over a view of the records: the table's own, which it
+  // changes, traces and publishes (LiveMoves), or a check's copy-on-write view of them,
+  // which records what would move (DryMoves).
+  class LiveMoves;
+  class DryMoves;
+  template <class Moves>
+  bool rehashIn(Moves& moves, EntryId eId, U32 targetBank, U32 stepsRemaining, HashEntryType entryType) const;
+  template <class Moves, class Observer>
+  CandidateWalk secondPassIn(Moves& moves, Observer& observer, const HashEntryKey& key, U32 recursionStep) const;
   // The breadth-first search for room: the shortest sequence of moves that the planner
   // finds, applied from its free end backwards; the key's candidate slot that it frees.
   std::optional<EntryId> shortestMoves(const HashEntryKey& key, U32 maxMoves);
@@ -168,7 +206,7 @@ class MultiHashTable : public MultiHashTableBase {
     std::vector<EntryId>& chain_;
   };
   // Whether a call further up the chain than the newest one is moving the key at eId.
-  bool isMovingFurtherUp(EntryId eId) const noexcept;
+  static bool isMovingFurtherUp(const std::vector<EntryId>& chain, EntryId eId) noexcept;
 
   const bool bucketSpanBanks_;
   std::vector<EntryId> rehashChain_;

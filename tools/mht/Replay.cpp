@@ -207,15 +207,37 @@ class Replay {
       err_ << fileName_ << ':' << position_.line() << ": note: reconcile keeps " << keyFields(kept.key) << " "
            << idText(kept.requested) << ": " << kept.reason << '\n';
     }
+    for (const RemovedResult& removed : report.removed()) {
+      err_ << fileName_ << ':' << position_.line() << ": note: reconcile removes the result " << idText(removed.id)
+           << " of " << keyFields(removed.key) << ": its request is gone\n";
+    }
+    for (const ReleasedId& released : report.released()) {
+      err_ << fileName_ << ':' << position_.line() << ": note: reconcile releases id " << idText(released.id) << " of "
+           << keyFields(released.key) << ": " << released.reason << '\n';
+    }
   }
 
-  // The tables' consistency audit; a violation stops the replay like a bad line.
+  // The tables' consistency audit: a corruption stops the replay like a bad line; a
+  // hazard that the table's rules leave behind (a leaked id, a record or a result without a
+  // request) is a warning at the line where it first appears, an error under --strict.
   void audit() {
-    const std::vector<std::string> violations = session_->table().audit();
-    if (violations.empty()) return;
-    std::string text = "audit found " + std::to_string(violations.size()) + " violation(s):";
-    for (const std::string& v : violations) text += "\n  " + v;
-    throw LineError(text);
+    const AuditReport report = session_->table().auditReport();
+    const std::vector<std::string> violations = report.texts(AuditKind::corruption);
+    if (!violations.empty()) {
+      std::string text = "audit found " + std::to_string(violations.size()) + " violation(s):";
+      for (const std::string& v : violations) text += "\n  " + v;
+      throw LineError(text);
+    }
+    std::vector<std::string> hazards;
+    for (const AuditFinding& finding : report.findings()) {
+      hazards.push_back(std::string(auditKindName(finding.kind)) + ": " + finding.text);
+    }
+    for (const std::string& hazard : hazards) {
+      if (std::find(auditHazards_.begin(), auditHazards_.end(), hazard) != auditHazards_.end()) continue;
+      if (options_.strict) throw LineError("audit: " + hazard);
+      err_ << fileName_ << ':' << position_.line() << ": warning: audit: " << hazard << '\n';
+    }
+    auditHazards_ = std::move(hazards);
   }
 
   // How the table searches for room from the next request on.
@@ -241,6 +263,8 @@ class Replay {
   std::ostream& err_;
   std::unique_ptr<TableSession> session_;
   bool requestsStarted_ = false;
+  // The hazards that the last audit found, each reported once, where it first appears.
+  std::vector<std::string> auditHazards_;
 };
 
 }  // namespace
