@@ -73,14 +73,23 @@ RequestCheck movesOf(const MultiHashTable& table, const HashEntryKey& key) {
   const MultiHashTable::MovePrediction prediction = table.predictMoves(key);
   RequestCheck verdict = RequestCheck::accepted();
   const HashEntryConfig* config = table.hashEntryConfig().ptr();
+  // The results as the moves before each one leave them: a key may move more than once.
+  std::vector<std::pair<HashEntryKey, EntryId>> published;
+  const auto resultOf = [&](const HashEntryKey& moved) {
+    for (auto p = published.rbegin(); p != published.rend(); ++p) {
+      if (p->first == moved) return p->second;
+    }
+    return table.hashEntryStatus()->status(moved);
+  };
   for (const MultiHashTable::PlannedMove& move : prediction.moves) {
+    const EntryId result = resultOf(move.key);
+    published.emplace_back(move.key, move.to);
     const std::string moving =
         "the placement moves key " + keyText(move.key) + " from id " + idText(move.from) + " to id " + idText(move.to);
     if (config != nullptr && !config->configHas(move.key)) {
       verdict.worsen(RequestCheck::hazardous(moving + " and publishes that id for it, though it has no request"));
       continue;
     }
-    const EntryId result = table.hashEntryStatus()->status(move.key);
     if (result != move.from) {
       verdict.worsen(RequestCheck::hazardous(moving + ", an id that its result (" + idText(result) +
                                              ") does not name: it is published at id " + idText(move.to) + " and id " +

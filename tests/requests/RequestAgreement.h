@@ -5,7 +5,11 @@
 //  - a verdict that passes: the reaction does not stop, and the audit is clean after it;
 //  - stopsNow: the reaction stops, on the assertion the verdict names (the round ends
 //    there: a stopped reaction leaves the table half done);
-//  - hazardous or stopsLater: the request is not made, so the table stays clean.
+//  - a leak (an id left recorded behind a key, a record or a result published without a
+//    request): the request is made, and the audit finds the hazard that the verdict named
+//    and no corruption;
+//  - any other hazard, or stopsLater: the request is not made, so the table stays clean.
+// A verdict that passes adds no hazard to the audit.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -51,6 +55,80 @@ inline bool holds(const RequestCheck& verdict, const std::optional<std::string>&
   return violations.empty();
 }
 
+// The audit's hazards: the ids recorded where no result places them, and the results
+// without a request.
+struct HazardCounts {
+  std::size_t unplaced = 0;
+  std::size_t results = 0;
+  AuditReport report;
+
+  static HazardCounts of(const MultiHashTableBase& table) {
+    AuditReport report = table.auditReport();
+    return HazardCounts{report.count(AuditKind::leakedId) + report.count(AuditKind::recordWithoutRequest),
+                        report.count(AuditKind::resultWithoutRequest), std::move(report)};
+  }
+  bool has(AuditKind kind, const std::string& part) const {
+    for (const std::string& text : report.texts(kind)) {
+      if (text.find(part) != std::string::npos) return true;
+    }
+    return false;
+  }
+};
+
+// The number that follows `before` and precedes `after` in a verdict's reason, as text.
+inline std::string numberBetween(const std::string& reason, const std::string& before, const std::string& after) {
+  const std::size_t end = reason.find(after);
+  if (end == std::string::npos) return {};
+  const std::size_t start = reason.rfind(before, end);
+  if (start == std::string::npos) return {};
+  return reason.substr(start + before.size(), end - start - before.size());
+}
+
+// The hazards that a verdict names, by what each leaves in the audit.
+inline std::string leakedIdNamed(const RequestCheck& v) { return numberBetween(v.reason(), "id ", " leaks"); }
+inline std::string recordNamed(const RequestCheck& v) {
+  return numberBetween(v.reason(), "id ", " stays recorded for the key, which then has no request");
+}
+inline std::string resultNamed(const RequestCheck& v) {
+  return numberBetween(v.reason(), "to id ", " and publishes that id for it, though it has no request");
+}
+// A hazard that the request check names and the audit finds: the write is made.
+inline bool leavesRecordHazard(const RequestCheck& v) {
+  return v.hazard() && (!leakedIdNamed(v).empty() || !recordNamed(v).empty() || !resultNamed(v).empty());
+}
+
+// What the write left in the audit's hazards against what its verdict named.
+inline void holdsHazards(const RequestCheck& verdict, const HazardCounts& before, const MultiHashTableBase& table,
+                         const std::string& what) {
+  const HazardCounts after = HazardCounts::of(table);
+  if (verdict.passes()) {
+    EXPECT_LE(after.unplaced, before.unplaced) << what << ": a passing verdict left an id recorded: " << after.report;
+    EXPECT_LE(after.results, before.results) << what << ": a passing verdict published a result without a request";
+    return;
+  }
+  // The moves of one placement may take a key more than once: what they leave is a hazard.
+  if (verdict.reason().rfind("the placement moves key", 0) == 0) {
+    EXPECT_GT(after.unplaced + after.results, 0u) << what << ": " << verdict.text();
+    return;
+  }
+  if (const std::string id = leakedIdNamed(verdict); !id.empty()) {
+    EXPECT_TRUE(after.has(AuditKind::leakedId, "id " + id + " is recorded") ||
+                after.has(AuditKind::recordWithoutRequest, "id " + id + " is recorded"))
+        << what << ": " << verdict.text() << "\n"
+        << after.report;
+  }
+  if (const std::string id = recordNamed(verdict); !id.empty()) {
+    EXPECT_TRUE(after.has(AuditKind::recordWithoutRequest, "id " + id + " is recorded"))
+        << what << ": " << verdict.text() << "\n"
+        << after.report;
+  }
+  if (const std::string id = resultNamed(verdict); !id.empty()) {
+    EXPECT_TRUE(after.has(AuditKind::resultWithoutRequest, "has the result " + id + " but no request"))
+        << what << ": " << verdict.text() << "\n"
+        << after.report;
+  }
+}
+
 template <class MakeKey>
 int checkAgreement(MultiHashTableBase& table, HashEntryConfig& config, HashEntryStatus& status, std::mt19937& rng,
                    MakeKey makeKey, int requests = 60) {
@@ -79,6 +157,8 @@ int checkAgreement(MultiHashTableBase& table, HashEntryConfig& config, HashEntry
     if (action < 3) {
       const auto stop = stopOf([&] { table.reconcile(); });
       if (!holds(RequestCheck::accepted(), stop, table, "reconcile")) return executed;
+      const HazardCounts after = HazardCounts::of(table);
+      EXPECT_EQ(after.unplaced + after.results, 0u) << "reconcile left " << after.report;
       continue;
     }
     const HashEntryKey key = anyKey();
@@ -88,11 +168,15 @@ int checkAgreement(MultiHashTableBase& table, HashEntryConfig& config, HashEntry
         EXPECT_FALSE(config.configHas(key));
         continue;
       }
-      if (verdict.hazard() || verdict.outcome() == RequestOutcome::stopsLater) continue;
+      if ((verdict.hazard() && !leavesRecordHazard(verdict)) || verdict.outcome() == RequestOutcome::stopsLater) {
+        continue;
+      }
+      const HazardCounts before = HazardCounts::of(table);
       deaf([&] { config.configDel(key); });
       std::ostringstream what;
       what << "del " << key;
       if (!holds(verdict, stopOf([&] { table.handleHashUpdate(key); }), table, what.str())) return executed;
+      holdsHazards(verdict, before, table, what.str());
       continue;
     }
     EntryId id;
@@ -116,11 +200,15 @@ int checkAgreement(MultiHashTableBase& table, HashEntryConfig& config, HashEntry
       EXPECT_EQ(config.config(key), id);
       continue;
     }
-    if (verdict.hazard() || verdict.outcome() == RequestOutcome::stopsLater) continue;
+    if ((verdict.hazard() && !leavesRecordHazard(verdict)) || verdict.outcome() == RequestOutcome::stopsLater) {
+      continue;
+    }
+    const HazardCounts before = HazardCounts::of(table);
     deaf([&] { config.configIs(key, id); });
     std::ostringstream what;
     what << "set " << key << " " << id;
     if (!holds(verdict, stopOf([&] { table.handleHashUpdate(key); }), table, what.str())) return executed;
+    holdsHazards(verdict, before, table, what.str());
     EXPECT_TRUE(status.statusHas(key)) << what.str();
   }
   return executed;
