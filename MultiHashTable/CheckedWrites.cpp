@@ -5,6 +5,16 @@
 
 namespace TesselCentral {
 
+namespace {
+
+// A write from inside the table's own status notification is never made: the placement
+// under way would not know of it.
+bool refusesNow(const MultiHashTableBase& table, WriteRefusal refusal, const RequestCheck& verdict) noexcept {
+  return table.reacting() || refuses(refusal, verdict);
+}
+
+}  // namespace
+
 bool refuses(WriteRefusal refusal, const RequestCheck& verdict) noexcept {
   if (verdict.fatal()) return true;
   return refusal == WriteRefusal::fatalOrHazard && !verdict.passes();
@@ -13,7 +23,7 @@ bool refuses(WriteRefusal refusal, const RequestCheck& verdict) noexcept {
 CheckedWrite checkedConfigIs(HashEntryConfig& config, const MultiHashTableBase& table, const HashEntryKey& key,
                              EntryId id, WriteRefusal refusal) {
   CheckedWrite write{table.requestCheck(key, id), false};
-  if (refuses(refusal, write.verdict)) return write;
+  if (refusesNow(table, refusal, write.verdict)) return write;
   config.configIs(key, id);
   write.written = true;
   return write;
@@ -22,7 +32,7 @@ CheckedWrite checkedConfigIs(HashEntryConfig& config, const MultiHashTableBase& 
 CheckedWrite checkedConfigDel(HashEntryConfig& config, const MultiHashTableBase& table, const HashEntryKey& key,
                               WriteRefusal refusal) {
   CheckedWrite write{table.removalCheck(key), false};
-  if (refuses(refusal, write.verdict)) return write;
+  if (refusesNow(table, refusal, write.verdict)) return write;
   config.configDel(key);
   write.written = true;
   return write;

@@ -28,7 +28,8 @@ struct CheckedWrite {
 };
 
 // configIs(key, id) on `config`, the request collection that `table` reacts to, unless the
-// table's request check refuses it.
+// table's request check refuses it. A write from inside one of the table's own status
+// notifications (the table is reacting to another request) is always refused.
 CheckedWrite checkedConfigIs(HashEntryConfig& config, const MultiHashTableBase& table, const HashEntryKey& key,
                              EntryId id, WriteRefusal refusal = WriteRefusal::fatal);
 // configDel(key) on `config`, unless the table's removal check refuses it.

@@ -83,10 +83,28 @@ void MultiHashTableBase::hashEntryConfigDispatch(const Fwk::Notification& n) noe
   handleHashUpdate(*static_cast<const HashEntryKey*>(n.key));
 }
 
+namespace {
+
+// Counts the reactions under way, so that a request written from inside a status
+// notification can be told apart.
+class ReactionScope {
+ public:
+  explicit ReactionScope(U32& depth) noexcept : depth_(depth) { ++depth_; }
+  ~ReactionScope() { --depth_; }
+  ReactionScope(const ReactionScope&) = delete;
+  ReactionScope& operator=(const ReactionScope&) = delete;
+
+ private:
+  U32& depth_;
+};
+
+}  // namespace
+
 void MultiHashTableBase::handleHashUpdate(const HashEntryKey& key) {
   MHT_TRACE(1, "MultiHashTableBase::"
                    << "handleHashUpdate"
                    << " key: " << key);
+  const ReactionScope scope(reactionDepth_);
   const EntryId* requested = hashEntryConfig_->configFind(key);
   if (requested == nullptr) {
     MHT_ASSERT_TEXT(hashEntryStatus()->statusHas(key), condition::removedKeyWasHandled);
@@ -151,6 +169,16 @@ namespace {
 
 // A request that reaches the table reaches its configuration too: the verdict keeps the
 // worse of the two.
+// A request written while the table reacts to another is reacted to in the middle of that
+// placement, whose remaining moves and records do not know of it.
+RequestCheck withinReaction(RequestCheck verdict, bool reacting) {
+  if (!reacting || verdict.outcome() == RequestOutcome::unchanged) return verdict;
+  verdict.worsen(RequestCheck::hazardous(
+      "the table is placing another key: a write from inside its status notification is reacted to in the middle "
+      "of that placement, whose remaining moves may overwrite what this one records, or stop the agent"));
+  return verdict;
+}
+
 RequestCheck withConfiguration(RequestCheck verdict, const ConfigurationCheck& configuration) {
   if (configuration.passes() || verdict.outcome() == RequestOutcome::unchanged ||
       verdict.outcome() == RequestOutcome::noReaction) {
@@ -172,7 +200,7 @@ RequestCheck MultiHashTableBase::requestCheck(const HashEntryKey& key, EntryId i
         "the table does not listen to its requests: the request waits for a resync or a "
         "reconcile");
   }
-  return withConfiguration(reactionCheck(key, id), configurationCheck());
+  return withinReaction(withConfiguration(reactionCheck(key, id), configurationCheck()), reacting());
 }
 
 RequestCheck MultiHashTableBase::reactionCheck(const HashEntryKey& key, EntryId requested) const {
@@ -196,7 +224,7 @@ RequestCheck MultiHashTableBase::removalCheck(const HashEntryKey& key) const {
                                   "the table never handled this key (its request was written while the table did not "
                                   "listen, or before the table existed), so it has nothing to remove");
   }
-  return withConfiguration(checkRemoval(key), configurationCheck());
+  return withinReaction(withConfiguration(checkRemoval(key), configurationCheck()), reacting());
 }
 
 RequestCheck MultiHashTableBase::checkPlacementAt(const HashEntryKey&, EntryId) const {
@@ -292,6 +320,7 @@ ReconcileReport MultiHashTableBase::reconcile() {
                    << "reconcile");
   ReconcileReport report;
   if (!hashEntryConfig_) return report;
+  const ReactionScope scope(reactionDepth_);
   const auto keep =
       [&](const HashEntryKey& key, EntryId requested, std::string reason) {
         MHT_TRACE_IN("reconcile", 2,

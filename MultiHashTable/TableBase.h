@@ -105,6 +105,9 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
   void hashEntryConfigDispatch(const Fwk::Notification& n) noexcept;
   // The reaction to one changed request.
   void handleHashUpdate(const HashEntryKey& key);
+  // Whether the table is reacting to a request now: a request written from inside one of
+  // its status notifications is reacted to in the middle of another key's placement.
+  bool reacting() const noexcept { return reactionDepth_ != 0; }
   // Full resync: reacts to every current request; never removes anything.
   void handleHashUpdate();
 
@@ -217,6 +220,7 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
   U32 numMoves_ = 0;
   KeyByEntryId hashTableEntry_;
   MoveSearch moveSearch_ = MoveSearch::depthFirst;
+  U32 reactionDepth_ = 0;
 };
 
 Ptr<MultiHashTableBase> multiHashTableBaseFactory(U32 numBanks, U32 numBuckets, U32 numBucketEntries,
