@@ -6,7 +6,8 @@
 #
 # Every file belongs to one of three components, which the Debian packages follow:
 #   runtime  the shared libraries (versioned names and SONAME links)
-#   dev      headers, the unversioned .so links, the CMake package, the .pc files
+#   dev      headers, the unversioned .so links, the CMake package, the .pc files, and
+#            the documents for the agent's developers (cmake/Packaging.cmake)
 #   tools    the mht tool, its man page and its bash completion (tools/CMakeLists.txt)
 include(CMakePackageConfigHelpers)
 

@@ -1,7 +1,8 @@
 # Debian packages of the installed components, made by `cpack -G DEB` in a build directory:
 #
 #   libmultihashtable1       runtime: libMultiHashTable.so.1 and libmhtframework.so.1
-#   libmultihashtable-dev    dev:     headers, .so links, CMake package, pkg-config files
+#   libmultihashtable-dev    dev:     headers, .so links, CMake package, pkg-config files,
+#                                     the documents hardware.md, requests.md, architecture.md
 #   multihashtable-tools     tools:   mht, its man page and its bash completion
 #
 # The runtime package's name carries the SONAME version, so that a later incompatible
@@ -29,6 +30,22 @@ foreach(component runtime dev tools)
   install(FILES packaging/copyright ${MHT_CHANGELOG_GZ}
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${MHT_${upper}_PACKAGE} COMPONENT ${component})
 endforeach()
+
+# The documents for the agent's developers go with the headers, in the dev package's own
+# documentation directory, compressed as Debian's policy asks of documents over 4 kB (the
+# man page of mht names them there).
+set(MHT_DEV_DOCS hardware requests architecture)
+set(MHT_DEV_DOCS_GZ "")
+foreach(doc IN LISTS MHT_DEV_DOCS)
+  set(gz ${CMAKE_CURRENT_BINARY_DIR}/packaging/${doc}.md.gz)
+  execute_process(COMMAND gzip -9nc ${CMAKE_CURRENT_SOURCE_DIR}/docs/${doc}.md OUTPUT_FILE ${gz} RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "cannot compress docs/${doc}.md")
+  endif()
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/docs/${doc}.md)
+  list(APPEND MHT_DEV_DOCS_GZ ${gz})
+endforeach()
+install(FILES ${MHT_DEV_DOCS_GZ} DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${MHT_DEV_PACKAGE} COMPONENT dev)
 
 set(CPACK_PACKAGE_NAME multihashtable)
 set(CPACK_PACKAGE_VENDOR "MultiHashTable developers")
@@ -76,7 +93,8 @@ banks each offer a key one bucket of a few slots, with entries one, two or
 four slots wide.
 .
 This package holds the C++20 headers, the CMake package (find_package
-MultiHashTable) and the pkg-config files multihashtable and mhtframework.")
+MultiHashTable), the pkg-config files multihashtable and mhtframework, and
+the documents on the chip's hash tables, the requests and the architecture.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${MHT_TOOLS_PACKAGE})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)

@@ -1,7 +1,8 @@
 # Makes the Debian packages of a build, unpacks them into a scratch root (nothing is
 # installed on the system), and uses them there: the client project with find_package,
-# the client compiled with pkg-config's flags, and the packaged mht. Lintian checks the
-# packages first: no error, and no warning beyond the accepted ones.
+# the client compiled with pkg-config's flags, the packaged mht and its man page, and the
+# dev package's documents. Lintian checks the packages first: no error, and no warning
+# beyond the accepted ones.
 #   cmake -DBUILD_DIR=<build> -DSOURCE_DIR=<tests/package> -DWORK_DIR=<scratch>
 #         -DCPACK=<cpack> -DCXX=<compiler> -DPKG_CONFIG=<pkg-config>
 #         -DLINTIAN=<lintian> -DLINTIAN_ACCEPTED=<packaging/lintian-accepted> -P RunDebPackageTest.cmake
@@ -89,5 +90,25 @@ expect_match("mht --version" "${version}" "^mht ${dev_version}\nlibrary MultiHas
 foreach(file share/man/man1/mht.1.gz share/bash-completion/completions/mht)
   if(NOT EXISTS "${root}/usr/${file}")
     message(FATAL_ERROR "multihashtable-tools lacks /usr/${file}")
+  endif()
+endforeach()
+
+# The documents of the dev package, where the man page says they are, and readable.
+set(docdir "${root}/usr/share/doc/libmultihashtable-dev")
+execute_process(COMMAND gzip -dc "${root}/usr/share/man/man1/mht.1.gz" OUTPUT_VARIABLE page RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "cannot read the man page of mht (${rc})")
+endif()
+foreach(doc hardware requests architecture)
+  if(NOT EXISTS "${docdir}/${doc}.md.gz")
+    message(FATAL_ERROR "libmultihashtable-dev lacks /usr/share/doc/libmultihashtable-dev/${doc}.md.gz")
+  endif()
+  execute_process(COMMAND gzip -dc "${docdir}/${doc}.md.gz" OUTPUT_VARIABLE text RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0 OR NOT text MATCHES "^# ")
+    message(FATAL_ERROR "/usr/share/doc/libmultihashtable-dev/${doc}.md.gz is not a gzipped document")
+  endif()
+  string(FIND "${page}" "/usr/share/doc/libmultihashtable\\-dev/${doc}.md.gz" at)
+  if(at EQUAL -1)
+    message(FATAL_ERROR "the man page of mht does not name /usr/share/doc/libmultihashtable-dev/${doc}.md.gz")
   endif()
 endforeach()

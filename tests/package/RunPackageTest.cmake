@@ -7,6 +7,12 @@ set(prefix "${WORK_DIR}/prefix")
 include("${CMAKE_CURRENT_LIST_DIR}/Run.cmake")
 
 run(${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${prefix}")
+# The documents for the agent's developers, in the dev package's documentation directory.
+foreach(doc hardware requests architecture)
+  if(NOT EXISTS "${prefix}/share/doc/libmultihashtable-dev/${doc}.md.gz")
+    message(FATAL_ERROR "the install lacks share/doc/libmultihashtable-dev/${doc}.md.gz")
+  endif()
+endforeach()
 run(${CMAKE_COMMAND} -S "${SOURCE_DIR}" -B "${WORK_DIR}/client" -G Ninja "-DCMAKE_PREFIX_PATH=${prefix}")
 run(${CMAKE_COMMAND} --build "${WORK_DIR}/client")
 run("${WORK_DIR}/client/client")
