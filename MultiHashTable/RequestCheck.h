@@ -11,10 +11,12 @@
 #pragma once
 
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "AuditReport.h"
 #include "MultiHashTableTypes.h"
 
 namespace TesselCentral {
@@ -63,6 +65,17 @@ class RequestCheck {
   // Nothing to report: the write does what it asks, or nothing at all.
   bool passes() const noexcept { return !fatal() && !hazard() && !unserved(); }
 
+  // The hazard that the write leaves behind for the audit to find, by its kind (a leaked
+  // id, a record or a result without a request) and the id it concerns; none for a write
+  // that leaves nothing of the kind.
+  std::optional<AuditKind> leaves() const noexcept { return leaves_; }
+  EntryId leftAt() const noexcept { return leftAt_; }
+  RequestCheck leaving(AuditKind kind, EntryId id) && {
+    leaves_ = kind;
+    leftAt_ = id;
+    return std::move(*this);
+  }
+
   // "" when the check passes; otherwise one line: what happens, the condition, the reason.
   std::string problem() const;
   // The whole verdict, also for a passing check ("accepted", "unchanged: ...").
@@ -79,6 +92,8 @@ class RequestCheck {
   RequestOutcome outcome_ = RequestOutcome::accepted;
   std::string condition_;
   std::string reason_;
+  std::optional<AuditKind> leaves_;
+  EntryId leftAt_;
 };
 
 std::ostream& operator<<(std::ostream& os, const RequestCheck& check);

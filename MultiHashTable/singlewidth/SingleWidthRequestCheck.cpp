@@ -2,6 +2,7 @@
 // do with a request: the verdicts on what the table's own walks find.
 #include "singlewidth/SingleWidthRequestCheck.h"
 
+#include <algorithm>
 #include <string>
 
 #include "internal/ConditionTexts.h"
@@ -63,37 +64,62 @@ RequestCheck leakOf(const MultiHashTable& table, const HashEntryKey& key, EntryI
   if (current == nullptr || !current->isValid() || *current == placedAt) return RequestCheck::accepted();
   return RequestCheck::hazardous("the key stands at id " + idText(*current) + ", which stays recorded for it when " +
                                  "it is published at id " + idText(placedAt) + ": id " + idText(*current) +
-                                 " leaks until a reconcile releases it");
+                                 " leaks until a reconcile releases it")
+      .leaving(AuditKind::leakedId, *current);
 }
 
 // The moves a placement makes publish each moved key at its new id. A key moved from an id
 // that its result does not name (a leaked id) is published there instead of where it
-// stands, which leaks its old id in turn; a key without a request gets a result again.
+// stands, which leaks another of its ids in turn; a key without a request gets a result
+// again. A key may move more than once, so what the moves leave is read from where they
+// end: each moved key's last result, and the ids still recorded for it.
 RequestCheck movesOf(const MultiHashTable& table, const HashEntryKey& key) {
   const MultiHashTable::MovePrediction prediction = table.predictMoves(key);
-  RequestCheck verdict = RequestCheck::accepted();
+  if (prediction.moves.empty()) return RequestCheck::accepted();
   const HashEntryConfig* config = table.hashEntryConfig().ptr();
-  // The results as the moves before each one leave them: a key may move more than once.
-  std::vector<std::pair<HashEntryKey, EntryId>> published;
+  const auto& moves = prediction.moves;
+  // Records and results as the moves leave them: the latest change of each wins.
+  const auto recordedAt = [&](EntryId id) -> const HashEntryKey* {
+    for (auto m = moves.rbegin(); m != moves.rend(); ++m) {
+      if (m->to == id) return &m->key;
+      if (m->from == id) return nullptr;
+    }
+    return table.hashTableEntryFind(id);
+  };
   const auto resultOf = [&](const HashEntryKey& moved) {
-    for (auto p = published.rbegin(); p != published.rend(); ++p) {
-      if (p->first == moved) return p->second;
+    for (auto m = moves.rbegin(); m != moves.rend(); ++m) {
+      if (m->key == moved) return m->to;
     }
     return table.hashEntryStatus()->status(moved);
   };
-  for (const MultiHashTable::PlannedMove& move : prediction.moves) {
-    const EntryId result = resultOf(move.key);
-    published.emplace_back(move.key, move.to);
-    const std::string moving =
-        "the placement moves key " + keyText(move.key) + " from id " + idText(move.from) + " to id " + idText(move.to);
-    if (config != nullptr && !config->configHas(move.key)) {
-      verdict.worsen(RequestCheck::hazardous(moving + " and publishes that id for it, though it has no request"));
+  RequestCheck verdict = RequestCheck::accepted();
+  for (std::size_t i = 0; i < moves.size(); ++i) {
+    const HashEntryKey& moved = moves[i].key;
+    // Each moved key once, at its first move.
+    if (std::any_of(moves.begin(), moves.begin() + static_cast<std::ptrdiff_t>(i),
+                    [&](const MultiHashTable::PlannedMove& m) { return m.key == moved; })) {
       continue;
     }
-    if (result != move.from) {
-      verdict.worsen(RequestCheck::hazardous(moving + ", an id that its result (" + idText(result) +
-                                             ") does not name: it is published at id " + idText(move.to) + " and id " +
-                                             idText(result) + " leaks"));
+    const EntryId result = resultOf(moved);
+    const std::string moving = "the placement moves key " + keyText(moved) + " from id " + idText(moves[i].from) +
+                               " and publishes it at id " + idText(result);
+    if (config != nullptr && !config->configHas(moved)) {
+      verdict.worsen(RequestCheck::hazardous(moving + ", though it has no request")
+                         .leaving(AuditKind::resultWithoutRequest, result));
+      continue;
+    }
+    // The ids the key may be left recorded at: where it stood, and every id it moves through.
+    std::vector<EntryId> ids{table.hashEntryStatus()->status(moved)};
+    for (const MultiHashTable::PlannedMove& m : moves) {
+      if (m.key == moved) ids.push_back(m.to);
+    }
+    for (const EntryId id : ids) {
+      const HashEntryKey* held = id.isValid() ? recordedAt(id) : nullptr;
+      if (id == result || held == nullptr || !(*held == moved)) continue;
+      verdict.worsen(RequestCheck::hazardous(moving + ", while id " + idText(id) + " stays recorded for it: id " +
+                                             idText(id) + " leaks")
+                         .leaving(AuditKind::leakedId, id));
+      break;
     }
   }
   return verdict;
@@ -178,7 +204,8 @@ RequestCheck removal(const MultiHashTable& table, const HashEntryKey& key) {
     if (place.id == result || held == nullptr || !(*held == key)) continue;
     verdict.worsen(RequestCheck::hazardous("the removal frees id " + idText(result) + " only: id " + idText(place.id) +
                                            " stays recorded for the key, which then has no "
-                                           "request, and a later move may publish it again"));
+                                           "request, and a later move may publish it again")
+                       .leaving(AuditKind::recordWithoutRequest, place.id));
   }
   return verdict;
 }

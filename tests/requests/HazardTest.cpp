@@ -55,6 +55,8 @@ void runLeakScript(MoveSearch search) {
   EXPECT_EQ(replaced.reason(),
             "the key stands at id 9, which stays recorded for it when it is published at id 2: id 9 leaks until a "
             "reconcile releases it");
+  EXPECT_EQ(replaced.leaves(), AuditKind::leakedId);
+  EXPECT_EQ(replaced.leftAt(), EntryId(9));
   EXPECT_EQ(t.status->status(k(1, 2)), EntryId(2));
   EXPECT_EQ(
       t.table->auditReport().texts(AuditKind::leakedId),
@@ -74,9 +76,10 @@ void runLeakScript(MoveSearch search) {
 
   const RequestCheck moving = t.set(k(1, 1), EntryId());
   EXPECT_EQ(moving.outcome(), RequestOutcome::hazardous);
-  EXPECT_TRUE(contains(moving.reason(), "the placement moves key " + keyText(k(1, 2)) + " from id 9 to id 2"))
-      << moving.reason();
-  EXPECT_TRUE(contains(moving.reason(), "though it has no request")) << moving.reason();
+  EXPECT_EQ(moving.reason(), "the placement moves key " + keyText(k(1, 2)) +
+                                 " from id 9 and publishes it at id 2, though it has no request");
+  EXPECT_EQ(moving.leaves(), AuditKind::resultWithoutRequest);
+  EXPECT_EQ(moving.leftAt(), EntryId(2));
   // The deleted key is published again, at id 2.
   EXPECT_EQ(t.status->status(k(1, 2)), EntryId(2));
   const AuditReport report = t.table->auditReport();
