@@ -27,6 +27,11 @@ std::size_t AuditReport::count(AuditKind kind) const noexcept {
       std::count_if(findings_.begin(), findings_.end(), [kind](const AuditFinding& f) { return f.kind == kind; }));
 }
 
+bool AuditReport::finds(AuditKind kind, EntryId id) const noexcept {
+  return std::any_of(findings_.begin(), findings_.end(),
+                     [&](const AuditFinding& f) { return f.kind == kind && f.id == id; });
+}
+
 std::vector<std::string> AuditReport::texts(AuditKind kind) const {
   std::vector<std::string> out;
   for (const AuditFinding& f : findings_) {

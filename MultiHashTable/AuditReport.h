@@ -24,16 +24,22 @@ std::string_view auditKindName(AuditKind kind) noexcept;
 struct AuditFinding {
   AuditKind kind;
   std::string text;
+  EntryId id;  // the id recorded or published; invalid for a corruption
 };
 
 class AuditReport {
  public:
-  void add(AuditKind kind, std::string text) { findings_.push_back(AuditFinding{kind, std::move(text)}); }
+  void add(AuditKind kind, std::string text, EntryId id = EntryId()) {
+    findings_.push_back(AuditFinding{kind, std::move(text), id});
+  }
 
   const std::vector<AuditFinding>& findings() const noexcept { return findings_; }
   // Nothing found at all.
   bool clean() const noexcept { return findings_.empty(); }
   std::size_t count(AuditKind kind) const noexcept;
+  // Whether a finding of the kind concerns the id: what a request check's verdict says that
+  // its write leaves behind is found here after the write.
+  bool finds(AuditKind kind, EntryId id) const noexcept;
   // The texts of one kind's findings.
   std::vector<std::string> texts(AuditKind kind) const;
 

@@ -387,7 +387,7 @@ void MultiHashTableBase::auditHazards(AuditReport& report) const {
     if (hashEntryConfig_->configHas(result.key)) continue;
     std::ostringstream text;
     text << "key " << result.key << " has the result " << result.value << " but no request";
-    report.add(AuditKind::resultWithoutRequest, text.str());
+    report.add(AuditKind::resultWithoutRequest, text.str(), result.value);
   }
 }
 

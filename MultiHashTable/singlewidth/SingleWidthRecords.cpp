@@ -36,10 +36,10 @@ void MultiHashTable::auditHazards(AuditReport& report) const {
     text << "id " << r.id << " is recorded for key " << r.key;
     if (r.requested) {
       text << ", whose result is " << r.result << ": the id leaks";
-      report.add(AuditKind::leakedId, text.str());
+      report.add(AuditKind::leakedId, text.str(), r.id);
     } else {
       text << ", which has no request and no result there";
-      report.add(AuditKind::recordWithoutRequest, text.str());
+      report.add(AuditKind::recordWithoutRequest, text.str(), r.id);
     }
   }
 }

@@ -67,12 +67,6 @@ struct HazardCounts {
     return HazardCounts{report.count(AuditKind::leakedId) + report.count(AuditKind::recordWithoutRequest),
                         report.count(AuditKind::resultWithoutRequest), std::move(report)};
   }
-  bool has(AuditKind kind, const std::string& part) const {
-    for (const std::string& text : report.texts(kind)) {
-      if (text.find(part) != std::string::npos) return true;
-    }
-    return false;
-  }
 };
 
 // A hazard that the request check names and the audit finds: the write is made.
@@ -88,13 +82,12 @@ inline void holdsHazards(const RequestCheck& verdict, const HazardCounts& before
     return;
   }
   if (!verdict.leaves()) return;
-  std::ostringstream id;
-  id << verdict.leftAt();
   // A leaked id whose key loses its request later is a record without one: either kind.
-  const bool found = *verdict.leaves() == AuditKind::resultWithoutRequest
-                         ? after.has(AuditKind::resultWithoutRequest, "has the result " + id.str() + " but no request")
-                         : after.has(AuditKind::leakedId, "id " + id.str() + " is recorded") ||
-                               after.has(AuditKind::recordWithoutRequest, "id " + id.str() + " is recorded");
+  const EntryId id = verdict.leftAt();
+  const bool found =
+      *verdict.leaves() == AuditKind::resultWithoutRequest
+          ? after.report.finds(AuditKind::resultWithoutRequest, id)
+          : after.report.finds(AuditKind::leakedId, id) || after.report.finds(AuditKind::recordWithoutRequest, id);
   EXPECT_TRUE(found) << what << ": " << verdict.text() << "\n" << after.report;
 }
 
