@@ -3,6 +3,8 @@
 #include "ConfigurationCheck.h"
 
 #include <algorithm>
+#include <bit>
+#include <functional>
 #include <ostream>
 #include <sstream>
 
@@ -138,78 +140,100 @@ std::string hex(U32 value) {
   return os.str();
 }
 
-// The hash function's own window: bits beyond the hash's width are always 0.
-void checkHashWindow(const Bank& bank, ConfigurationCheck& check) {
-  const auto add = [&](std::string reason) {
-    check.add({ConfigurationRule::hashWindowPastWidth,
-               ConfigurationConsequence::losesRoom,
-               bank.bankId(),
-               {},
-               std::move(reason)});
-  };
+// What a hashBits or hashOffSet past the hash function's width does: its shift wraps, and
+// the window it leaves is another than the figure names. Empty when the figure is inside
+// the width.
+std::string wrapNote(const Bank& bank) {
   switch (bank.hashFunc()) {
     case HashFunc::hashCrc32Upper:
-      if (bank.hashBits() > 32) add("hashBits " + std::to_string(bank.hashBits()) + " is past crc32's 32 bits");
-      return;
+      if (bank.hashBits() > 32) return "hashBits " + std::to_string(bank.hashBits()) + " is past crc32's 32 bits";
+      break;
     case HashFunc::hashCrc16Upper:
-      if (bank.hashBits() > 16) add("hashBits " + std::to_string(bank.hashBits()) + " is past crc16's 16 bits");
-      return;
+      if (bank.hashBits() > 16) return "hashBits " + std::to_string(bank.hashBits()) + " is past crc16's 16 bits";
+      break;
     case HashFunc::hashCrc64:
     case HashFunc::hashCrc32And16:
       if (bank.hashOffSet() > 63) {
-        add("hashOffSet " + std::to_string(bank.hashOffSet()) +
-            " is past the 64-bit hash word (the shift is taken modulo 64)");
+        return "hashOffSet " + std::to_string(bank.hashOffSet()) +
+               " is past the 64-bit hash word (the shift is taken modulo 64)";
       }
-      return;
+      break;
     default:
-      return;
+      break;
   }
+  return {};
+}
+
+// The bits that the indices of buckets 0 .. buckets - 1 set.
+U32 bitsOfBucketsBelow(U32 buckets) noexcept {
+  if (buckets <= 1) return 0;
+  const auto width = static_cast<U32>(std::bit_width(buckets - 1));
+  return width >= 32 ? ~U32{0} : (U32{1} << width) - 1;
 }
 
 }  // namespace
 
-void checkBankSelection(const Bank& bank, U32 bucketsLaidOut, ConfigurationConsequence pastEnd,
+void checkBankSelection(const Bank& bank, U32 bucketsLaidOut, bool reachedFirst,
+                        const std::function<ConfigurationConsequence(U32 lastBucket)>& pastEnd,
                         ConfigurationCheck& check) {
   const U32 id = bank.bankId();
   if (!bank.selectsBuckets()) {
-    check.add({ConfigurationRule::hashSelectsNoBucket, ConfigurationConsequence::stopsLater, id,
+    check.add({ConfigurationRule::hashSelectsNoBucket,
+               reachedFirst ? ConfigurationConsequence::stopsNow : ConfigurationConsequence::stopsLater, id,
                condition::bankSelectsNoBucket, "hash function hashLsb selects no bucket"});
     return;
   }
-  checkHashWindow(bank, check);
   const U32 window = bank.hashWindowBits();
-  if (window == 0) {
-    check.add({ConfigurationRule::hashSelectsOneBucket,
-               ConfigurationConsequence::losesRoom,
-               id,
-               {},
-               "hash function " + stringValue(bank.hashFunc()) + " with hashBits " + std::to_string(bank.hashBits()) +
-                   " and hashOffSet " + std::to_string(bank.hashOffSet()) + " gives every key bucket 0"});
-    return;
-  }
+  // A key selects a bucket whose bits are among these, and every such bucket.
   const U32 highest = bank.highestSelectableBucket();
-  if (window < 32 && (bank.hashMask() >> window) != 0) {
-    check.add({ConfigurationRule::hashWindowPastWidth,
-               ConfigurationConsequence::losesRoom,
-               id,
-               {},
-               "hashMask " + hex(bank.hashMask()) + " takes bits past the " + std::to_string(window) + " bits that " +
-                   stringValue(bank.hashFunc()) + " sets: no key selects a bucket above " + std::to_string(highest)});
+  // The buckets that the bank's keys should get: the bank's, whose ids the table lays out.
+  const U32 served = std::min(bank.numBuckets(), bucketsLaidOut);
+  if (const U32 missing = bitsOfBucketsBelow(served) & ~highest; missing != 0) {
+    const std::string note = wrapNote(bank);
+    const std::string wrapped = note.empty() ? std::string() : " (" + note + ")";
+    const std::string buckets =
+        " of the " + std::string(served == bank.numBuckets() ? "bank's " : "table's ") + std::to_string(served);
+    if (window == 0) {
+      check.add({ConfigurationRule::hashSelectsOneBucket,
+                 ConfigurationConsequence::losesRoom,
+                 id,
+                 {},
+                 "hash function " + stringValue(bank.hashFunc()) + " with hashBits " + std::to_string(bank.hashBits()) +
+                     " and hashOffSet " + std::to_string(bank.hashOffSet()) + " gives every key bucket 0" + wrapped});
+    } else if ((missing & bank.hashMask()) != 0) {
+      // The mask takes the bits, but the hash function does not set them.
+      check.add({ConfigurationRule::hashWindowPastWidth,
+                 ConfigurationConsequence::losesRoom,
+                 id,
+                 {},
+                 "hashMask " + hex(bank.hashMask()) + " takes bits past the " + std::to_string(window) + " bits that " +
+                     stringValue(bank.hashFunc()) + " sets" + wrapped + ": no key selects a bucket above " +
+                     std::to_string(highest)});
+    } else if ((highest & (highest + 1)) == 0) {
+      check.add(
+          {ConfigurationRule::maskShortOfBuckets,
+           ConfigurationConsequence::losesRoom,
+           id,
+           {},
+           "hashMask " + hex(bank.hashMask()) + " never selects buckets above " + std::to_string(highest) + buckets});
+    } else {
+      // A mask with a clear bit below its highest: the buckets that need the bit are never selected.
+      const U32 bit = missing & (~missing + 1);
+      check.add({ConfigurationRule::maskShortOfBuckets,
+                 ConfigurationConsequence::losesRoom,
+                 id,
+                 {},
+                 "hashMask " + hex(bank.hashMask()) + " never selects bucket " + std::to_string(bit) + buckets +
+                     ", nor any other whose index has bit " + std::to_string(std::countr_zero(bit)) + " set"});
+    }
   }
   if (highest >= bucketsLaidOut) {
     check.add({ConfigurationRule::maskPastBuckets,
-               pastEnd,
+               pastEnd(highest),
                id,
                {},
                "hashMask " + hex(bank.hashMask()) + " selects buckets up to " + std::to_string(highest) +
                    ", past the bank's " + std::to_string(bucketsLaidOut) + " buckets"});
-  } else if (highest + 1 < bank.numBuckets() && highest + 1 < bucketsLaidOut) {
-    check.add({ConfigurationRule::maskShortOfBuckets,
-               ConfigurationConsequence::losesRoom,
-               id,
-               {},
-               "hashMask " + hex(bank.hashMask()) + " never selects buckets above " + std::to_string(highest) +
-                   " of the bank's " + std::to_string(bank.numBuckets())});
   }
 }
 

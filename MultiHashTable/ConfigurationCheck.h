@@ -8,6 +8,7 @@
 // would do, so that an agent or a tool can refuse the table before its first request.
 #pragma once
 
+#include <functional>
 #include <iosfwd>
 #include <optional>
 #include <string>
@@ -98,9 +99,11 @@ std::ostream& operator<<(std::ostream& os, const ConfigurationCheck& check);
 namespace detail {
 // The rules of one bank's bucket selection, which both tables share: the hash function,
 // its window and its mask, against the buckets that the ids lay out. `bucketsLaidOut` is
-// the number of buckets whose ids belong to the bank; `pastEnd` is what a bucket beyond
-// them does.
-void checkBankSelection(const Bank& bank, U32 bucketsLaidOut, ConfigurationConsequence pastEnd,
+// the number of buckets whose ids belong to the bank; `reachedFirst` whether a key's first
+// placement reaches the bank; `pastEnd(lastBucket)` what the buckets beyond the laid out
+// ones do when a key selects buckets up to lastBucket.
+void checkBankSelection(const Bank& bank, U32 bucketsLaidOut, bool reachedFirst,
+                        const std::function<ConfigurationConsequence(U32 lastBucket)>& pastEnd,
                         ConfigurationCheck& check);
 // The rules of the table's figures that both tables share.
 void checkTableFigures(U32 numBanks, U32 numBuckets, U32 numBucketEntries, ConfigurationCheck& check);

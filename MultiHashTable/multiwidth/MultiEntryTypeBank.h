@@ -108,13 +108,13 @@ class MultiEntryTypeBank : public Bank {
   SpaceSearch findSpace(HashEntryType eType, U32 bucketId) const noexcept;
   // The bucket index of calcBucketId's group alignment for a raw (hashed) bucket index.
   U32 groupStart(U32 rawBucketId, HashEntryType entryType) const noexcept;
-  // The last bucket that any key of the type reaches: the group of the highest index the
-  // hash window can give, to its end.
+  // The last bucket that any key of the type reaches: the group of the highest bucket a key
+  // can select, to its end. calcBucketId masks the hashed index before it aligns it to the
+  // group, so the group starts from the masked index, whose bits are those of the hash
+  // window under hashMask.
   U32 lastBucketReached(HashEntryType entryType) const noexcept {
-    const U32 window = hashWindowBits();
-    const U32 highestRaw = window >= 32 ? ~U32{0} : (U32{1} << window) - 1;
     const U32 buckets = numBucketsToCheck(entryType);
-    return groupStart(highestRaw, entryType) + (buckets == 0 ? 0 : buckets - 1);
+    return groupStart(highestSelectableBucket(), entryType) + (buckets == 0 ? 0 : buckets - 1);
   }
   // Whether a run starting at slotId of bucketId starts at position 0 (slot 0 of bucket 0
   // of physical bank 0), which no search hands out.

@@ -1,7 +1,9 @@
 // The multi-width table's configuration rules: an EntryIdHelper of its own, every bank
 // present with the table's figures and a bucket that its state word and its id layout
 // serve, groups that end inside their bank, and one physical bank per bank.
+#include <algorithm>
 #include <bitset>
+#include <optional>
 #include <string>
 
 #include "internal/ConditionTexts.h"
@@ -20,11 +22,60 @@ constexpr U32 firstPlacementBanks = MultiHashTableBase::noBankToAvoid;
 
 constexpr HashEntryType entryTypes[] = {HashEntryType::singleWide, HashEntryType::doubleWide, HashEntryType::quadWide};
 
-// A bucket past the bank's end has the ids of the next bank's first buckets, or, past the
-// last bank, ids outside the table.
-ConfigurationConsequence pastEndOf(const MultiEntryTypeHashTable& table, U32 bankId) {
-  return bankId + 1 >= table.numBanks() ? ConfigurationConsequence::publishesOutside
-                                        : ConfigurationConsequence::corrupts;
+// The id of slot `slot` of bucket `bucket` of a bank, as the EntryIdHelper lays ids out
+// (the banks below it counted by their own slots), in 64 bits.
+U64 idOf(const MultiEntryTypeHashTable& table, U32 bankId, U32 bucket, U32 slot) {
+  U64 base = 0;
+  for (U32 j = 0; j < bankId; ++j) {
+    if (const MultiEntryTypeBank* b = table.bankFind(j)) base += U64{b->numBuckets()} * b->bucketSize();
+  }
+  return base + U64{bucket} * table.numBucketEntries() + slot;
+}
+
+U64 capacityOf(const MultiEntryTypeHashTable& table) {
+  return U64{table.numBanks()} * table.numBuckets() * table.numBucketEntries();
+}
+
+// The highest id that a key reaches in a bank: the last slot of the last bucket it
+// selects, or the last of its groups; nothing for a bank that selects no bucket or has no slot.
+std::optional<U64> highestIdReached(const MultiEntryTypeHashTable& table, const MultiEntryTypeBank& bank) {
+  if (bank.bucketSize() == 0 || (!table.debugEnabled() && !bank.selectsBuckets())) return std::nullopt;
+  U32 last = table.debugEnabled() ? bank.hashMask() : bank.highestSelectableBucket();
+  for (const HashEntryType type : entryTypes) {
+    const U32* width = bank.entrySizeFind(type);
+    if (width == nullptr || *width == 0 || bank.bucketSize() % *width != 0 || table.debugEnabled()) continue;
+    last = std::max(last, bank.lastBucketReached(type));
+  }
+  return idOf(table, bank.bankId(), last, bank.bucketSize() - 1);
+}
+
+// What the buckets of a bank past its end do, up to lastBucket: ids past the table's
+// capacity are outside it; below it they are the next bank's, or, in the last bank, name
+// buckets that the chip's bank does not have.
+ConfigurationConsequence pastEndOf(const MultiEntryTypeHashTable& table, const MultiEntryTypeBank& bank,
+                                   U32 lastBucket) {
+  const U32 lastSlot = bank.bucketSize() == 0 ? 0 : bank.bucketSize() - 1;
+  return idOf(table, bank.bankId(), lastBucket, lastSlot) >= capacityOf(table)
+             ? ConfigurationConsequence::publishesOutside
+             : ConfigurationConsequence::corrupts;
+}
+
+// Whether any bank from bankId on publishes an id past the table's capacity.
+bool publishesPastCapacity(const MultiEntryTypeHashTable& table, U32 bankId) {
+  for (U32 j = bankId; j < table.numBanks(); ++j) {
+    const MultiEntryTypeBank* b = table.bankFind(j);
+    if (b == nullptr) continue;
+    if (const std::optional<U64> id = highestIdReached(table, *b); id && *id >= capacityOf(table)) return true;
+  }
+  return false;
+}
+
+// Whether a key's first placement reaches the bank: every bank below it is missing.
+bool reachedFirst(const MultiEntryTypeHashTable& table, U32 bankId) {
+  for (U32 j = 0; j < bankId; ++j) {
+    if (table.bankFind(j) != nullptr) return false;
+  }
+  return true;
 }
 
 void checkTableShape(const MultiEntryTypeHashTable& table, ConfigurationCheck& check) {
@@ -89,15 +140,19 @@ void checkBucketGeometry(const MultiEntryTypeHashTable& table, const MultiEntryT
          "numBuckets " + std::to_string(bank.numBuckets()) + " is past the 1048576 buckets that a position numbers"});
   }
   if (bank.numBuckets() != table.numBuckets()) {
+    // A larger bank moves the ids of the banks above it up: past the table's capacity when
+    // a key reaches their last slots.
     const bool larger = bank.numBuckets() > table.numBuckets();
+    const bool outside = larger && publishesPastCapacity(table, id);
     check.add({ConfigurationRule::bucketsDisagree,
-               larger ? ConfigurationConsequence::publishesOutside : ConfigurationConsequence::losesRoom,
+               outside ? ConfigurationConsequence::publishesOutside : ConfigurationConsequence::losesRoom,
                id,
                {},
                "numBuckets " + std::to_string(bank.numBuckets()) + " differs from the table's " +
                    std::to_string(table.numBuckets()) +
-                   (larger ? ": the bank's last ids are past the table's capacity"
-                           : ": the table counts slots that the bank does not have")});
+                   (outside  ? ": ids of the bank, or of the banks above it, are past the table's capacity"
+                    : larger ? ": the table's capacity does not count the bank's last buckets"
+                             : ": the table counts slots that the bank does not have")});
   }
 }
 
@@ -113,7 +168,7 @@ void checkEntryTypes(const MultiEntryTypeHashTable& table, const MultiEntryTypeB
       const U32 last = bank.lastBucketReached(type);
       if (last >= bank.numBuckets()) {
         check.add({ConfigurationRule::groupPastBank,
-                   pastEndOf(table, id),
+                   pastEndOf(table, bank, last),
                    id,
                    {},
                    "a " + stringValue(type) + " key's group of " + std::to_string(bank.numBucketsToCheck(type)) +
@@ -140,7 +195,11 @@ ConfigurationCheck MultiEntryTypeHashTable::configurationCheck() const {
     checkBucketGeometry(*this, *bank, check);
     checkEntryTypes(*this, *bank, check);
     // The debug rule takes buckets from the caller, not from the hash function.
-    if (!debugEnabled_) detail::checkBankSelection(*bank, bank->numBuckets(), pastEndOf(*this, b), check);
+    if (!debugEnabled_) {
+      detail::checkBankSelection(
+          *bank, bank->numBuckets(), reachedFirst(*this, b),
+          [this, bank](U32 lastBucket) { return pastEndOf(*this, *bank, lastBucket); }, check);
+    }
     if (bank->phyBankId() < physical.size()) {
       if (physical.test(bank->phyBankId())) {
         check.add({ConfigurationRule::sharedPhysicalBank,

@@ -10,12 +10,21 @@ namespace TesselCentral {
 
 namespace {
 
-// What a bucket past the table's numBuckets does: its ids are the next bank's slots in
-// the bank-major layout, and past the capacity in the bucket-major one or in the last bank.
-ConfigurationConsequence pastEndOf(const MultiHashTable& table, U32 bankId) {
-  return table.bucketSpanBanks() || bankId + 1 >= table.numBanks() ? ConfigurationConsequence::publishesOutside
-                                                                   : ConfigurationConsequence::corrupts;
+// What the buckets of a bank past its laid out ones do, up to lastBucket: their ids are
+// outside the table when the row of lastBucket (a row being one bucket of one bank, laid out
+// as the table lays out its ids) is past the table's rows; before that they are another
+// bank's ids, or the bank's own for buckets that the chip's bank, with fewer buckets than
+// the table, does not have.
+ConfigurationConsequence pastEndOf(const MultiHashTable& table, U32 bankId, U32 lastBucket) {
+  const U64 rows = U64{table.numBanks()} * table.numBuckets();
+  const U64 row = table.bucketSpanBanks() ? U64{lastBucket} * table.numBanks() + bankId
+                                          : U64{bankId} * table.numBuckets() + lastBucket;
+  return row >= rows ? ConfigurationConsequence::publishesOutside : ConfigurationConsequence::corrupts;
 }
+
+// Whether a key's first placement reaches the bank: it takes the first free slot of its
+// walk, bank 0's first, unless the buckets have no slot.
+bool reachedFirst(const MultiHashTable& table, U32 bankId) { return bankId == 0 || table.numBucketEntries() == 0; }
 
 void checkBank(const MultiHashTable& table, const Bank& bank, ConfigurationCheck& check) {
   const U32 id = bank.bankId();
@@ -43,7 +52,9 @@ void checkBank(const MultiHashTable& table, const Bank& bank, ConfigurationCheck
                "bucketSize " + std::to_string(bank.bucketSize()) + " differs from the table's numBucketEntries " +
                    std::to_string(table.numBucketEntries()) + ", by which the table places keys and lays out ids"});
   }
-  detail::checkBankSelection(bank, std::min(bank.numBuckets(), table.numBuckets()), pastEndOf(table, id), check);
+  detail::checkBankSelection(
+      bank, std::min(bank.numBuckets(), table.numBuckets()), reachedFirst(table, id),
+      [&table, id](U32 lastBucket) { return pastEndOf(table, id, lastBucket); }, check);
 }
 
 }  // namespace
@@ -62,8 +73,10 @@ ConfigurationCheck MultiHashTable::configurationCheck() const {
   for (U32 b = 0; b < numBanks(); ++b) {
     const Bank* bank = bankFind(b);
     if (bank == nullptr) {
+      // A placement reads the bank when its walk reaches it: the first one, or the first
+      // that finds no free slot in the banks below.
       check.add({ConfigurationRule::missingBank,
-                 ConfigurationConsequence::stopsNow,
+                 reachedFirst(*this, b) ? ConfigurationConsequence::stopsNow : ConfigurationConsequence::stopsLater,
                  b,
                  {},
                  "missing: every bank below numBanks must exist before a key is placed"});
