@@ -11,14 +11,15 @@
 //
 // EntryIds are Python ints; None stands for the invalid EntryId ("anywhere" in a request,
 // "no room" in a result). Entities are held by the library's own counted pointers, so a
-// Python object and the C++ side share one entity. Requests that the library's rules
-// forbid (an id that is not one of the key's candidates, removing a key no table saw)
-// stop the process with the library's assertion report, as they do in C++; a table's
-// requestProblem(key, id) and removalProblem(key) tell so before the write.
+// Python object and the C++ side share one entity. The module's documentation (below, in
+// the module docstring) says how a write that the library would stop on is refused.
+#include <pybind11/eval.h>
 #include <pybind11/operators.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <algorithm>
+#include <functional>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
@@ -29,6 +30,7 @@
 #include "MultiHashTable.h"
 #include "Report.h"
 #include "Simulation.h"
+#include "fwk/Assert.h"
 
 namespace py = pybind11;
 using namespace TesselCentral;
@@ -106,8 +108,7 @@ class TraceControl {
 
 HashFunc hashFuncNamed(const std::string& name) { return Fwk::sequenceToValue<HashFunc>(name, "hashFunc"); }
 
-// The keyword of simulate() that sets a figure of the table's shape; a capacity past 32
-// bits is put down to buckets, as mht simulate puts it down to --buckets.
+// The keyword of simulate() that sets a figure of the table's shape.
 const char* keywordOf(mht::ShapeProblem::Figure figure) {
   switch (figure) {
     case mht::ShapeProblem::Figure::banks:
@@ -115,10 +116,159 @@ const char* keywordOf(mht::ShapeProblem::Figure figure) {
     case mht::ShapeProblem::Figure::slots:
       return "slots";
     case mht::ShapeProblem::Figure::buckets:
-    case mht::ShapeProblem::Figure::capacity:
       break;
   }
   return "buckets";
+}
+
+// ---------------------------------------------------------------------------------------
+// Refusing what would stop the interpreter
+
+// Raises the module's exception class `name`, made with `args`.
+template <class... Args>
+[[noreturn]] void raiseError(const char* name, Args&&... args) {
+  const py::object type = py::module_::import("multihashtable").attr(name);
+  const py::object error = type(std::forward<Args>(args)...);
+  PyErr_SetObject(type.ptr(), error.ptr());
+  throw py::error_already_set();
+}
+
+// Runs `action` under the library's assertion trap: a stop raises AssertionStopped instead
+// of ending the process.
+template <class Action>
+std::invoke_result_t<Action> trapped(const std::string& what, Action&& action) {
+  std::optional<std::string> condition;
+  {
+    const Fwk::AssertionTrap trap;
+    try {
+      return action();
+    } catch (const Fwk::AssertionStopped& stop) {
+      condition = stop.condition;
+    }
+  }
+  raiseError("AssertionStopped",
+             what + ": stopped on the assertion \"" + *condition + "\"; the object may be left half-changed",
+             *condition);
+}
+
+// The tables made from Python. A table reacts to its request collection inside the
+// collection's write, where the library's assertion cannot be caught: the module judges
+// every write with each table that reacts to the collection before it makes it. The list
+// holds a counted pointer to each table and lets the table go once no one else holds it,
+// before each judged write and each new table, so that it never keeps a table reacting
+// that would otherwise be gone.
+class ReactingTables {
+ public:
+  void add(Ptr<MultiHashTableBase> table) {
+    release();
+    tables_.push_back(std::move(table));
+  }
+
+  std::vector<Ptr<MultiHashTableBase>> of(const HashEntryConfig& config) {
+    release();
+    std::vector<Ptr<MultiHashTableBase>> reacting;
+    for (const Ptr<MultiHashTableBase>& t : tables_) {
+      if (t->hashEntryConfig().ptr() == &config) reacting.push_back(t);
+    }
+    return reacting;
+  }
+
+  // Drops the tables that only this list holds (their destruction may run library code, so
+  // the list is made whole first).
+  void release() {
+    std::vector<Ptr<MultiHashTableBase>> kept, dropped;
+    for (Ptr<MultiHashTableBase>& t : tables_) (t->references() > 1 ? kept : dropped).push_back(std::move(t));
+    tables_ = std::move(kept);
+  }
+
+  void releaseAll() {
+    std::vector<Ptr<MultiHashTableBase>> dropped = std::move(tables_);
+    tables_.clear();
+  }
+
+ private:
+  std::vector<Ptr<MultiHashTableBase>> tables_;
+};
+
+// Never destroyed: the module's tables go at the interpreter's exit (releaseAll).
+ReactingTables& reactingTables() {
+  static auto* tables = new ReactingTables;
+  return *tables;
+}
+
+template <class Table>
+Fwk::Ptr<Table> registered(Fwk::Ptr<Table> table) {
+  reactingTables().add(table);
+  return table;
+}
+
+// Whether a verdict's write reaches the table's placement at all.
+bool reaches(const RequestCheck& verdict) {
+  return verdict.outcome() != RequestOutcome::unchanged && verdict.outcome() != RequestOutcome::noReaction;
+}
+
+// Judges a write with every table that reacts to `config` (but `exempt`): a table whose
+// configuration check fails refuses a write that reaches it (ConfigurationRefused), a fatal
+// verdict refuses the write (RequestRefused), any other problem is a RuntimeWarning.
+void judgeWrite(const HashEntryConfig& config, const std::string& what,
+                const std::function<std::vector<RequestCheck>(const MultiHashTableBase&)>& verdictsOf,
+                const MultiHashTableBase* exempt = nullptr) {
+  for (const Ptr<MultiHashTableBase>& table : reactingTables().of(config)) {
+    if (table.ptr() == exempt) continue;
+    const std::vector<RequestCheck> verdicts = verdictsOf(*table);
+    if (std::any_of(verdicts.begin(), verdicts.end(), reaches)) {
+      ConfigurationCheck check = table->configurationCheck();
+      if (!check.passes()) {
+        const std::string message = what + " refused: " + mht::configurationRefusal(check);
+        raiseError("ConfigurationRefused", message, py::cast(std::move(check)), py::cast(table));
+      }
+    }
+    for (const RequestCheck& verdict : verdicts) {
+      if (refuses(WriteRefusal::fatal, verdict)) {
+        raiseError("RequestRefused", what + " refused: " + verdict.problem(), py::cast(verdict), py::cast(table));
+      }
+    }
+    for (const RequestCheck& verdict : verdicts) {
+      if (verdict.passes()) continue;
+      const std::string message = what + ": " + verdict.problem();
+      if (PyErr_WarnEx(PyExc_RuntimeWarning, message.c_str(), 2) != 0) throw py::error_already_set();
+    }
+  }
+}
+
+std::string idRepr(std::optional<U32> id) { return id ? std::to_string(*id) : std::string("None"); }
+
+void judgeRequest(const HashEntryConfig& config, const HashEntryKey& key, std::optional<U32> id,
+                  const MultiHashTableBase* exempt = nullptr) {
+  judgeWrite(
+      config, "configIs(" + keyRepr(key) + ", " + idRepr(id) + ")",
+      [&](const MultiHashTableBase& t) { return std::vector<RequestCheck>{t.requestCheck(key, entryIdOf(id))}; },
+      exempt);
+}
+
+void judgeRemoval(const HashEntryConfig& config, const HashEntryKey& key, const MultiHashTableBase* exempt = nullptr) {
+  judgeWrite(
+      config, "configDel(" + keyRepr(key) + ")",
+      [&](const MultiHashTableBase& t) { return std::vector<RequestCheck>{t.removalCheck(key)}; }, exempt);
+}
+
+void judgeRemovalOfAll(const HashEntryConfig& config) {
+  judgeWrite(config, "configDelAll()", [&](const MultiHashTableBase& t) {
+    std::vector<RequestCheck> verdicts;
+    for (const auto& request : config.configCollection()) {
+      const RequestCheck v = t.removalCheck(request.key);
+      verdicts.emplace_back(v.outcome(), v.condition(), "at key " + keyRepr(request.key) + ": " + v.reason());
+    }
+    return verdicts;
+  });
+}
+
+// The checked writes, for a table that reacts to the collection: the other tables that
+// react to it judge the write as a plain one, and `table`'s verdict decides as the library's
+// checked write decides.
+void requireReacting(const HashEntryConfig& config, const MultiHashTableBase& table) {
+  if (table.hashEntryConfig().ptr() != &config)
+    throw py::value_error("the table does not react to this request collection");
 }
 
 // The simulation with mht simulate's options and checks; returns its JSON report as a dict.
@@ -138,7 +288,7 @@ py::object simulateForPython(const std::string& table, U32 banks, U32 buckets, U
   if (moveSearch != "depthFirst" && moveSearch != "breadthFirst") {
     fail("moveSearch", "'" + moveSearch + "' is neither 'depthFirst' nor 'breadthFirst'");
   }
-  if (const auto problem = shapeProblem(kind, banks, buckets, slots, ShapeLimits::simulation)) {
+  if (const auto problem = simulationShapeProblem(banks, buckets, slots)) {
     fail(keywordOf(problem->figure), problem->text);
   }
   if (steps > 16) fail("steps", "not in [0, 16]");
@@ -156,8 +306,6 @@ py::object simulateForPython(const std::string& table, U32 banks, U32 buckets, U
     } catch (const Fwk::Exception& e) {
       fail("bankHash", e.what());
     }
-    if (b.hashFunc == HashFunc::hashLsb) fail("bankHash", "hashLsb is not supported");
-    if (mask >= buckets) fail("bankHash", "the mask selects buckets beyond the " + std::to_string(buckets));
     b.hashOffSet = offSet;
     b.hashBits = bits;
     b.hashMask = mask;
@@ -180,10 +328,16 @@ py::object simulateForPython(const std::string& table, U32 banks, U32 buckets, U
   options.progress = false;
 
   SimulationResult result;
+  std::optional<ConfigurationRefused> refused;
   {
     py::gil_scoped_release unlocked;
-    result = mht::simulate(options);
+    try {
+      result = mht::simulate(options);
+    } catch (const ConfigurationRefused& e) {
+      refused.emplace(e);
+    }
   }
+  if (refused) raiseError("ConfigurationRefused", std::string(refused->what()), py::cast(refused->check()), py::none());
   std::ostringstream json;
   writeJsonReport(options, result, json);
   return py::module_::import("json").attr("loads")(json.str());
@@ -192,8 +346,71 @@ py::object simulateForPython(const std::string& table, U32 banks, U32 buckets, U
 }  // namespace
 
 PYBIND11_MODULE(multihashtable, m) {
-  m.doc() = "Hash-table placement over the banks of a switch chip's hash tables";
+  m.doc() = R"doc(Hash-table placement over the banks of a switch chip's hash tables.
+
+A table reacts to its request collection inside the collection's write (configIs,
+configDel, configDelAll), and the library stops the process on a request that its rules
+forbid. The module refuses such a write instead, with an exception, and writes nothing:
+
+- It keeps the tables made from Python, by the request collection they react to, and
+  judges every write with each of them first (requestCheck, removalCheck).
+- A table whose configurationCheck() fails can be made, and its banks added, as usual;
+  every write that would reach it raises ConfigurationRefused (a RuntimeError), whose
+  `problems` lists each problem's text and `check` is the ConfigurationCheck. The refusal
+  is at the write, not at the table's creation, since the banks come after.
+- A write that the library would stop on, now or in a later request, raises RequestRefused
+  (a RuntimeError) with the table's verdict: `verdict` (the RequestCheck), `outcome`,
+  `condition` (the assertion's text) and `reason`; `table` is the table that refused.
+- Any other problem of a verdict (a hazardous write) is a RuntimeWarning; the write is made.
+- checkedConfigIs and checkedConfigDel make the library's checked writes: the table given
+  decides by its verdict, returned in a CheckedWrite whether the write was made or not; the
+  other tables that react to the collection judge the write as above.
+- A table's bankIs and entryIdHelperIs run under the library's assertion trap: a stop
+  raises AssertionStopped (a RuntimeError) with the `condition`; the object may be left
+  half-changed.
+
+A table made in C++ that no Python table object reaches is not judged.)doc";
   m.attr("__version__") = MHT_VERSION;
+
+  // The module's exceptions, with their attributes, as Python classes.
+  py::exec(R"py(
+class RequestRefused(RuntimeError):
+    """A write that a table reacting to the request collection refuses: it would stop the
+    process on the library's assertion, now or in a later request. Nothing was written.
+    verdict is the table's RequestCheck; outcome, condition and reason are the verdict's;
+    table is the table that refused."""
+
+    def __init__(self, message, verdict, table):
+        super().__init__(message)
+        self.verdict = verdict
+        self.outcome = verdict.outcome
+        self.condition = verdict.condition
+        self.reason = verdict.reason
+        self.table = table
+
+
+class ConfigurationRefused(RuntimeError):
+    """A write to a request collection that a table whose configuration check fails reacts
+    to, or a simulation of such a table. Nothing was written. problems lists each problem's
+    text; check is the ConfigurationCheck; table is the table (None for a simulation)."""
+
+    def __init__(self, message, check, table):
+        super().__init__(message)
+        self.check = check
+        self.problems = [problem.text for problem in check.problems]
+        self.table = table
+
+
+class AssertionStopped(RuntimeError):
+    """A call that stopped on the library's assertion; the object may be left half-changed.
+    condition is the assertion's text."""
+
+    def __init__(self, message, condition):
+        super().__init__(message)
+        self.condition = condition
+)py",
+           m.attr("__dict__"));
+  py::module_::import("atexit").attr("register")(py::cpp_function([] { reactingTables().releaseAll(); }));
 
   py::enum_<HashFunc>(m, "HashFunc")
       .value("hashInvalid", HashFunc::hashInvalid)
@@ -236,12 +453,29 @@ PYBIND11_MODULE(multihashtable, m) {
       .def(py::init(&hashEntryConfigFactory))
       .def(
           "configIs",
-          [](HashEntryConfig& c, const HashEntryKey& key, std::optional<U32> id) { c.configIs(key, entryIdOf(id)); },
-          py::arg("key"), py::arg("id") = py::none(), "Adds or changes a request; the tables react inside this call")
+          [](HashEntryConfig& c, const HashEntryKey& key, std::optional<U32> id) {
+            judgeRequest(c, key, id);
+            c.configIs(key, entryIdOf(id));
+          },
+          py::arg("key"), py::arg("id") = py::none(),
+          "Adds or changes a request; the tables react inside this call. Raises RequestRefused or "
+          "ConfigurationRefused, writing nothing, where a table would stop on it")
       .def(
-          "configDel", [](HashEntryConfig& c, const HashEntryKey& key) { return idValue(c.configDel(key)); },
-          py::arg("key"), "Removes a request and returns it (None when there was none)")
-      .def("configDelAll", &HashEntryConfig::configDelAll)
+          "configDel",
+          [](HashEntryConfig& c, const HashEntryKey& key) {
+            judgeRemoval(c, key);
+            return idValue(c.configDel(key));
+          },
+          py::arg("key"),
+          "Removes a request and returns it (None when there was none). Raises RequestRefused or "
+          "ConfigurationRefused, writing nothing, where a table would stop on it")
+      .def(
+          "configDelAll",
+          [](HashEntryConfig& c) {
+            judgeRemovalOfAll(c);
+            c.configDelAll();
+          },
+          "Removes every request, unless a table would stop on one of the removals")
       .def(
           "config", [](const HashEntryConfig& c, const HashEntryKey& key) { return idValue(c.config(key)); },
           py::arg("key"))
@@ -282,17 +516,54 @@ PYBIND11_MODULE(multihashtable, m) {
       .value("accepted", RequestOutcome::accepted)
       .value("hazardous", RequestOutcome::hazardous)
       .value("stopsLater", RequestOutcome::stopsLater)
-      .value("stopsNow", RequestOutcome::stopsNow);
+      .value("stopsNow", RequestOutcome::stopsNow)
+      .value("unserved", RequestOutcome::unserved);
   py::class_<RequestCheck>(m, "RequestCheck", "What a write would do, told before the client makes it")
       .def_property_readonly("outcome", &RequestCheck::outcome)
       .def_property_readonly("condition", &RequestCheck::condition)
       .def_property_readonly("reason", &RequestCheck::reason)
       .def_property_readonly("fatal", &RequestCheck::fatal)
       .def_property_readonly("hazard", &RequestCheck::hazard)
+      .def_property_readonly("unserved", [](const RequestCheck& c) { return c.unserved(); })
       .def_property_readonly("passes", &RequestCheck::passes)
       .def("problem", &RequestCheck::problem)
       .def("__str__", &RequestCheck::text)
       .def("__repr__", [](const RequestCheck& c) { return "<RequestCheck " + c.text() + ">"; });
+
+  py::class_<ConfigurationProblem>(m, "ConfigurationProblem",
+                                   "One rule that a table's configuration breaks, and what the table would do")
+      .def_property_readonly("rule", [](const ConfigurationProblem& p) { return std::string(ruleName(p.rule)); })
+      .def_property_readonly("consequence",
+                             [](const ConfigurationProblem& p) { return std::string(consequenceName(p.consequence)); })
+      .def_property_readonly("bank", [](const ConfigurationProblem& p) { return p.bank; })
+      .def_property_readonly("condition", [](const ConfigurationProblem& p) { return p.condition; })
+      .def_property_readonly("reason", [](const ConfigurationProblem& p) { return p.reason; })
+      .def_property_readonly("text", &ConfigurationProblem::text)
+      .def("__str__", &ConfigurationProblem::text)
+      .def("__repr__", [](const ConfigurationProblem& p) { return "<ConfigurationProblem " + p.text() + ">"; });
+  py::class_<ConfigurationCheck>(m, "ConfigurationCheck",
+                                 "Every problem that keeps a table from serving its requests, found before the first")
+      .def("passes", &ConfigurationCheck::passes)
+      .def_property_readonly("problems", &ConfigurationCheck::problems)
+      .def("__str__",
+           [](const ConfigurationCheck& c) {
+             std::ostringstream text;
+             text << c;
+             return text.str();
+           })
+      .def("__repr__", [](const ConfigurationCheck& c) {
+        return c.passes() ? std::string("<ConfigurationCheck passes>") : "<ConfigurationCheck " + c.text() + ">";
+      });
+
+  py::enum_<WriteRefusal>(m, "WriteRefusal", "Which verdicts keep a checked write from being made")
+      .value("fatal", WriteRefusal::fatal)
+      .value("fatalOrHazard", WriteRefusal::fatalOrHazard);
+  py::class_<CheckedWrite>(m, "CheckedWrite", "A checked write's verdict, and whether the write was made")
+      .def_property_readonly("verdict", [](const CheckedWrite& w) { return w.verdict; })
+      .def_property_readonly("written", [](const CheckedWrite& w) { return w.written; })
+      .def("__repr__", [](const CheckedWrite& w) {
+        return std::string("<CheckedWrite ") + (w.written ? "written" : "refused") + ": " + w.verdict.text() + ">";
+      });
 
   py::class_<MultiHashTableBase, Fwk::Ptr<MultiHashTableBase>>(m, "MultiHashTableBase")
       .def_property_readonly("numBanks", &MultiHashTableBase::numBanks)
@@ -328,20 +599,32 @@ PYBIND11_MODULE(multihashtable, m) {
           "The request check's problem in one line; empty when configIs(key, id) is safe to make")
       .def("removalCheck", &MultiHashTableBase::removalCheck, py::arg("key"), "What configDel(key) would do")
       .def("removalProblem", &MultiHashTableBase::removalProblem, py::arg("key"),
-           "The removal check's problem in one line; empty when configDel(key) is safe to make");
+           "The removal check's problem in one line; empty when configDel(key) is safe to make")
+      .def("configurationCheck", &MultiHashTableBase::configurationCheck,
+           "Every problem of the table's shape, banks and links that keeps it from serving its requests")
+      .def("configurationProblem", &MultiHashTableBase::configurationProblem,
+           "The configuration check's problems, one per line; empty when the table can serve");
 
   py::class_<MultiHashTable, MultiHashTableBase, Fwk::Ptr<MultiHashTable>>(m, "MultiHashTable",
                                                                            "The single-width table")
       .def(py::init([](U32 numBanks, U32 numBuckets, U32 numBucketEntries, Fwk::Ptr<HashEntryConfig> config,
                        Fwk::Ptr<HashEntryStatus> status, U32 maxRecursiveSteps, bool bucketSpanBanks) {
-             return multiHashTableFactory(numBanks, numBuckets, numBucketEntries, config, status, maxRecursiveSteps,
-                                          bucketSpanBanks);
+             return registered(multiHashTableFactory(numBanks, numBuckets, numBucketEntries, config, status,
+                                                     maxRecursiveSteps, bucketSpanBanks));
            }),
            py::arg("numBanks"), py::arg("numBuckets"), py::arg("numBucketEntries"), py::arg("config"),
            py::arg("status"), py::arg("maxRecursiveSteps"), py::arg("bucketSpanBanks") = false)
       .def_property_readonly("bucketSpanBanks", &MultiHashTable::bucketSpanBanks)
-      .def("bankIs", &MultiHashTable::bankIs, py::arg("baseEntryType"), py::arg("bankId"), py::arg("numBuckets"),
-           py::arg("bucketSize"), py::arg("hashFunc"), py::arg("hashOffSet"), py::arg("hashBits"), py::arg("hashMask"))
+      .def(
+          "bankIs",
+          [](MultiHashTable& t, HashEntryType baseEntryType, U32 bankId, U32 numBuckets, U32 bucketSize,
+             HashFunc hashFunc, U32 hashOffSet, U32 hashBits, U32 hashMask) {
+            return trapped("bankIs", [&] {
+              return t.bankIs(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits, hashMask);
+            });
+          },
+          py::arg("baseEntryType"), py::arg("bankId"), py::arg("numBuckets"), py::arg("bucketSize"),
+          py::arg("hashFunc"), py::arg("hashOffSet"), py::arg("hashBits"), py::arg("hashMask"))
       .def("bank", &MultiHashTable::bank, py::arg("bankId"))
       .def(
           "calcEntryId",
@@ -354,18 +637,33 @@ PYBIND11_MODULE(multihashtable, m) {
       m, "MultiEntryTypeHashTable", "The multi-width table: entries one, two or four slots wide")
       .def(py::init([](U32 numBanks, U32 numBuckets, U32 numBucketEntries, Fwk::Ptr<HashEntryConfig> config,
                        Fwk::Ptr<HashEntryStatus> status, U32 maxRecursiveSteps) {
-             return multiEntryTypeHashTableFactory(numBanks, numBuckets, numBucketEntries, config, status,
-                                                   maxRecursiveSteps);
+             return registered(multiEntryTypeHashTableFactory(numBanks, numBuckets, numBucketEntries, config, status,
+                                                              maxRecursiveSteps));
            }),
            py::arg("numBanks"), py::arg("numBuckets"), py::arg("numBucketEntries"), py::arg("config"),
            py::arg("status"), py::arg("maxRecursiveSteps"))
-      .def("bankIs", &MultiEntryTypeHashTable::bankIs, py::arg("baseEntryType"), py::arg("bankId"),
-           py::arg("numBuckets"), py::arg("bucketSize"), py::arg("hashFunc"), py::arg("hashOffSet"),
-           py::arg("hashBits"), py::arg("hashMask"), py::arg("phyBankId"), py::arg("doubleEntryTwoBucketMode") = false)
+      .def(
+          "bankIs",
+          [](MultiEntryTypeHashTable& t, HashEntryType baseEntryType, U32 bankId, U32 numBuckets, U32 bucketSize,
+             HashFunc hashFunc, U32 hashOffSet, U32 hashBits, U32 hashMask, U32 phyBankId,
+             bool doubleEntryTwoBucketMode) {
+            return trapped("bankIs", [&] {
+              return t.bankIs(baseEntryType, bankId, numBuckets, bucketSize, hashFunc, hashOffSet, hashBits, hashMask,
+                              phyBankId, doubleEntryTwoBucketMode);
+            });
+          },
+          py::arg("baseEntryType"), py::arg("bankId"), py::arg("numBuckets"), py::arg("bucketSize"),
+          py::arg("hashFunc"), py::arg("hashOffSet"), py::arg("hashBits"), py::arg("hashMask"), py::arg("phyBankId"),
+          py::arg("doubleEntryTwoBucketMode") = false)
       .def("bank", &MultiEntryTypeHashTable::bank, py::arg("bankId"))
       .def_property_readonly("entryIdHelper", &MultiEntryTypeHashTable::entryIdHelper)
-      .def("entryIdHelperIs", &MultiEntryTypeHashTable::entryIdHelperIs, py::arg("helper"),
-           "Sets the id translator; entryIdHelperIs(None) breaks the table <-> helper cycle when done");
+      .def(
+          "entryIdHelperIs",
+          [](MultiEntryTypeHashTable& t, Ptr<EntryIdHelper> helper) {
+            trapped("entryIdHelperIs", [&] { t.entryIdHelperIs(std::move(helper)); });
+          },
+          py::arg("helper"),
+          "Sets the id translator; entryIdHelperIs(None) breaks the table <-> helper cycle when done");
 
   py::class_<EntryIdHelper, Fwk::Ptr<EntryIdHelper>>(m, "EntryIdHelper",
                                                      "Translates the multi-width table's positions to EntryIds")
@@ -392,6 +690,27 @@ PYBIND11_MODULE(multihashtable, m) {
       .def_property("sink", &TraceControl::sink, &TraceControl::sinkIs,
                     "A TraceCapture that receives the lines, or None for standard error");
   m.attr("trace") = py::cast(TraceControl(), py::return_value_policy::move);
+
+  m.def(
+      "checkedConfigIs",
+      [](HashEntryConfig& config, const MultiHashTableBase& table, const HashEntryKey& key, std::optional<U32> id,
+         WriteRefusal refusal) {
+        requireReacting(config, table);
+        judgeRequest(config, key, id, &table);
+        return checkedConfigIs(config, table, key, entryIdOf(id), refusal);
+      },
+      py::arg("config"), py::arg("table"), py::arg("key"), py::arg("id") = py::none(),
+      py::arg("refusal") = WriteRefusal::fatal,
+      "config.configIs(key, id) unless the table's request check refuses it; returns the verdict either way");
+  m.def(
+      "checkedConfigDel",
+      [](HashEntryConfig& config, const MultiHashTableBase& table, const HashEntryKey& key, WriteRefusal refusal) {
+        requireReacting(config, table);
+        judgeRemoval(config, key, &table);
+        return checkedConfigDel(config, table, key, refusal);
+      },
+      py::arg("config"), py::arg("table"), py::arg("key"), py::arg("refusal") = WriteRefusal::fatal,
+      "config.configDel(key) unless the table's removal check refuses it; returns the verdict either way");
 
   m.def("simulate", &simulateForPython,
         "Runs mht simulate's simulation; returns the figures of its --json report as a dict", py::kw_only(),

@@ -85,6 +85,134 @@ class SingleWidthTest(unittest.TestCase):
         self.assertIn("crc16=1", repr(A))
 
 
+class RefusalTest(unittest.TestCase):
+    """Writes that the library would stop the process on raise instead, and write nothing."""
+
+    def test_a_bad_configIs_raises_and_the_interpreter_goes_on(self):
+        config, status, table = single_width_table(steps=3)
+        with self.assertRaises(mh.RequestRefused) as refused:
+            config.configIs((1, 2), 7)  # a's candidates are ids 2 and 5
+        error = refused.exception
+        self.assertIsInstance(error, RuntimeError)
+        self.assertEqual(error.condition, "checkEntryIdValidity( key, eId )")
+        self.assertEqual(error.outcome, mh.RequestOutcome.stopsNow)
+        self.assertEqual(error.reason, "id 7 is not one of the key's candidate slots")
+        self.assertEqual(error.verdict.condition, error.condition)
+        self.assertIs(error.table, table)
+        self.assertIn("because id 7 is not one of the key's candidate slots", str(error))
+        self.assertEqual(config.requests(), {}, "nothing was written")
+        config.configIs((1, 2), 5)
+        self.assertEqual(status.results(), {A: 5})
+        self.assertEqual(table.audit(), [])
+
+    def test_a_removal_of_a_key_the_table_never_handled_raises(self):
+        config, status = mh.HashEntryConfig(), mh.HashEntryStatus()
+        config.configIs(A)  # before any table
+        table = mh.MultiHashTable(2, 4, 1, config, status, maxRecursiveSteps=3)
+        table.bankIs(T.singleWide, 0, 4, 1, mh.HashFunc.hashCrc32Lower, 0, 0, 0x3)
+        table.bankIs(T.singleWide, 1, 4, 1, mh.HashFunc.hashCrc16Lower, 0, 0, 0x3)
+        for remove in (lambda: config.configDel(A), config.configDelAll):
+            with self.assertRaises(mh.RequestRefused) as refused:
+                remove()
+            self.assertEqual(refused.exception.condition, "hashEntryStatus()->statusHas( key )")
+        self.assertEqual(config.requests(), {A: None})
+
+    def test_a_hazardous_write_is_made_with_a_warning(self):
+        config, status, _ = single_width_table(steps=3)
+        config.configIs(A, 2)
+        twin = mh.HashEntryKey(1, 2, 5)  # a's crc16 and crc32
+        with self.assertWarnsRegex(RuntimeWarning, "hazardous: id 2 holds key"):
+            config.configIs(twin, 2)
+        self.assertEqual(status.status(twin), 2)
+
+    def test_checked_writes_return_the_verdict(self):
+        config, status, table = single_width_table(steps=3)
+        write = mh.checkedConfigIs(config, table, A, 7)
+        self.assertFalse(write.written)
+        self.assertEqual(write.verdict.condition, "checkEntryIdValidity( key, eId )")
+        self.assertEqual(config.requests(), {})
+        write = mh.checkedConfigIs(config, table, A, refusal=mh.WriteRefusal.fatalOrHazard)
+        self.assertTrue(write.written)
+        self.assertTrue(write.verdict.passes)
+        self.assertEqual(status.status(A), 2)
+        self.assertTrue(mh.checkedConfigDel(config, table, A).written)
+        self.assertEqual(status.results(), {})
+        other = mh.HashEntryConfig()
+        with self.assertRaises(ValueError):
+            mh.checkedConfigIs(other, table, A)
+
+    def test_a_misconfigured_multi_width_table_is_refused_at_its_first_write(self):
+        # Buckets of 8 slots: the bucket state word serves 4.
+        config, status = mh.HashEntryConfig(), mh.HashEntryStatus()
+        table = mh.MultiEntryTypeHashTable(1, 4, 8, config, status, maxRecursiveSteps=1)
+        table.bankIs(T.singleWide, 0, 4, 8, mh.HashFunc.hashCrc32Lower, 0, 0, 0x3, phyBankId=0)
+        table.entryIdHelperIs(mh.EntryIdHelper(table))
+        try:
+            check = table.configurationCheck()
+            self.assertFalse(check.passes())
+            self.assertEqual([p.rule for p in check.problems], ["unsupportedBucketSize"])
+            problem = check.problems[0]
+            self.assertEqual(problem.bank, 0)
+            self.assertEqual(problem.consequence, "a later placement stops the agent")
+            self.assertIn("bucketSize 8 is past the 4 slots", problem.reason)
+            self.assertEqual(str(check), problem.text)
+            self.assertEqual(table.configurationProblem(), problem.text)
+            with self.assertRaises(mh.ConfigurationRefused) as refused:
+                config.configIs((1, 2))
+            self.assertIsInstance(refused.exception, RuntimeError)
+            self.assertEqual(refused.exception.problems, [problem.text])
+            self.assertIs(refused.exception.table, table)
+            self.assertEqual(config.requests(), {})
+        finally:
+            table.entryIdHelperIs(None)
+
+    def test_table_and_bank_slots_that_disagree_are_refused(self):
+        # The table counts 2 slots per bucket, its banks 4.
+        config, status = mh.HashEntryConfig(), mh.HashEntryStatus()
+        table = mh.MultiEntryTypeHashTable(2, 4, 2, config, status, maxRecursiveSteps=1)
+        table.bankIs(T.singleWide, 0, 4, 4, mh.HashFunc.hashCrc32Lower, 0, 0, 0x3, phyBankId=0)
+        table.bankIs(T.singleWide, 1, 4, 4, mh.HashFunc.hashCrc16Lower, 0, 0, 0x3, phyBankId=1)
+        table.entryIdHelperIs(mh.EntryIdHelper(table))
+        try:
+            with self.assertRaises(mh.ConfigurationRefused) as refused:
+                config.configIs((1, 2, 0, T.doubleWide))
+            problems = refused.exception.problems
+            self.assertEqual(len(problems), 2)
+            for bank, text in enumerate(problems):
+                self.assertTrue(text.startswith(f"bank {bank}: bucketSize 4 differs from the table's "
+                                                "numBucketEntries 2"), text)
+            self.assertEqual([p.rule for p in refused.exception.check.problems], ["slotsDisagree"] * 2)
+        finally:
+            table.entryIdHelperIs(None)
+
+    def test_a_table_that_is_gone_judges_nothing(self):
+        config, status, table = single_width_table(steps=3)
+        del table
+        config.configIs((1, 2), 7)  # no table reacts: a request like any other
+        self.assertEqual(config.requests(), {A: 7})
+        self.assertEqual(status.results(), {})
+
+    def test_a_stopped_bank_creation_raises(self):
+        config, status = mh.HashEntryConfig(), mh.HashEntryStatus()
+        table = mh.MultiEntryTypeHashTable(1, 4, 4, config, status, maxRecursiveSteps=1)
+        with self.assertRaises(mh.AssertionStopped) as stopped:
+            table.bankIs(T.empty, 0, 4, 4, mh.HashFunc.hashCrc32Lower, 0, 0, 0x3, phyBankId=0)
+        self.assertIn("BaseEntryType should be non empty", stopped.exception.condition)
+
+    def test_unserved_outcome(self):
+        self.assertEqual(mh.RequestOutcome.unserved.name, "unserved")
+        config, status = mh.HashEntryConfig(), mh.HashEntryStatus()
+        table = mh.MultiHashTable(1, 4, 1, config, status, maxRecursiveSteps=1)
+        table.bankIs(T.singleWide, 0, 4, 1, mh.HashFunc.hashCrc32Lower, 0, 0, 0x1)  # never buckets 2 and 3
+        check = table.requestCheck(A)
+        self.assertEqual(check.outcome, mh.RequestOutcome.unserved)
+        self.assertTrue(check.unserved)
+        self.assertFalse(check.passes)
+        with self.assertRaises(mh.ConfigurationRefused) as refused:
+            config.configIs(A)
+        self.assertEqual(refused.exception.check.problems[0].rule, "maskShortOfBuckets")
+
+
 class MultiWidthTest(unittest.TestCase):
     def setUp(self):
         self.config, self.status = mh.HashEntryConfig(), mh.HashEntryStatus()
@@ -202,6 +330,14 @@ class SimulationTest(unittest.TestCase):
             mh.simulate(buckets=100)
         with self.assertRaises(ValueError):
             mh.simulate(table="triple")
+
+    def test_a_table_the_library_refuses_is_not_simulated(self):
+        with self.assertRaises(mh.ConfigurationRefused) as refused:
+            mh.simulate(table="multi", buckets=64, slots=8)
+        self.assertEqual(len(refused.exception.problems), 4)
+        self.assertIsNone(refused.exception.table)
+        with self.assertRaisesRegex(mh.ConfigurationRefused, "hashLsb selects no bucket"):
+            mh.simulate(table="single", buckets=64, bankHash=[(1, "hashLsb", 0, 0, 63)])
 
 
 if __name__ == "__main__":

@@ -67,14 +67,56 @@ TEST(ReplayErrors, ANumberOutOfRangeNamesTheField) {
   EXPECT_EQ(o.err, "requests.txt:4: crc16: '70000' is above the maximum 65535\n");
 }
 
-// A replay holds a table's shape to what the library can address only: the simulations'
-// limits (a power of two of buckets, at most 128 multi-width banks) are not its to impose.
-TEST(ReplayErrors, ATableBeyondWhatAPositionAddressesIsRefused) {
-  const Outcome o = replay("table multi 300 4 4 1\n");
+// A replay holds a table to the library's configuration check alone, at the first request:
+// a table line takes any figures, and a table that is never asked anything is not judged.
+TEST(ReplayErrors, ATableBeyondWhatAPositionAddressesIsRefusedAtItsFirstRequest) {
+  const Outcome o = replay("table multi 300 4 4 1\nset 1 2 0 singleWide any\n");
   EXPECT_EQ(o.exitCode, 1);
-  EXPECT_EQ(o.err, "requests.txt:1: numBanks: 300 banks is above 256, the most a position can address\n");
-  EXPECT_EQ(replay("table multi 200 4 4 1\n").exitCode, 0);
+  EXPECT_EQ(o.err.rfind("requests.txt:2: the table cannot serve its requests (301 problems):\n"
+                        "  numBanks 300 is past the 256 banks that a position numbers: corrupts the table\n"
+                        "  bank 0: missing: ",
+                        0),
+            0u)
+      << o.err;
+  EXPECT_EQ(o.out, "");
+  EXPECT_EQ(replay("table multi 300 4 4 1\n").exitCode, 0);
   EXPECT_EQ(replay("table single 300 3 4 1 false\n").exitCode, 0);
+}
+
+// The rules of a bank's shape and hashing are the library's: the bank line is taken, and the
+// table is refused at its first request, by the problem's own text.
+TEST(ReplayErrors, ABankThatTheLibraryFindsUnableToServeIsRefusedAtTheFirstRequest) {
+  const Outcome o = replay(
+      "table multi 1 4 8 1\nbank singleWide 0 4 8 hashLsb 0 0 3 0 false\nmoveSearch breadthFirst\n"
+      "set 1 2 0 singleWide any\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err,
+            "requests.txt:4: the table cannot serve its requests (2 problems):\n"
+            "  bank 0: bucketSize 8 is past the 4 slots that a bucket's state word serves: a later placement stops "
+            "the agent on the assertion \"!posToKeyHas( pos )\"\n"
+            "  bank 0: hash function hashLsb selects no bucket: a later placement stops the agent on the assertion "
+            "\"0\"\n");
+  EXPECT_EQ(o.out, "");
+}
+
+// The resync and the reconcile reach the table as a request does.
+TEST(ReplayErrors, AResyncOrReconcileOfAMisconfiguredTableIsRefused) {
+  const std::string table = "table single 1 4 1 1 false\nbank doubleWide 0 4 1 hashCrc32Lower 0 0 3\n";
+  for (const std::string line : {"resync\n", "reconcile\n", "del 1 2 0 singleWide\n"}) {
+    const Outcome o = replay(table + line);
+    EXPECT_EQ(o.exitCode, 1) << line;
+    EXPECT_EQ(o.err,
+              "requests.txt:3: the table cannot serve its requests: bank 0: baseEntryType doubleWide: the table gives "
+              "every key one slot, where the chip's entry of that width takes more: corrupts the table\n")
+        << line;
+  }
+}
+
+// A multi-width bank of an empty base type cannot be built at all: its line is refused.
+TEST(ReplayErrors, AnEmptyMultiWidthBaseTypeIsRefusedAtItsBankLine) {
+  const Outcome o = replay("table multi 1 4 4 1\nbank empty 0 4 4 hashCrc32Lower 0 0 3 0 false\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err, "requests.txt:2: baseEntryType: a bank's base type cannot be empty\n");
 }
 
 TEST(ReplayErrors, ANonNumberNamesTheField) {
@@ -142,7 +184,7 @@ TEST(ReplayErrors, MovingAPlacedMultiWidthKeyToAnotherIdIsReported) {
 
 TEST(ReplayErrors, AKeyNarrowerThanABanksBaseTypeIsReported) {
   const Outcome o =
-      replay("table multi 1 4 4 1\nbank doubleWide 0 4 2 hashCrc32Lower 0 0 3 0 false\nset 1 1 0 singleWide any\n");
+      replay("table multi 1 4 2 1\nbank doubleWide 0 4 2 hashCrc32Lower 0 0 3 0 false\nset 1 1 0 singleWide any\n");
   EXPECT_EQ(o.exitCode, 1);
   EXPECT_EQ(o.err,
             "requests.txt:3: set 1 1 0 singleWide any: stops the agent: assertion "
@@ -155,7 +197,9 @@ TEST(ReplayErrors, ARequestBeforeEveryBankExistsIsReported) {
       "table single 2 4 1 1 false\nbank singleWide 0 4 1 hashCrc32Lower 0 0 3\n"
       "set 1 2 0 singleWide any\n");
   EXPECT_EQ(o.exitCode, 1);
-  EXPECT_EQ(o.err, "requests.txt:3: bank 1 is missing: every bank below numBanks needs a bank line\n");
+  EXPECT_EQ(o.err,
+            "requests.txt:3: the table cannot serve its requests: bank 1: missing: every bank below numBanks must "
+            "exist before a key is placed: the first placement stops the agent\n");
 }
 
 TEST(ReplayErrors, ABankRedefinedWithOtherArgumentsIsReported) {

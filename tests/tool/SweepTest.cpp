@@ -57,16 +57,41 @@ TEST(SweepGrid, BadTablesAreNamedWithWhatIsWrong) {
             "'single:4x4096': the shape is not <banks>x<buckets>x<slots>");
   EXPECT_EQ(errorOf([] { parseSweepTable("single:4xx4"); }),
             "'single:4xx4': the shape is not <banks>x<buckets>x<slots>");
-  EXPECT_EQ(errorOf([] { parseSweepTable("single:0x64x4"); }), "'single:0x64x4': 0 banks is not in 1..256");
+  EXPECT_EQ(errorOf([] { parseSweepTable("single:257x64x4"); }), "'single:257x64x4': 257 banks is above 256");
   EXPECT_EQ(errorOf([] { parseSweepTable("single:4x100x4"); }),
-            "'single:4x100x4': 100 buckets is not a power of two in 1..1048576");
-  EXPECT_EQ(errorOf([] { parseSweepTable("single:4x64x17"); }), "'single:4x64x17': 17 slots is not in 1..16");
-  EXPECT_EQ(errorOf([] { parseSweepTable("multi:4x64x8"); }),
-            "'multi:4x64x8': a multi-width table's bucket state serves at most 4 slots");
-  EXPECT_EQ(errorOf([] { parseSweepTable("multi:129x64x4"); }),
-            "'multi:129x64x4': a multi-width table skips bank 128 on first placements; use at most 128 banks");
-  EXPECT_EQ(errorOf([] { parseSweepTable("single:256x1048576x16"); }),
-            "'single:256x1048576x16': the capacity does not fit in 32 bits");
+            "'single:4x100x4': 100 buckets is not a power of two up to 1048576");
+  EXPECT_EQ(errorOf([] { parseSweepTable("single:4x64x17"); }), "'single:4x64x17': 17 slots is above 16");
+}
+
+// What a table of a parsed shape can serve is the library's to say: the sweep builds each
+// table as its simulations would and refuses the whole grid, naming the table and every
+// problem, before any run.
+TEST(SweepGrid, ATableThatTheLibraryRefusesRefusesTheSweep) {
+  for (const char* text : {"single:0x64x4", "multi:4x64x8", "multi:129x64x4", "single:256x1048576x16"}) {
+    EXPECT_EQ(errorOf([&] { parseSweepTable(text); }), "no error") << text;
+  }
+  SweepGrid g = defaultSweepGrid();
+  g.tables = {parseSweepTable("single:2x64x4"), parseSweepTable("multi:2x64x8")};
+  g.seeds = {1};
+  try {
+    runSweep(g, 1, false);
+    FAIL() << "the sweep ran";
+  } catch (const ConfigurationRefused& e) {
+    EXPECT_EQ(std::string(e.what()),
+              "multi 2x64x8: the table cannot serve its requests (2 problems):\n"
+              "  bank 0: bucketSize 8 is past the 4 slots that a bucket's state word serves: a later placement stops "
+              "the agent on the assertion \"!posToKeyHas( pos )\"\n"
+              "  bank 1: bucketSize 8 is past the 4 slots that a bucket's state word serves: a later placement stops "
+              "the agent on the assertion \"!posToKeyHas( pos )\"");
+    EXPECT_EQ(e.check().problems().size(), 2u);
+  }
+  g.tables = {parseSweepTable("single:256x1048576x16")};
+  try {
+    runSweep(g, 1, false);
+    FAIL() << "the sweep ran";
+  } catch (const ConfigurationRefused& e) {
+    EXPECT_TRUE(e.check().has(ConfigurationRule::capacityPastIds)) << e.what();
+  }
 }
 
 TEST(SweepGrid, NumberListsTakeNumbersAndRanges) {

@@ -27,20 +27,6 @@ HashEntryKey readKey(LineParser& p) {
 
 using TesselCentral::detail::idText;
 
-// The table line's field that holds a figure of the shape.
-std::string fieldOf(ShapeProblem::Figure figure) {
-  switch (figure) {
-    case ShapeProblem::Figure::banks:
-      return "numBanks";
-    case ShapeProblem::Figure::slots:
-      return "numBucketEntries";
-    case ShapeProblem::Figure::buckets:
-    case ShapeProblem::Figure::capacity:
-      break;
-  }
-  return "numBuckets";
-}
-
 class Replay {
  public:
   Replay(const ReplayOptions& options, const std::string& fileName, const ScriptPosition& position, std::ostream& err)
@@ -99,9 +85,8 @@ class Replay {
     } else {
       p.end("maxRecursiveSteps");
     }
-    if (const auto problem = shapeProblem(shape, ShapeLimits::library)) {
-      throw LineError(fieldOf(problem->figure) + ": " + problem->text);
-    }
+    // Whether the shape can serve its requests is the library's to say, with the banks in:
+    // the configuration check at the first request.
     session_ = std::make_unique<TableSession>(shape);
   }
 
@@ -121,23 +106,12 @@ class Replay {
       b.phyBankId = p.u32("phyBankId");
       b.doubleEntryTwoBucketMode = p.boolean("doubleEntryTwoBucketMode");
       p.end("doubleEntryTwoBucketMode");
+      // The multi-width bank's constructor stops on an empty base type: the bank cannot be
+      // built for the configuration check to judge it.
       if (b.baseEntryType == HashEntryType::empty) throw LineError("baseEntryType: a bank's base type cannot be empty");
-      if (b.bankId > 255)
-        throw LineError("bankId: " + std::to_string(b.bankId) + " is above 255, the most a position can address");
-      if (b.bucketSize > 4)
-        throw LineError("bucketSize: " + std::to_string(b.bucketSize) +
-                        " is above 4, the most a bucket state word serves");
     } else {
-      p.end(multi ? "doubleEntryTwoBucketMode" : "hashMask");
-      // Single-width ids count each bank's buckets by the table's numBuckets: a bucket past
-      // it would share its ids with the next bank's, and a move there would stop on an
-      // assertion.
-      if (b.hashMask >= session_->shape().numBuckets) {
-        throw LineError("hashMask: " + std::to_string(b.hashMask) + " selects buckets beyond the table's numBuckets " +
-                        std::to_string(session_->shape().numBuckets));
-      }
+      p.end("hashMask");
     }
-    if (b.hashFunc == HashFunc::hashLsb) throw LineError("hashFunc: hashLsb is not supported for bucket selection");
     try {
       session_->bankIs(b);
     } catch (const Fwk::ReinstantiationError& e) {
@@ -145,12 +119,14 @@ class Replay {
     }
   }
 
-  void requireBanks() {
+  // The table's configuration, judged by the table itself once its banks are in: a table
+  // that cannot serve its requests is refused at the first line that would reach it, with
+  // every problem named.
+  void requireConfiguration() {
+    if (requestsStarted_) return;
     requestsStarted_ = true;
-    const U32 missing = session_->firstMissingBank();
-    if (missing != session_->shape().numBanks) {
-      throw LineError("bank " + std::to_string(missing) + " is missing: every bank below numBanks needs a bank line");
-    }
+    const ConfigurationCheck check = session_->configurationCheck();
+    if (!check.passes()) throw LineError(configurationRefusal(check));
   }
 
   // The table's own verdict on what the line would do. A line that would stop the agent,
@@ -168,7 +144,7 @@ class Replay {
   }
 
   void set(LineParser& p) {
-    requireBanks();
+    requireConfiguration();
     const HashEntryKey key = readKey(p);
     const std::string& idField = p.word("id (a number or any)");
     EntryId id;
@@ -183,7 +159,7 @@ class Replay {
   }
 
   void del(LineParser& p) {
-    requireBanks();
+    requireConfiguration();
     const HashEntryKey key = readKey(p);
     p.end("entryType");
     judge(session_->table().removalCheck(key), "del " + keyFields(key));
@@ -192,7 +168,7 @@ class Replay {
 
   // The full resync, as the table exposes it.
   void resync(LineParser& p) {
-    requireBanks();
+    requireConfiguration();
     p.end("resync");
     judge(session_->table().resyncCheck(), "resync");
     session_->table().handleHashUpdate();
@@ -200,7 +176,7 @@ class Replay {
 
   // Results brought in line with the requests; the keys left as they stand are noted.
   void reconcile(LineParser& p) {
-    requireBanks();
+    requireConfiguration();
     p.end("reconcile");
     const ReconcileReport report = session_->table().reconcile();
     for (const KeptRequest& kept : report.kept()) {

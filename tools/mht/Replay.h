@@ -14,13 +14,16 @@
 //
 // At the end it prints the table's canonical state (see TableSession::dump). A bad line is
 // reported as FILE:LINE: message, before anything of that line reaches the table, and the
-// replay stops with a non-zero exit. The table itself judges every request, deletion and
-// resync before it is made (requestCheck, removalCheck, resyncCheck): one that would stop
-// the agent, now or through a later request, is such a bad line, and its message names the
-// assertion's condition and the reason; one that is accepted but hazardous is carried out
-// and reported as FILE:LINE: warning: ..., an error under --strict; one that changes
-// nothing is carried out silently. The keys that a reconcile leaves as they stand are
-// reported as FILE:LINE: note: ...
+// replay stops with a non-zero exit. The table and bank lines are held to what parses (and
+// a multi-width bank to a base type it can be built with); the table itself judges its
+// configuration at the first set, del, resync or reconcile (configurationCheck), and a
+// table that cannot serve its requests is refused there, every problem named. It judges
+// every request, deletion and resync before it is made too (requestCheck, removalCheck,
+// resyncCheck): one that would stop the agent, now or through a later request, is such a
+// bad line, and its message names the assertion's condition and the reason; one that is
+// accepted but hazardous is carried out and reported as FILE:LINE: warning: ..., an error
+// under --strict; one that changes nothing is carried out silently. The keys that a
+// reconcile leaves as they stand are reported as FILE:LINE: note: ...
 #pragma once
 
 #include <iosfwd>

@@ -3,11 +3,16 @@
 #include <editline/readline.h>
 
 #include <cstdlib>
+#include <functional>
 #include <istream>
 #include <ostream>
+#include <type_traits>
+#include <utility>
 
 #include "LineParser.h"
 #include "MultiHashTable.h"
+#include "Tables.h"
+#include "fwk/Assert.h"
 #include "fwk/Registry.h"
 
 namespace mht {
@@ -35,9 +40,43 @@ std::string signature(const Fwk::AttributeInfo& a) {
   return s + ')';
 }
 
+// A line that the shell turned away before the library saw it ("refused: ...", nothing was
+// written), or that a library assertion stopped part-way ("stopped: ..."): reported with its
+// line, and the session goes on with every object it has.
+class LineTurnedAway : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The request collection's writes: a table that reacts to the collection runs its reaction
+// inside them.
+bool isRequestWrite(const std::string& operation) {
+  return operation == "configIs" || operation == "configDel" || operation == "configDelAll";
+}
+
+// A table that a write reaches, as the messages name it.
+struct ReachedTable {
+  std::string label;  // "table t", or "the table of helper h"
+  const MultiHashTableBase* table;
+};
+
+// Runs `action` under the assertion trap; a stop becomes a LineTurnedAway that names the
+// condition and what the stop leaves behind.
+template <class Action>
+std::invoke_result_t<Action> trapped(const std::string& what, const std::string& leftBehind, Action&& action) {
+  const Fwk::AssertionTrap trap;
+  try {
+    return action();
+  } catch (const Fwk::AssertionStopped& stop) {
+    throw LineTurnedAway("stopped: " + what + ": assertion \"" + stop.condition + "\" failed; " + leftBehind);
+  }
+}
+
 class Shell {
  public:
-  explicit Shell(std::ostream& out) : out_(out) {}
+  using Warn = std::function<void(const std::string&)>;
+
+  Shell(std::ostream& out, Warn warn) : out_(out), warn_(std::move(warn)) {}
 
   // Returns false on quit.
   bool command(LineParser& p) {
@@ -77,15 +116,118 @@ class Shell {
     const std::string name = p.word("object name");
     const Fwk::TypeInfo& type = typeNamed(p.word("type"));
     if (!type.factory) throw LineError("type " + type.name() + " has no factory");
-    scope_.objectIs(name, Fwk::Registry::instance().create(type.name(), rest(p), scope_));
+    const std::vector<std::string> args = rest(p);
+    Fwk::Ptr<Fwk::Entity> made = trapped("new " + name + " " + type.name(), "nothing was named " + name,
+                                         [&] { return Fwk::Registry::instance().create(type.name(), args, scope_); });
+    scope_.objectIs(name, std::move(made));
   }
 
+  // Every call that may stop on an assertion runs under the trap, so that the stop ends the
+  // call and not the session. A write to a request collection cannot: a table reacts to it
+  // inside a notification, which no exception may leave. Such a write is judged first by
+  // every table it reaches, and made only when none of them refuses it.
   void call(LineParser& p) {
     const std::string name = p.word("object name");
     const std::string operation = p.word("operation");
     Fwk::Ptr<Fwk::Entity> o = object(name);
-    const std::string result = Fwk::Registry::instance().call(*o, operation, rest(p), scope_);
+    const std::vector<std::string> args = rest(p);
+    const Fwk::Registry& registry = Fwk::Registry::instance();
+    std::string result;
+    if (const auto* config = dynamic_cast<const HashEntryConfig*>(o.ptr()); config && isRequestWrite(operation)) {
+      judgeRequestWrite("call " + name + " " + operation, *config, operation, args);
+      result = registry.call(*o, operation, args, scope_);
+    } else {
+      if (const auto* table = dynamic_cast<const MultiHashTableBase*>(o.ptr());
+          table && operation == "handleHashUpdate") {
+        judgeResync("call " + name + " " + operation, ReachedTable{"table " + name, table});
+      }
+      result = trapped("call " + name + " " + operation, name + " may be left half-changed",
+                       [&] { return registry.call(*o, operation, args, scope_); });
+    }
     if (!result.empty()) out_ << result << '\n';
+  }
+
+  // The tables that react to `config`: those named in the session, and a multi-width table
+  // that lives on through a named EntryIdHelper after its own name went to another object.
+  std::vector<ReachedTable> tablesReactingTo(const HashEntryConfig& config) const {
+    std::vector<ReachedTable> tables;
+    const auto add = [&](const MultiHashTableBase* table, std::string label) {
+      if (table == nullptr || table->hashEntryConfig().ptr() != &config) return;
+      for (const ReachedTable& seen : tables) {
+        if (seen.table == table) return;
+      }
+      tables.push_back(ReachedTable{std::move(label), table});
+    };
+    for (const auto& [name, o] : scope_.objects())
+      add(dynamic_cast<const MultiHashTableBase*>(o.ptr()), "table " + name);
+    for (const auto& [name, o] : scope_.objects()) {
+      if (const auto* helper = dynamic_cast<const EntryIdHelper*>(o.ptr())) {
+        add(helper->hashTable().ptr(), "the table of helper " + name);
+      }
+    }
+    return tables;
+  }
+
+  // A table whose configuration check fails serves no request: the write that would reach
+  // it is refused, naming every problem.
+  static void requireConfiguration(const std::string& what, const ReachedTable& reached) {
+    const ConfigurationCheck check = reached.table->configurationCheck();
+    if (!check.passes()) {
+      throw LineTurnedAway("refused: " + what + ": " + reached.label + ": " + configurationRefusal(check));
+    }
+  }
+
+  // The library's own verdict decides: a fatal one refuses the write, any other problem is
+  // a warning and the write is made.
+  void judge(const std::string& what, const ReachedTable& reached, const RequestCheck& verdict) const {
+    if (refuses(WriteRefusal::fatal, verdict)) {
+      throw LineTurnedAway("refused: " + what + ": " + reached.label + ": " + verdict.problem());
+    }
+    if (!verdict.passes()) warn_(what + ": " + reached.label + ": " + verdict.problem());
+  }
+
+  static bool reaches(const RequestCheck& verdict) {
+    return verdict.outcome() != RequestOutcome::unchanged && verdict.outcome() != RequestOutcome::noReaction;
+  }
+
+  // configIs, configDel or configDelAll on a collection that tables react to: every table's
+  // request or removal check, before the write. The arguments are read as the registry reads
+  // them; a count that does not fit the operation is left to the registry's own message.
+  void judgeRequestWrite(const std::string& what, const HashEntryConfig& config, const std::string& operation,
+                         const std::vector<std::string>& args) const {
+    const std::vector<ReachedTable> tables = tablesReactingTo(config);
+    if (tables.empty()) return;
+    // Each table's verdicts on the write, key by key.
+    std::vector<std::pair<const ReachedTable*, RequestCheck>> verdicts;
+    if (operation == "configIs" && args.size() == 2) {
+      const HashEntryKey key = Fwk::TextTraits<HashEntryKey>::parse(args[0], Fwk::ParseContext{"key", &scope_});
+      const EntryId id = Fwk::TextTraits<EntryId>::parse(args[1], Fwk::ParseContext{"id", &scope_});
+      for (const ReachedTable& t : tables) verdicts.emplace_back(&t, t.table->requestCheck(key, id));
+    } else if (operation == "configDel" && args.size() == 1) {
+      const HashEntryKey key = Fwk::TextTraits<HashEntryKey>::parse(args[0], Fwk::ParseContext{"key", &scope_});
+      for (const ReachedTable& t : tables) verdicts.emplace_back(&t, t.table->removalCheck(key));
+    } else if (operation == "configDelAll" && args.empty()) {
+      for (const auto& request : config.configCollection()) {
+        for (const ReachedTable& t : tables) {
+          RequestCheck verdict = t.table->removalCheck(request.key);
+          verdicts.emplace_back(
+              &t, RequestCheck(verdict.outcome(), verdict.condition(),
+                               "at key " + TesselCentral::detail::keyText(request.key) + ": " + verdict.reason()));
+        }
+      }
+    } else {
+      return;
+    }
+    for (const auto& [reached, verdict] : verdicts) {
+      if (reaches(verdict)) requireConfiguration(what, *reached);
+    }
+    for (const auto& [reached, verdict] : verdicts) judge(what, *reached, verdict);
+  }
+
+  // The full resync is the table's reaction to every request at once.
+  void judgeResync(const std::string& what, const ReachedTable& reached) const {
+    requireConfiguration(what, reached);
+    judge(what, reached, reached.table->resyncCheck());
   }
 
   void get(LineParser& p) {
@@ -153,14 +295,23 @@ class Shell {
   }
 
   std::ostream& out_;
+  Warn warn_;
   Fwk::Scope scope_;
 };
+
+// "FILE:LINE: warning: ..." for the line being run.
+Shell::Warn warningsTo(std::ostream& err, const std::string& fileName, const ScriptPosition& position) {
+  return [&err, fileName, &position](const std::string& text) {
+    err << fileName << ':' << position.line() << ": warning: " << text << '\n';
+  };
+}
 
 }  // namespace
 
 int runShell(std::istream& in, const std::string& fileName, bool interactive, std::ostream& out, std::ostream& err) {
-  Shell shell(out);
   ScriptPosition position(fileName, err);
+  Shell shell(out, warningsTo(err, fileName, position));
+  bool turnedAway = false;
   std::string text;
   while (std::getline(in, text)) {
     position.next();
@@ -168,17 +319,20 @@ int runShell(std::istream& in, const std::string& fileName, bool interactive, st
     if (p.atEnd()) continue;
     try {
       if (!shell.command(p)) break;
+    } catch (const LineTurnedAway& e) {
+      err << fileName << ':' << position.line() << ": " << e.what() << '\n';
+      turnedAway = true;
     } catch (const std::exception& e) {
       err << fileName << ':' << position.line() << ": " << e.what() << '\n';
       if (!interactive) return 1;
     }
   }
-  return 0;
+  return turnedAway ? 1 : 0;
 }
 
 int runInteractiveShell(std::ostream& out, std::ostream& err) {
-  Shell shell(out);
   ScriptPosition position("<stdin>", err);
+  Shell shell(out, warningsTo(err, "<stdin>", position));
   while (char* raw = readline("mht> ")) {
     const std::string text(raw);
     std::free(raw);

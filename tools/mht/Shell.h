@@ -14,6 +14,20 @@
 // Arguments are text: numbers (decimal or 0x-hex), true/false, enumerator names, values in
 // their text form (TesselCentral::HashEntryKey{crc16=1, crc32=2, fapId=0, entryType=singleWide},
 // TesselCentral::EntryId{value=5}), and the names of objects made with new.
+//
+// The session survives the library's fatal assertions:
+//  - configIs, configDel and configDelAll on a HashEntryConfig that a table of the session
+//    reacts to are judged first by every such table (requestCheck, removalCheck). A table
+//    whose configurationCheck fails refuses every write that reaches it, naming each
+//    problem; a fatal verdict refuses the write with its condition and reason; a refused
+//    write writes nothing ("FILE:LINE: refused: ..."). Any other problem of the verdict is a
+//    warning ("FILE:LINE: warning: ...") and the write is made. A table's handleHashUpdate is
+//    judged the same way by its resyncCheck.
+//  - every other call, and every new, runs under an assertion trap: a stop ends the call,
+//    not the session ("FILE:LINE: stopped: ... assertion "<condition>" failed"), and leaves
+//    the object as the stop found it, possibly half-changed.
+// A script goes on after a refused or stopped line and exits with 1 at its end; any other
+// error stops it at once.
 #pragma once
 
 #include <iosfwd>
@@ -22,7 +36,8 @@
 namespace mht {
 
 // Runs commands from a stream; with `interactive`, errors are reported and the shell goes
-// on, otherwise the first error stops it. Returns the exit code.
+// on, otherwise the first error stops it (a refused or stopped line does not). Returns the
+// exit code: 1 after an error or a refused or stopped line, 0 otherwise.
 int runShell(std::istream& in, const std::string& fileName, bool interactive, std::ostream& out, std::ostream& err);
 
 // Interactive use with line editing and history on a terminal.

@@ -54,6 +54,9 @@ class Simulator {
   explicit Simulator(const SimulationOptions& o)
       : options_(o), session_(o.table), keys_(simulationKeys(o)), pick_(o.seed ^ 0x9E3779B97F4A7C15ull) {
     for (const BankSpec& b : o.banks) session_.bankIs(b);
+    // A table that the library finds unable to serve its requests is refused before the
+    // first one: its figures would measure the misconfiguration, not the placement.
+    session_.requireConfiguration();
   }
 
   SimulationResult run() {
@@ -191,6 +194,12 @@ class Simulator {
 
 KeySource simulationKeys(const SimulationOptions& o) {
   return KeySource(o.source, o.seed, o.table.kind == TableKind::single ? WidthMix{100, 0, 0} : o.mix, o.prefixes);
+}
+
+ConfigurationCheck simulationConfiguration(const SimulationOptions& options) {
+  TableSession session(options.table);
+  for (const BankSpec& b : options.banks) session.bankIs(b);
+  return session.configurationCheck();
 }
 
 SimulationResult simulate(const SimulationOptions& options) {

@@ -91,7 +91,12 @@ std::vector<BankSpec> defaultBanks(const TableSpec& table, bool doubleEntryTwoBu
 KeySource simulationKeys(const SimulationOptions& options);
 
 // Runs the simulation; then, outside its timed phases and when options.optimum is set, the
-// offline placer on the same keys.
+// offline placer on the same keys. Throws ConfigurationRefused, before the first request,
+// for a table and banks that fail the library's configuration check.
 SimulationResult simulate(const SimulationOptions& options);
+
+// The library's configuration check on the simulation's table and banks, built as the
+// simulation builds them, without a request.
+TesselCentral::ConfigurationCheck simulationConfiguration(const SimulationOptions& options);
 
 }  // namespace mht

@@ -74,7 +74,7 @@ SweepTable parseSweepTable(const std::string& text) {
     slots = decimal(shape[2]);
   }
   if (!banks || !buckets || !slots) bad(text, "the shape is not <banks>x<buckets>x<slots>");
-  if (const auto problem = shapeProblem(t.kind, *banks, *buckets, *slots, ShapeLimits::simulation)) {
+  if (const auto problem = simulationShapeProblem(*banks, *buckets, *slots)) {
     bad(text, problem->text);
   }
   t.numBanks = static_cast<U32>(*banks);

@@ -118,9 +118,20 @@ void runOnThreads(std::size_t count, unsigned jobs, bool progress, const std::fu
   for (std::thread& w : workers) w.join();
 }
 
+// Every table of the grid as its simulations build it, judged before the first run: one
+// that cannot serve its requests would fill every row of it with the same refusal.
+void requireConfigurations(const SweepGrid& grid) {
+  for (const SweepTable& table : grid.tables) {
+    const SimulationOptions o = sweepSimulation(grid, table, 0, MoveSearch::depthFirst, 0);
+    ConfigurationCheck check = simulationConfiguration(o);
+    if (!check.passes()) throw ConfigurationRefused(std::move(check), table.label());
+  }
+}
+
 }  // namespace
 
 SweepResult runSweep(const SweepGrid& grid, unsigned jobs, bool progress) {
+  requireConfigurations(grid);
   const auto start = std::chrono::steady_clock::now();
   SweepResult result;
   std::vector<Task> tasks = planSweep(grid, result);

@@ -38,7 +38,9 @@ struct SweepResult {
   double seconds = 0;  // wall time of the whole sweep
 };
 
-// Runs every simulation and optimum of the grid on `jobs` threads.
+// Runs every simulation and optimum of the grid on `jobs` threads. A table of the grid
+// that fails the library's configuration check, with the banks its simulations give it,
+// refuses the whole sweep before any run: ConfigurationRefused, naming the table.
 SweepResult runSweep(const SweepGrid& grid, unsigned jobs, bool progress);
 
 }  // namespace mht

@@ -9,43 +9,32 @@ namespace mht {
 
 using namespace TesselCentral;
 
-std::optional<ShapeProblem> shapeProblem(TableKind kind, U64 numBanks, U64 numBuckets, U64 numBucketEntries,
-                                         ShapeLimits limits) {
+std::optional<ShapeProblem> simulationShapeProblem(U64 numBanks, U64 numBuckets, U64 numBucketEntries) {
   using Figure = ShapeProblem::Figure;
-  const bool multi = kind == TableKind::multi;
-  if (limits == ShapeLimits::simulation) {
-    if (numBanks < 1 || numBanks > 256) {
-      return ShapeProblem{Figure::banks, std::to_string(numBanks) + " banks is not in 1..256"};
-    }
-    if (numBuckets < 1 || numBuckets > (1u << 20) || !std::has_single_bit(numBuckets)) {
-      return ShapeProblem{Figure::buckets, std::to_string(numBuckets) + " buckets is not a power of two in 1..1048576"};
-    }
-    if (numBucketEntries < 1 || numBucketEntries > 16) {
-      return ShapeProblem{Figure::slots, std::to_string(numBucketEntries) + " slots is not in 1..16"};
-    }
-    if (multi && numBucketEntries > 4) {
-      return ShapeProblem{Figure::slots, "a multi-width table's bucket state serves at most 4 slots"};
-    }
-    if (multi && numBanks > 128) {
-      return ShapeProblem{Figure::banks,
-                          "a multi-width table skips bank 128 on first placements; use at most 128 banks"};
-    }
-    // The figures are small enough by now for the product not to overflow.
-    if (numBanks * numBuckets * numBucketEntries > 0xFFFFFFFFull) {
-      return ShapeProblem{Figure::capacity, "the capacity does not fit in 32 bits"};
-    }
+  if (numBanks > 256) return ShapeProblem{Figure::banks, std::to_string(numBanks) + " banks is above 256"};
+  if (numBuckets > (1u << 20) || !std::has_single_bit(numBuckets)) {
+    return ShapeProblem{Figure::buckets, std::to_string(numBuckets) + " buckets is not a power of two up to 1048576"};
   }
-  // A multi-width position keeps the bank in 8 bits.
-  if (multi && numBanks > 256) {
-    return ShapeProblem{Figure::banks,
-                        std::to_string(numBanks) + " banks is above 256, the most a position can address"};
-  }
+  if (numBucketEntries > 16)
+    return ShapeProblem{Figure::slots, std::to_string(numBucketEntries) + " slots is above 16"};
   return std::nullopt;
 }
 
-std::optional<ShapeProblem> shapeProblem(const TableSpec& table, ShapeLimits limits) {
-  return shapeProblem(table.kind, table.numBanks, table.numBuckets, table.numBucketEntries, limits);
+std::optional<ShapeProblem> simulationShapeProblem(const TableSpec& table) {
+  return simulationShapeProblem(table.numBanks, table.numBuckets, table.numBucketEntries);
 }
+
+std::string configurationRefusal(const ConfigurationCheck& check) {
+  const std::vector<ConfigurationProblem>& problems = check.problems();
+  if (problems.size() == 1) return "the table cannot serve its requests: " + problems.front().text();
+  std::string text = "the table cannot serve its requests (" + std::to_string(problems.size()) + " problems):";
+  for (const ConfigurationProblem& p : problems) text += "\n  " + p.text();
+  return text;
+}
+
+ConfigurationRefused::ConfigurationRefused(ConfigurationCheck check, const std::string& context)
+    : std::runtime_error((context.empty() ? std::string() : context + ": ") + configurationRefusal(check)),
+      check_(std::move(check)) {}
 
 std::string keyFields(const HashEntryKey& key) {
   std::ostringstream os;
@@ -85,15 +74,10 @@ void TableSession::bankIs(const BankSpec& b) {
   }
 }
 
-U32 TableSession::firstMissingBank() const {
-  for (U32 i = 0; i < spec_.numBanks; ++i) {
-    const bool has = single_ ? single_->bankCollection().has(i) : multi_->bankCollection().has(i);
-    if (!has) return i;
-  }
-  return spec_.numBanks;
+void TableSession::requireConfiguration(const std::string& context) const {
+  ConfigurationCheck check = configurationCheck();
+  if (!check.passes()) throw ConfigurationRefused(std::move(check), context);
 }
-
-bool TableSession::complete() const { return firstMissingBank() == spec_.numBanks; }
 
 U32 TableSession::widthOf(const HashEntryKey& key) const noexcept {
   return multi_ ? static_cast<U32>(key.entryType()) : 1;

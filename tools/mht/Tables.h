@@ -4,6 +4,7 @@
 
 #include <iosfwd>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -36,31 +37,39 @@ struct TableSpec {
   TesselCentral::MoveSearch moveSearch = TesselCentral::MoveSearch::depthFirst;
 };
 
-// What is wrong with a table's shape: the figure at fault, and a sentence that names it
-// ("100 buckets is not a power of two in 1..1048576") for the caller to put after the
-// option or field the figure came from.
+// What is wrong with a simulated table's shape: the figure at fault, and a sentence that
+// names it ("100 buckets is not a power of two up to 1048576") for the caller to put after
+// the option or field the figure came from.
 struct ShapeProblem {
-  enum class Figure { banks, buckets, slots, capacity };
+  enum class Figure { banks, buckets, slots };
   Figure figure = Figure::banks;
   std::string text;
 };
 
-// The limits a table's shape is held to.
-enum class ShapeLimits {
-  // What the library can address and no more: a replay drives any table an agent could
-  // make, odd ones included, and leaves the rest to the library's own checks.
-  library,
-  // What the tool's simulations take besides: 1 to 256 banks of a power of two of buckets
-  // (the default banks hash into them evenly) of 1 to 16 slots, every id within 32 bits, and
-  // a multi-width table within the bucket state's 4 slots and below the bank it skips.
-  simulation,
+// What the tool's simulations take, and no more: at most 256 banks of a power of two of
+// buckets up to 1048576 (the default banks hash into them evenly, and the reports keep a
+// cell per bucket) of at most 16 slots. Whether a table of that shape can serve its
+// requests is the library's configuration check's to say, on the table once it is built
+// (TableSession::requireConfiguration). The figures are taken as wide as a command line may
+// give them, before they are known to fit a TableSpec.
+std::optional<ShapeProblem> simulationShapeProblem(U64 numBanks, U64 numBuckets, U64 numBucketEntries);
+std::optional<ShapeProblem> simulationShapeProblem(const TableSpec& table);
+
+// A table whose configuration check does not pass, refused before its first request. The
+// text names every problem: "the table cannot serve its requests: <problem>", or the
+// count and one problem per indented line.
+class ConfigurationRefused : public std::runtime_error {
+ public:
+  // `context` ("table multi 4x64x3") goes before the text, with a colon.
+  explicit ConfigurationRefused(TesselCentral::ConfigurationCheck check, const std::string& context = {});
+  const TesselCentral::ConfigurationCheck& check() const noexcept { return check_; }
+
+ private:
+  TesselCentral::ConfigurationCheck check_;
 };
 
-// The first problem of a shape, or nothing. The figures are taken as wide as a command line
-// may give them, before they are known to fit a TableSpec.
-std::optional<ShapeProblem> shapeProblem(TableKind kind, U64 numBanks, U64 numBuckets, U64 numBucketEntries,
-                                         ShapeLimits limits);
-std::optional<ShapeProblem> shapeProblem(const TableSpec& table, ShapeLimits limits);
+// The refusal's text for a check that does not pass.
+std::string configurationRefusal(const TesselCentral::ConfigurationCheck& check);
 
 // The command line's names: the table kinds and the move searches.
 inline const char* kindName(TableKind k) { return k == TableKind::single ? "single" : "multi"; }
@@ -79,10 +88,11 @@ class TableSession {
 
   const TableSpec& shape() const noexcept { return spec_; }
   void bankIs(const BankSpec& bank);
-  // Whether every bank index below numBanks holds a bank.
-  bool complete() const;
-  // The index of the first missing bank, or numBanks.
-  U32 firstMissingBank() const;
+  // The library's verdict on the table, its banks and its helper as they stand.
+  TesselCentral::ConfigurationCheck configurationCheck() const { return base_->configurationCheck(); }
+  // Throws ConfigurationRefused unless the configuration check passes: called once the
+  // banks are in, before the first request.
+  void requireConfiguration(const std::string& context = {}) const;
 
   TesselCentral::HashEntryConfig& config() const noexcept { return *config_; }
   TesselCentral::HashEntryStatus& status() const noexcept { return *status_; }

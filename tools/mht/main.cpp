@@ -81,8 +81,7 @@ WidthMix parseMix(const std::string& text) {
   return WidthMix{s, d, q};
 }
 
-// The option of mht simulate that sets a figure of the table's shape. A capacity past 32
-// bits is put down to --buckets, the option with the widest range.
+// The option of mht simulate that sets a figure of the table's shape.
 const char* optionOf(ShapeProblem::Figure figure) {
   switch (figure) {
     case ShapeProblem::Figure::banks:
@@ -90,7 +89,6 @@ const char* optionOf(ShapeProblem::Figure figure) {
     case ShapeProblem::Figure::slots:
       return "--slots";
     case ShapeProblem::Figure::buckets:
-    case ShapeProblem::Figure::capacity:
       break;
   }
   return "--buckets";
@@ -117,13 +115,12 @@ struct SimulateCommand {
     command = app.add_subcommand("simulate", "fill a table through its requests until a key finds no room, then churn");
     CLI::App& sim = *command;
     sim.add_option("--table", kind, "table kind")->check(CLI::IsMember({"single", "multi"}))->capture_default_str();
-    sim.add_option("--banks", table.numBanks, "banks")->check(CLI::Range(1, 256))->capture_default_str();
-    sim.add_option("--buckets", table.numBuckets, "buckets per bank (a power of two)")
-        ->check(CLI::Range(1, 1 << 20))
+    // The simulations' own bounds on the shape are checked with the other options
+    // (checkTable); what a table of that shape can serve, by the library on the built table.
+    sim.add_option("--banks", table.numBanks, "banks (at most 256)")->capture_default_str();
+    sim.add_option("--buckets", table.numBuckets, "buckets per bank (a power of two up to 1048576)")
         ->capture_default_str();
-    sim.add_option("--slots", table.numBucketEntries, "slots per bucket (at most 4 in a multi-width table)")
-        ->check(CLI::Range(1, 16))
-        ->capture_default_str();
+    sim.add_option("--slots", table.numBucketEntries, "slots per bucket (at most 16)")->capture_default_str();
     sim.add_option("--steps", table.maxRecursiveSteps, "maxRecursiveSteps, the move budget")
         ->check(CLI::Range(0, 16))
         ->capture_default_str();
@@ -150,34 +147,30 @@ struct SimulateCommand {
     sim.add_flag("--no-progress", noProgress, "no progress bar");
   }
 
-  // The table's shape, checked against what the tables can be.
+  // The table's shape, checked against what the simulation takes; the library judges the
+  // built table before the first request.
   void checkTable() {
     table.kind = kind == "single" ? TableKind::single : TableKind::multi;
     table.moveSearch =
         moveSearch == searchName(MoveSearch::breadthFirst) ? MoveSearch::breadthFirst : MoveSearch::depthFirst;
-    if (const auto problem = shapeProblem(table, ShapeLimits::simulation)) {
+    if (const auto problem = simulationShapeProblem(table)) {
       throw CLI::ValidationError(optionOf(problem->figure), problem->text);
     }
   }
 
-  // The default banks, with the hashing that --bank-hash gives some of them.
+  // The default banks, with the hashing that --bank-hash gives some of them. Whether a bank
+  // so hashed can serve its keys is the library's to say, on the built table.
   void setBanks() {
     options.banks = defaultBanks(table, twoBucketMode);
     for (const std::string& text : bankHashes) {
       const BankOverride o = parseBankOverride(text);
       if (o.bank >= table.numBanks)
         throw CLI::ValidationError("--bank-hash", "bank " + std::to_string(o.bank) + " does not exist");
-      if (o.hashFunc == HashFunc::hashLsb) throw CLI::ValidationError("--bank-hash", "hashLsb is not supported");
       BankSpec& b = options.banks[o.bank];
       b.hashFunc = o.hashFunc;
       b.hashOffSet = o.hashOffSet;
       b.hashBits = o.hashBits;
       b.hashMask = o.hashMask;
-      if (b.hashMask >= table.numBuckets) {
-        throw CLI::ValidationError("--bank-hash", "mask 0x" + (std::ostringstream() << std::hex << b.hashMask).str() +
-                                                      " selects buckets beyond the " +
-                                                      std::to_string(table.numBuckets));
-      }
     }
   }
 
@@ -290,7 +283,12 @@ struct SweepCommand {
     std::optional<OutputFile> json, svg;
     if (!jsonPath.empty()) json.emplace(jsonPath);
     if (!svgPath.empty()) svg.emplace(svgPath);
-    const SweepResult result = runSweep(g, jobs, !noProgress);
+    SweepResult result;
+    try {
+      result = runSweep(g, jobs, !noProgress);
+    } catch (const ConfigurationRefused& e) {
+      throw CLI::ValidationError("--table", e.what());
+    }
     writeSweepText(g, result, std::cout);
     if (json) {
       std::ostringstream text;
