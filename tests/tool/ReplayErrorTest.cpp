@@ -94,7 +94,7 @@ TEST(ReplayErrors, ABankThatTheLibraryFindsUnableToServeIsRefusedAtTheFirstReque
             "requests.txt:4: the table cannot serve its requests (2 problems):\n"
             "  bank 0: bucketSize 8 is past the 4 slots that a bucket's state word serves: a later placement stops "
             "the agent on the assertion \"!posToKeyHas( pos )\"\n"
-            "  bank 0: hash function hashLsb selects no bucket: a later placement stops the agent on the assertion "
+            "  bank 0: hash function hashLsb selects no bucket: the first placement stops the agent on the assertion "
             "\"0\"\n");
   EXPECT_EQ(o.out, "");
 }
@@ -199,7 +199,7 @@ TEST(ReplayErrors, ARequestBeforeEveryBankExistsIsReported) {
   EXPECT_EQ(o.exitCode, 1);
   EXPECT_EQ(o.err,
             "requests.txt:3: the table cannot serve its requests: bank 1: missing: every bank below numBanks must "
-            "exist before a key is placed: the first placement stops the agent\n");
+            "exist before a key is placed: a later placement stops the agent\n");
 }
 
 TEST(ReplayErrors, ABankRedefinedWithOtherArgumentsIsReported) {
