@@ -52,7 +52,15 @@ int severity(RequestOutcome outcome) noexcept {
 }  // namespace
 
 void RequestCheck::worsen(RequestCheck other) {
-  if (severity(other.outcome_) > severity(outcome_)) *this = std::move(other);
+  if (severity(other.outcome_) > severity(outcome_)) {
+    *this = std::move(other);
+    return;
+  }
+  // A verdict names what it leaves for the audit only when every hazard it holds is of that
+  // kind: another hazard that the audit cannot see makes the whole unnamed.
+  if (outcome_ == RequestOutcome::hazardous && other.outcome_ == RequestOutcome::hazardous && !other.leaves_) {
+    leaves_.reset();
+  }
 }
 
 std::string RequestCheck::problem() const { return passes() ? std::string() : text(); }
@@ -70,6 +78,13 @@ RequestCheck RequestCheck::fromText(std::string_view text) {
 }
 
 std::ostream& operator<<(std::ostream& os, const RequestCheck& check) { return os << check.text(); }
+
+bool foundAfterWrite(const RequestCheck& verdict, const AuditReport& after) noexcept {
+  if (!verdict.leaves()) return true;
+  const EntryId id = verdict.leftAt();
+  if (*verdict.leaves() == AuditKind::resultWithoutRequest) return after.finds(AuditKind::resultWithoutRequest, id);
+  return after.finds(AuditKind::leakedId, id) || after.finds(AuditKind::recordWithoutRequest, id);
+}
 
 ReconcileReport ReconcileReport::fromText(std::string_view text) {
   throw Fwk::SyntaxError("nothing: a reconcile report is an answer of the table", text, 0);

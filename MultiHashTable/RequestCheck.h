@@ -85,7 +85,8 @@ class RequestCheck {
   // A verdict is an answer, not an input: parsing one always fails.
   static RequestCheck fromText(std::string_view text);
 
-  // The outcome keeps the more severe of this and other (the first one found on a tie).
+  // The outcome keeps the more severe of this and other (the first one found on a tie); two
+  // hazards name what they leave behind only when both do.
   void worsen(RequestCheck other);
 
  private:
@@ -97,6 +98,11 @@ class RequestCheck {
 };
 
 std::ostream& operator<<(std::ostream& os, const RequestCheck& check);
+
+// Whether an audit made after the write finds what the verdict said the write leaves behind
+// (always, for a verdict that leaves nothing). A leaked id whose key has since lost its
+// request is found as a record without one.
+bool foundAfterWrite(const RequestCheck& verdict, const AuditReport& after) noexcept;
 
 // A request that reconcile() left as it stands, and why.
 struct KeptRequest {

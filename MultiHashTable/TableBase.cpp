@@ -336,7 +336,9 @@ ReconcileReport MultiHashTableBase::reconcile() {
     if (!hashEntryConfig_->configHas(result.key)) withoutRequest.push_back(result.key);
   }
   for (const HashEntryKey& key : withoutRequest) {
-    if (RequestCheck verdict = checkRemoval(key); !verdict.passes()) {
+    // A removal that leaves another id recorded for the key is made: the releases below
+    // take that id too.
+    if (RequestCheck verdict = checkRemoval(key); verdict.fatal()) {
       keep(key, EntryId(), "its request is gone, but " + verdict.problem());
       continue;
     }

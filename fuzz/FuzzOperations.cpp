@@ -1,25 +1,26 @@
 // Fuzzes the tables through the client's door only: the input chooses a geometry and a
-// sequence of requests that a well-behaved agent may write into the HashEntryConfig, and
-// after every request the table's audit() must find nothing. A library assertion, an audit
-// violation or a sanitizer report is a finding; the harness then prints the requests so far
-// as an mht replay script.
+// sequence of requests that an agent may write into the HashEntryConfig, and after every
+// request the table's audit must find no corruption, and exactly the hazards that the
+// request check said the write would leave. A library assertion, an audit violation, a
+// hazard that no verdict named (or a named one that is not there) or a sanitizer report is
+// a finding; the harness then prints the requests so far as an mht replay script.
 //
-// The harness asks the tables themselves which requests are safe: every write goes
-// through requestProblem (removalProblem for a deletion) first and is skipped when the table
-// names a problem, a full resync is asked for only when resyncProblem finds none, and a
-// reconcile may come at any time. What it still leaves out by construction:
-//  - keys with equal (crc16, crc32), and the all-zero key, which the tables treat as one key
-//    and as the empty-slot marker;
-//  - geometries that no table is meant to have: hash functions outside the safe set
-//    (hashLsb selects no bucket), masks at or past the bucket count, banks in
-//    doubleEntryTwoBucketMode with fewer than four buckets.
+// The harness asks the tables themselves what is safe. A geometry that the configuration
+// check finds the table unable to serve must have every request turned away by the request
+// check (one that only costs room is run like any other). Every write goes through the
+// request check (the removal check for a deletion) first: a fatal one is skipped, and so is
+// a hazardous one unless the verdict names what it leaves behind (a leaked id, a record or
+// a result without a request), which is made and then looked for in the audit. A full
+// resync is asked for only when the resync check passes; a reconcile may come at any time
+// and must leave no hazard behind. Keys with equal hashes and the all-zero key are asked
+// for too: the check names their hazard and they are skipped.
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <sstream>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 #include "FuzzInput.h"
@@ -47,9 +48,12 @@ constexpr int maxResyncs = 3;
 constexpr U32 singleWidthMaxSteps = 8;
 constexpr U32 multiWidthMaxSteps = 6;
 
-const std::vector<HashFunc> safeHashFuncs = {HashFunc::hashCrc32Upper, HashFunc::hashCrc32Lower,
-                                             HashFunc::hashCrc16Lower, HashFunc::hashCrc16Upper,
-                                             HashFunc::hashCrc64,      HashFunc::hashCrc32And16};
+const std::vector<HashFunc> selectingHashFuncs = {HashFunc::hashCrc32Upper, HashFunc::hashCrc32Lower,
+                                                  HashFunc::hashCrc16Lower, HashFunc::hashCrc16Upper,
+                                                  HashFunc::hashCrc64,      HashFunc::hashCrc32And16};
+// The functions that select no bucket, or bucket 0 only, and a value past the enumeration.
+const std::vector<HashFunc> degenerateHashFuncs = {HashFunc::hashInvalid, HashFunc::hashLsb, HashFunc::hashCount,
+                                                   static_cast<HashFunc>(9)};
 
 struct BankGeometry {
   HashEntryType base = HashEntryType::singleWide;
@@ -102,17 +106,19 @@ Geometry readGeometry(FuzzInput& in) {
       b.numBuckets = U32{1} << in.below(7);
     } else {
       b.numBuckets = g.numBuckets;
+      // Now and then a bank built for wider entries, or for another bucket count.
+      if (in.chance(32)) b.base = HashEntryType::doubleWide;
+      if (in.chance(32)) b.numBuckets = U32{1} << in.below(7);
     }
-    b.bucketSize = g.numBucketEntries;
-    b.hashFunc = in.pick(safeHashFuncs);
-    b.hashOffSet = in.below(64);
-    b.hashBits = in.below(33);
-    b.twoBucketMode = g.multi && b.numBuckets >= 4 && in.flag();
+    b.bucketSize = in.chance(32) ? U32{1} << in.below(4) : g.numBucketEntries;
+    b.hashFunc = in.chance(16) ? in.pick(degenerateHashFuncs) : in.pick(selectingHashFuncs);
+    b.hashOffSet = in.chance(16) ? in.below(128) : in.below(64);
+    b.hashBits = in.below(41);
+    b.twoBucketMode = g.multi && in.flag();
     const U32 maxBits = log2Of(b.numBuckets);
-    const U32 minBits = b.twoBucketMode ? 2 : 0;
-    const U32 maskBits = minBits + in.below(maxBits - minBits + 1);
+    const U32 maskBits = in.below(maxBits + 2);  // one bit past the bank now and then
     b.hashMask = (U32{1} << maskBits) - 1;
-    b.phyBankId = (i + rotation) % g.numBanks;
+    b.phyBankId = in.chance(32) ? 0 : (i + rotation) % g.numBanks;
     g.banks.push_back(b);
   }
   return g;
@@ -204,6 +210,7 @@ class Driver {
   const std::vector<std::string>& script() const noexcept { return log_; }
 
   void run(FuzzInput& in) {
+    if (!servable()) return;
     const std::size_t requests = g_.steps > deepSteps ? maxDeepRequests : maxRequests;
     for (std::size_t n = 0; n < requests && !in.atEnd(); ++n) {
       switch (in.byte() % 16) {
@@ -261,15 +268,42 @@ class Driver {
                  HashEntryType::doubleWide, HashEntryType::doubleWide, HashEntryType::quadWide};
   }
 
+  // A table that the configuration check finds unable to serve (beyond costing room) has
+  // every request turned away by the request check; a finding if one passes.
+  bool servable() {
+    const ConfigurationCheck configuration = base_->configurationCheck();
+    const ConfigurationProblem* worst = configuration.worst();
+    if (worst == nullptr || worst->consequence == ConfigurationConsequence::losesRoom) return true;
+    const HashEntryKey probe(1, 2, 0, keyTypes_.front());
+    const RequestCheck verdict = base_->requestCheck(probe, EntryId());
+    if (verdict.fatal() || verdict.hazard()) return false;
+    printLog();
+    std::cerr << "the configuration check found: " << configuration.text() << "\nbut the request check says "
+              << verdict.text() << std::endl;
+    std::abort();
+  }
+
+  // Mostly new hashes; now and then the hashes of an earlier key (which the tables treat as
+  // that key) or the all-zero key (the empty-slot marker's hashes).
   HashEntryKey freshKey(FuzzInput& in) {
-    const U16 crc16 = in.u16();
-    U32 crc32 = in.u32();
     const U32 fapId = in.byte();
     const HashEntryType type = in.pick(keyTypes_);
-    auto packed = [&] { return (U64{crc16} << 32) | crc32; };
-    while (packed() == 0 || usedHashes_.count(packed()) != 0) crc32 = crc32 * 2654435761u + 1;
-    usedHashes_.insert(packed());
+    if (!usedHashes_.empty() && in.chance(32)) {
+      const U64 packed = usedHashes_[in.below(static_cast<U32>(usedHashes_.size()))];
+      return HashEntryKey(static_cast<U16>(packed >> 32), static_cast<U32>(packed), fapId, type);
+    }
+    if (in.chance(64)) return HashEntryKey(0, 0, fapId, type);
+    const U16 crc16 = in.u16();
+    const U32 crc32 = in.u32();
+    usedHashes_.push_back((U64{crc16} << 32) | crc32);
     return HashEntryKey(crc16, crc32, fapId, type);
+  }
+
+  // Whether a verdict lets the harness make the write: not a fatal one, and a hazardous one
+  // only when the verdict names what it leaves for the audit to find.
+  static bool makes(const RequestCheck& verdict) {
+    if (verdict.fatal()) return false;
+    return !verdict.hazard() || verdict.leaves().has_value();
   }
 
   // An id for the key chosen by the input: mostly one of its candidate slots (free or not),
@@ -296,7 +330,8 @@ class Driver {
 
   // Writes the request when the table sees no problem in it; false when it was skipped.
   bool request(const HashEntryKey& key, EntryId id) {
-    if (!base_->requestProblem(key, id).empty()) {
+    const RequestCheck verdict = base_->requestCheck(key, id);
+    if (!makes(verdict)) {
       ++runCounts.refused;
       return false;
     }
@@ -304,30 +339,39 @@ class Driver {
     std::ostringstream line;
     line << "set " << keyFields(key) << ' ' << (id.isValid() ? std::to_string(id.value()) : "any");
     log_.push_back(line.str());
+    const Hazards before = hazards();
     config_->configIs(key, id);
-    check();
+    check(verdict, before);
     return true;
   }
 
   void placeNew(FuzzInput& in, bool atId) {
     const HashEntryKey key = freshKey(in);
     const EntryId id = atId ? candidateId(key, in) : EntryId();
-    if (request(key, id)) requested_.push_back(key);
+    if (request(key, id)) noteRequested(key);
+  }
+
+  // A key that shares an earlier key's hashes may be that key itself: listed once.
+  void noteRequested(const HashEntryKey& key) {
+    if (std::find(requested_.begin(), requested_.end(), key) == requested_.end()) requested_.push_back(key);
+    deleted_.erase(std::remove(deleted_.begin(), deleted_.end(), key), deleted_.end());
   }
 
   void removeAt(std::size_t index) {
     const HashEntryKey key = requested_[index];
-    if (!base_->removalProblem(key).empty()) {
+    const RequestCheck verdict = base_->removalCheck(key);
+    if (!makes(verdict)) {
       ++runCounts.refused;
       return;
     }
+    const Hazards before = hazards();
     ++runCounts.made;
     requested_[index] = requested_.back();
     requested_.pop_back();
-    deleted_.push_back(key);
+    if (std::find(deleted_.begin(), deleted_.end(), key) == deleted_.end()) deleted_.push_back(key);
     log_.push_back("del " + keyFields(key));
     config_->configDel(key);
-    check();
+    check(verdict, before);
   }
 
   void removeOne(FuzzInput& in) {
@@ -345,9 +389,7 @@ class Driver {
     const HashEntryKey key = deleted_[index];
     const EntryId id = in.flag() ? candidateId(key, in) : EntryId();
     if (!request(key, id)) return;
-    deleted_[index] = deleted_.back();
-    deleted_.pop_back();
-    requested_.push_back(key);
+    noteRequested(key);
   }
 
   // The same request again (which publishes nothing), or the key asked for anywhere.
@@ -365,15 +407,17 @@ class Driver {
 
   void resync() {
     if (resyncs_ == maxResyncs) return;
-    if (!base_->resyncProblem().empty()) {
+    const RequestCheck verdict = base_->resyncCheck();
+    if (!verdict.passes()) {
       ++runCounts.refused;
       return;
     }
     ++runCounts.made;
     ++resyncs_;
     log_.push_back("resync");
+    const Hazards before = hazards();
     base_->handleHashUpdate();
-    check();
+    check(verdict, before);
   }
 
   void reconcile() {
@@ -382,11 +426,36 @@ class Driver {
     ++resyncs_;
     log_.push_back("reconcile");
     base_->reconcile();
-    check();
+    // Reconcile repairs every hazard that the table's rules leave behind: none may be left.
+    check(RequestCheck::accepted(), Hazards{});
   }
 
-  void check() {
-    std::vector<std::string> violations = base_->audit();
+  // The audit's hazards: ids recorded where no result places them, results without a request.
+  struct Hazards {
+    std::size_t unplaced = 0;
+    std::size_t results = 0;
+  };
+  Hazards hazards() const {
+    const AuditReport report = base_->auditReport();
+    return Hazards{report.count(AuditKind::leakedId) + report.count(AuditKind::recordWithoutRequest),
+                   report.count(AuditKind::resultWithoutRequest)};
+  }
+
+  // No corruption; a write that the check passed left no hazard, and one that it called
+  // hazardous left the one it named.
+  void check(const RequestCheck& verdict, const Hazards& before) {
+    const AuditReport report = base_->auditReport();
+    std::vector<std::string> violations = report.texts(AuditKind::corruption);
+    const Hazards after = hazards();
+    if (verdict.passes() && (after.unplaced > before.unplaced || after.results > before.results)) {
+      std::ostringstream found;
+      found << report;
+      violations.push_back("harness: the check said \"" + verdict.text() + "\", but the write left a hazard:\n" +
+                           found.str());
+    }
+    if (!foundAfterWrite(verdict, report)) {
+      violations.push_back("harness: the check said \"" + verdict.text() + "\", but the audit does not find it");
+    }
     for (const HashEntryKey& key : requested_) {
       if (!status_->statusHas(key)) violations.push_back("harness: requested key " + keyFields(key) + " has no status");
     }
@@ -405,7 +474,7 @@ class Driver {
   Ptr<MultiEntryTypeHashTable> multi_;
   MultiHashTableBase* base_ = nullptr;
   std::vector<HashEntryType> keyTypes_;
-  std::unordered_set<U64> usedHashes_;
+  std::vector<U64> usedHashes_;
   std::vector<HashEntryKey> requested_;
   std::vector<HashEntryKey> deleted_;
   std::vector<std::string> log_;

@@ -82,12 +82,7 @@ inline void holdsHazards(const RequestCheck& verdict, const HazardCounts& before
     return;
   }
   if (!verdict.leaves()) return;
-  // A leaked id whose key loses its request later is a record without one: either kind.
-  const EntryId id = verdict.leftAt();
-  const bool found =
-      *verdict.leaves() == AuditKind::resultWithoutRequest
-          ? after.report.finds(AuditKind::resultWithoutRequest, id)
-          : after.report.finds(AuditKind::leakedId, id) || after.report.finds(AuditKind::recordWithoutRequest, id);
+  const bool found = foundAfterWrite(verdict, after.report);
   EXPECT_TRUE(found) << what << ": " << verdict.text() << "\n" << after.report;
 }
 
