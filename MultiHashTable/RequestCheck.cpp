@@ -53,6 +53,8 @@ int severity(RequestOutcome outcome) noexcept {
 
 void RequestCheck::worsen(RequestCheck other) {
   if (severity(other.outcome_) > severity(outcome_)) {
+    // Where the key is published does not depend on how bad the write is.
+    if (!other.publishes_) other.publishes_ = publishes_;
     *this = std::move(other);
     return;
   }

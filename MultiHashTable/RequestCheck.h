@@ -76,6 +76,14 @@ class RequestCheck {
     return std::move(*this);
   }
 
+  // The id at which the write publishes the key, when the check knows it without a search
+  // for room: a free candidate slot, the requested id, the key's own.
+  std::optional<EntryId> publishes() const noexcept { return publishes_; }
+  RequestCheck publishing(EntryId id) && {
+    publishes_ = id;
+    return std::move(*this);
+  }
+
   // "" when the check passes; otherwise one line: what happens, the condition, the reason.
   std::string problem() const;
   // The whole verdict, also for a passing check ("accepted", "unchanged: ...").
@@ -95,6 +103,7 @@ class RequestCheck {
   std::string reason_;
   std::optional<AuditKind> leaves_;
   EntryId leftAt_;
+  std::optional<EntryId> publishes_;
 };
 
 std::ostream& operator<<(std::ostream& os, const RequestCheck& check);

@@ -82,7 +82,7 @@ RequestCheck MultiEntryTypeHashTable::checkPlacementAt(const HashEntryKey& key, 
   Claim claim;
   if (RequestCheck walk = candidateBucketOf(key, eId, claim); !walk.passes()) return walk;
   if (RequestCheck taken = claimCheck(key, eId, claim); !taken.passes()) return taken;
-  RequestCheck verdict = RequestCheck::accepted("the key is placed at id " + idText(eId));
+  RequestCheck verdict = RequestCheck::accepted("the key is placed at id " + idText(eId)).publishing(eId);
   verdict.worsen(claimHazards(key, eId, claim));
   verdict.worsen(keyGeometry(key));
   return verdict;
@@ -198,8 +198,10 @@ RequestCheck MultiEntryTypeHashTable::checkPlacement(const HashEntryKey& key) co
   RequestCheck verdict;
   const bool found = free.end == FreeRun::found;
   if (found) {
-    const std::string where = "id " + idText(entryIdHelper_->entryIdOfPosition(free.pos));
-    verdict = RequestCheck::accepted(keyToPosHas(key) ? "the key moves to " + where : "the key is placed at " + where);
+    const EntryId at = entryIdHelper_->entryIdOfPosition(free.pos);
+    const std::string where = "id " + idText(at);
+    verdict = RequestCheck::accepted(keyToPosHas(key) ? "the key moves to " + where : "the key is placed at " + where)
+                  .publishing(at);
   }
   if (!found) {
     if (maxRecursiveSteps() == 0 && keyToPosHas(key)) {

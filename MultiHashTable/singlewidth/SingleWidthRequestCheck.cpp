@@ -144,7 +144,7 @@ RequestCheck placementAt(const MultiHashTable& table, const HashEntryKey& key, E
                                       ": a request never takes a position from another key");
   }
 
-  RequestCheck verdict = RequestCheck::accepted("the key is placed at id " + idText(eId));
+  RequestCheck verdict = RequestCheck::accepted("the key is placed at id " + idText(eId)).publishing(eId);
   if (const HashEntryKey* held = table.otherKeyRecordedAt(eId, key)) {
     verdict.worsen(RequestCheck::hazardous("id " + idText(eId) + " holds key " + keyText(*held) +
                                            ", which has the same crc16 and crc32: both keys are published at id " +
@@ -168,7 +168,7 @@ RequestCheck placement(const MultiHashTable& table, const HashEntryKey& key) {
   RequestCheck verdict;
   switch (first.found) {
     case MultiHashTable::FirstPass::freeSlot:
-      verdict = RequestCheck::accepted("the key is placed at id " + idText(first.eId));
+      verdict = RequestCheck::accepted("the key is placed at id " + idText(first.eId)).publishing(first.eId);
       verdict.worsen(leakOf(table, key, first.eId));
       break;
     case MultiHashTable::FirstPass::zeroKeyAtOne:
@@ -181,6 +181,7 @@ RequestCheck placement(const MultiHashTable& table, const HashEntryKey& key) {
                               : RequestCheck::hazardous("id " + idText(first.eId) + " holds key " + keyText(stored) +
                                                         ", which has the same crc16 and crc32: the key is published "
                                                         "there too");
+      verdict = std::move(verdict).publishing(first.eId);
       break;
     }
     case MultiHashTable::FirstPass::none:

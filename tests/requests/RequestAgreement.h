@@ -9,7 +9,8 @@
 //    request): the request is made, and the audit finds the hazard that the verdict named
 //    and no corruption;
 //  - any other hazard, or stopsLater: the request is not made, so the table stays clean.
-// A verdict that passes adds no hazard to the audit.
+// A verdict that passes adds no hazard to the audit, and one that names the id it publishes
+// the key at is held to it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -167,6 +168,9 @@ int checkAgreement(MultiHashTableBase& table, HashEntryConfig& config, HashEntry
     if (!holds(verdict, stopOf([&] { table.handleHashUpdate(key); }), table, what.str())) return executed;
     holdsHazards(verdict, before, table, what.str());
     EXPECT_TRUE(status.statusHas(key)) << what.str();
+    if (verdict.publishes()) {
+      EXPECT_EQ(status.status(key), *verdict.publishes()) << what.str() << ": " << verdict.text();
+    }
   }
   return executed;
 }
