@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,13 @@ namespace {
 using Rule = ConfigurationRule;
 using Consequence = ConfigurationConsequence;
 using Strings = std::vector<std::string>;
+
+// The rule, the consequence and the bank of one problem.
+void expectProblem(const ConfigurationProblem& p, Rule rule, Consequence consequence, std::optional<U32> bank) {
+  EXPECT_EQ(p.rule, rule) << p.text();
+  EXPECT_EQ(p.consequence, consequence) << p.text();
+  EXPECT_EQ(p.bank, bank) << p.text();
+}
 
 // The one problem of a check that reports exactly one (a copy: checks are values).
 ConfigurationProblem only(const ConfigurationCheck& check) {
@@ -153,9 +161,7 @@ TEST(ConfigurationCheck, SingleWidthNoBanks) {
   SingleTable t(0, 16, 4);
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::noBanks);
-  EXPECT_EQ(p.consequence, Consequence::losesRoom);
-  EXPECT_EQ(p.bank, std::nullopt);
+  expectProblem(p, Rule::noBanks, Consequence::losesRoom, std::nullopt);
   EXPECT_EQ(p.condition, "");
   EXPECT_EQ(p.reason, "numBanks is 0: every key gets no room");
 }
@@ -164,9 +170,7 @@ TEST(ConfigurationCheck, MultiWidthNoBanks) {
   MultiTable t(0, 16, 4);
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::noBanks);
-  EXPECT_EQ(p.consequence, Consequence::losesRoom);
-  EXPECT_EQ(p.bank, std::nullopt);
+  expectProblem(p, Rule::noBanks, Consequence::losesRoom, std::nullopt);
   EXPECT_EQ(p.reason, "numBanks is 0: every key gets no room");
 }
 
@@ -219,9 +223,7 @@ TEST(ConfigurationCheck, SingleWidthCapacityPastThirtyTwoBits) {
   t.banks[1].hashFunc = HashFunc::hashCrc32Lower;  // crc16 would leave most buckets unselected
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::capacityPastIds);
-  EXPECT_EQ(p.consequence, Consequence::corrupts);
-  EXPECT_EQ(p.bank, std::nullopt);
+  expectProblem(p, Rule::capacityPastIds, Consequence::corrupts, std::nullopt);
   EXPECT_EQ(p.reason,
             "numBanks * numBuckets * numBucketEntries is past the 32 bits of an EntryId: ids wrap onto each other");
   // The capacity wraps: 2 * 2^30 * 4 is 2^33, which is 0 in 32 bits.
@@ -244,9 +246,7 @@ TEST(ConfigurationCheck, MultiWidthMoreBucketsThanAPositionNumbers) {
   MultiTable t(1, U32{1} << 21, 4);
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::tooManyBuckets);
-  EXPECT_EQ(p.consequence, Consequence::corrupts);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::tooManyBuckets, Consequence::corrupts, 0u);
   EXPECT_EQ(p.reason, "numBuckets 2097152 is past the 1048576 buckets that a position numbers");
 }
 
@@ -254,9 +254,7 @@ TEST(ConfigurationCheck, SingleWidthMoreSlotsThanASlotIdNumbers) {
   SingleTable t(1, 4, 300);
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::unsupportedBucketSize);
-  EXPECT_EQ(p.consequence, Consequence::corrupts);
-  EXPECT_EQ(p.bank, std::nullopt);
+  expectProblem(p, Rule::unsupportedBucketSize, Consequence::corrupts, std::nullopt);
   EXPECT_EQ(p.reason, "numBucketEntries 300 is past the 256 slots that a SlotId numbers");
 }
 
@@ -265,9 +263,7 @@ TEST(ConfigurationCheck, MultiWidthMoreThan128Banks) {
   for (MultiBank& b : t.banks) b.hashMask = 0;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::tooManyBanks);
-  EXPECT_EQ(p.consequence, Consequence::losesRoom);
-  EXPECT_EQ(p.bank, std::nullopt);
+  expectProblem(p, Rule::tooManyBanks, Consequence::losesRoom, std::nullopt);
   EXPECT_EQ(p.reason, "numBanks 129 is past 128: a key's first placement passes over bank 128");
 }
 
@@ -279,9 +275,7 @@ TEST(ConfigurationCheck, MultiWidthMoreThan256Banks) {
   }
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::tooManyBanks);
-  EXPECT_EQ(p.consequence, Consequence::corrupts);
-  EXPECT_EQ(p.bank, std::nullopt);
+  expectProblem(p, Rule::tooManyBanks, Consequence::corrupts, std::nullopt);
   EXPECT_EQ(p.reason, "numBanks 257 is past the 256 banks that a position numbers");
 }
 
@@ -293,9 +287,7 @@ TEST(ConfigurationCheck, SingleWidthMissingFirstBankStopsTheFirstPlacement) {
   t.banks[0].present = false;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::missingBank);
-  EXPECT_EQ(p.consequence, Consequence::stopsNow);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::missingBank, Consequence::stopsNow, 0u);
   EXPECT_EQ(p.condition, "");
   EXPECT_EQ(p.reason, "missing: every bank below numBanks must exist before a key is placed");
 }
@@ -307,9 +299,7 @@ TEST(ConfigurationCheck, SingleWidthMissingLaterBankStopsALaterPlacement) {
   t.banks[1].present = false;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::missingBank);
-  EXPECT_EQ(p.consequence, Consequence::stopsLater);
-  EXPECT_EQ(p.bank, 1u);
+  expectProblem(p, Rule::missingBank, Consequence::stopsLater, 1u);
   EXPECT_EQ(p.condition, "");
   EXPECT_EQ(p.reason, "missing: every bank below numBanks must exist before a key is placed");
   // Without slots every placement walks every bank.
@@ -336,9 +326,7 @@ TEST(ConfigurationCheck, MultiWidthMissingBank) {
   t.banks[1].present = false;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::missingBank);
-  EXPECT_EQ(p.consequence, Consequence::stopsNow);
-  EXPECT_EQ(p.bank, 1u);
+  expectProblem(p, Rule::missingBank, Consequence::stopsNow, 1u);
   EXPECT_EQ(p.condition, "b");
   EXPECT_EQ(p.reason, "missing: every bank below numBanks must exist before a key is placed");
 }
@@ -348,9 +336,7 @@ TEST(ConfigurationCheck, MultiWidthWithoutEntryIdHelper) {
   t.helper = HelperOf::none;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::missingEntryIdHelper);
-  EXPECT_EQ(p.consequence, Consequence::stopsNow);
-  EXPECT_EQ(p.bank, std::nullopt);
+  expectProblem(p, Rule::missingEntryIdHelper, Consequence::stopsNow, std::nullopt);
   EXPECT_EQ(p.condition, "entryIdHelper()");
   EXPECT_EQ(p.reason, "the table has no EntryIdHelper: set one with entryIdHelperIs");
 }
@@ -360,9 +346,7 @@ TEST(ConfigurationCheck, MultiWidthWithAnotherTablesEntryIdHelper) {
   t.helper = HelperOf::another;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::missingEntryIdHelper);
-  EXPECT_EQ(p.consequence, Consequence::corrupts);
-  EXPECT_EQ(p.bank, std::nullopt);
+  expectProblem(p, Rule::missingEntryIdHelper, Consequence::corrupts, std::nullopt);
   EXPECT_EQ(p.condition, "");
   EXPECT_EQ(p.reason, "the table's EntryIdHelper translates another table's ids");
 }
@@ -372,9 +356,7 @@ TEST(ConfigurationCheck, SingleWidthBankWithMoreBucketsThanTheTable) {
   t.banks[0].numBuckets = 32;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::bucketsDisagree);
-  EXPECT_EQ(p.consequence, Consequence::corrupts);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::bucketsDisagree, Consequence::corrupts, 0u);
   EXPECT_EQ(p.reason, "numBuckets 32 differs from the table's 16, by which the table lays out the bank's ids");
 }
 
@@ -384,9 +366,7 @@ TEST(ConfigurationCheck, SingleWidthBankWithFewerBucketsThanTheTable) {
   t.banks[1].hashMask = 7;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::bucketsDisagree);
-  EXPECT_EQ(p.consequence, Consequence::corrupts);
-  EXPECT_EQ(p.bank, 1u);
+  expectProblem(p, Rule::bucketsDisagree, Consequence::corrupts, 1u);
   EXPECT_EQ(p.reason, "numBuckets 8 differs from the table's 16, by which the table lays out the bank's ids");
 }
 
@@ -396,9 +376,7 @@ TEST(ConfigurationCheck, MultiWidthBankWithMoreBucketsThanTheTable) {
   t.banks[0].hashMask = 31;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::bucketsDisagree);
-  EXPECT_EQ(p.consequence, Consequence::publishesOutside);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::bucketsDisagree, Consequence::publishesOutside, 0u);
   EXPECT_EQ(p.reason,
             "numBuckets 32 differs from the table's 16: ids of the bank, or of the banks above it, are past the "
             "table's capacity");
@@ -423,9 +401,7 @@ TEST(ConfigurationCheck, MultiWidthBankWithFewerBucketsThanTheTable) {
   t.banks[0].hashMask = 7;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::bucketsDisagree);
-  EXPECT_EQ(p.consequence, Consequence::losesRoom);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::bucketsDisagree, Consequence::losesRoom, 0u);
   EXPECT_EQ(p.reason, "numBuckets 8 differs from the table's 16: the table counts slots that the bank does not have");
 }
 
@@ -434,9 +410,7 @@ TEST(ConfigurationCheck, SingleWidthBucketSizeOtherThanTheTables) {
   t.banks[1].bucketSize = 2;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::slotsDisagree);
-  EXPECT_EQ(p.consequence, Consequence::corrupts);
-  EXPECT_EQ(p.bank, 1u);
+  expectProblem(p, Rule::slotsDisagree, Consequence::corrupts, 1u);
   EXPECT_EQ(p.reason,
             "bucketSize 2 differs from the table's numBucketEntries 4, by which the table places keys and lays out "
             "ids");
@@ -447,9 +421,7 @@ TEST(ConfigurationCheck, MultiWidthBucketSizeOtherThanTheTables) {
   t.banks[0].bucketSize = 2;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::slotsDisagree);
-  EXPECT_EQ(p.consequence, Consequence::corrupts);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::slotsDisagree, Consequence::corrupts, 0u);
   EXPECT_EQ(p.reason,
             "bucketSize 2 differs from the table's numBucketEntries 4: an id counts the bank's slots by the one and "
             "its buckets by the other");
@@ -482,9 +454,7 @@ TEST(ConfigurationCheck, SingleWidthBankBuiltForDoubleWideEntries) {
   t.banks[1].base = dbl;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::wideBaseType);
-  EXPECT_EQ(p.consequence, Consequence::corrupts);
-  EXPECT_EQ(p.bank, 1u);
+  expectProblem(p, Rule::wideBaseType, Consequence::corrupts, 1u);
   EXPECT_EQ(p.reason,
             "baseEntryType doubleWide: the table gives every key one slot, where the chip's entry of that width "
             "takes more");
@@ -495,9 +465,7 @@ TEST(ConfigurationCheck, MultiWidthTwoBanksOnOnePhysicalBank) {
   t.banks[2].phyBankId = t.banks[0].phyBankId;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::sharedPhysicalBank);
-  EXPECT_EQ(p.consequence, Consequence::corrupts);
-  EXPECT_EQ(p.bank, 2u);
+  expectProblem(p, Rule::sharedPhysicalBank, Consequence::corrupts, 2u);
   EXPECT_EQ(p.reason, "phyBankId 1 is another bank's too: two entries meet at one hardware position");
 }
 
@@ -509,9 +477,7 @@ TEST(ConfigurationCheck, SingleWidthHashLsb) {
   t.banks[1].hashFunc = HashFunc::hashLsb;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::hashSelectsNoBucket);
-  EXPECT_EQ(p.consequence, Consequence::stopsLater);
-  EXPECT_EQ(p.bank, 1u);
+  expectProblem(p, Rule::hashSelectsNoBucket, Consequence::stopsLater, 1u);
   EXPECT_EQ(p.condition, "0");
   EXPECT_EQ(p.reason, "hash function hashLsb selects no bucket");
 }
@@ -521,9 +487,7 @@ TEST(ConfigurationCheck, SingleWidthHashLsbInTheFirstBankStopsTheFirstPlacement)
   t.banks[0].hashFunc = HashFunc::hashLsb;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::hashSelectsNoBucket);
-  EXPECT_EQ(p.consequence, Consequence::stopsNow);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::hashSelectsNoBucket, Consequence::stopsNow, 0u);
   EXPECT_EQ(p.condition, "0");
   EXPECT_EQ(t.table->requestCheck(key(3, 4), EntryId()).outcome(), RequestOutcome::stopsNow);
 }
@@ -533,9 +497,7 @@ TEST(ConfigurationCheck, MultiWidthHashLsb) {
   t.banks[1].hashFunc = HashFunc::hashLsb;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::hashSelectsNoBucket);
-  EXPECT_EQ(p.consequence, Consequence::stopsLater);
-  EXPECT_EQ(p.bank, 1u);
+  expectProblem(p, Rule::hashSelectsNoBucket, Consequence::stopsLater, 1u);
   EXPECT_EQ(p.condition, "0");
   EXPECT_EQ(p.reason, "hash function hashLsb selects no bucket");
 }
@@ -545,9 +507,7 @@ TEST(ConfigurationCheck, MultiWidthHashLsbInTheFirstBankStopsTheFirstPlacement) 
   t.banks[0].hashFunc = HashFunc::hashLsb;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::hashSelectsNoBucket);
-  EXPECT_EQ(p.consequence, Consequence::stopsNow);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::hashSelectsNoBucket, Consequence::stopsNow, 0u);
   EXPECT_EQ(t.table->requestCheck(key(3, 4, single), EntryId()).outcome(), RequestOutcome::stopsNow);
 }
 
@@ -588,9 +548,7 @@ TEST(ConfigurationCheck, SingleWidthCrc16UpperWithTwentyBits) {
   t.banks[1].hashBits = 20;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::hashSelectsOneBucket);
-  EXPECT_EQ(p.consequence, Consequence::losesRoom);
-  EXPECT_EQ(p.bank, 1u);
+  expectProblem(p, Rule::hashSelectsOneBucket, Consequence::losesRoom, 1u);
   EXPECT_EQ(p.reason,
             "hash function hashCrc16Upper with hashBits 20 and hashOffSet 0 gives every key bucket 0 (hashBits 20 "
             "is past crc16's 16 bits)");
@@ -602,9 +560,7 @@ TEST(ConfigurationCheck, MultiWidthCrc16UpperWithTwentyBits) {
   t.banks[0].hashBits = 20;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::hashSelectsOneBucket);
-  EXPECT_EQ(p.consequence, Consequence::losesRoom);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::hashSelectsOneBucket, Consequence::losesRoom, 0u);
   EXPECT_NE(p.reason.find("(hashBits 20 is past crc16's 16 bits)"), std::string::npos) << p.reason;
 }
 
@@ -615,9 +571,7 @@ TEST(ConfigurationCheck, SingleWidthCrc32UpperWithFortyBits) {
   t.banks[0].hashBits = 40;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::hashWindowPastWidth);
-  EXPECT_EQ(p.consequence, Consequence::losesRoom);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::hashWindowPastWidth, Consequence::losesRoom, 0u);
   EXPECT_EQ(p.reason,
             "hashMask 0x3ff takes bits past the 8 bits that hashCrc32Upper sets (hashBits 40 is past crc32's 32 "
             "bits): no key selects a bucket above 255");
@@ -638,9 +592,7 @@ TEST(ConfigurationCheck, MultiWidthCrc32UpperWithFortyBits) {
   t.banks[0].hashBits = 40;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::hashWindowPastWidth);
-  EXPECT_EQ(p.consequence, Consequence::losesRoom);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::hashWindowPastWidth, Consequence::losesRoom, 0u);
   EXPECT_NE(p.reason.find("(hashBits 40 is past crc32's 32 bits): no key selects a bucket above 255"),
             std::string::npos)
       << p.reason;
@@ -695,9 +647,7 @@ TEST(ConfigurationCheck, MultiWidthHashOffSetPastTheHashWordThatLeavesANarrowWin
   t.banks[0].hashOffSet = 120;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::hashWindowPastWidth);
-  EXPECT_EQ(p.consequence, Consequence::losesRoom);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::hashWindowPastWidth, Consequence::losesRoom, 0u);
 }
 
 TEST(ConfigurationCheck, SingleWidthMaskPastTheCrc16Window) {
@@ -706,9 +656,7 @@ TEST(ConfigurationCheck, SingleWidthMaskPastTheCrc16Window) {
   t.banks[0].hashMask = 0x1FFFF;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::hashWindowPastWidth);
-  EXPECT_EQ(p.consequence, Consequence::losesRoom);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::hashWindowPastWidth, Consequence::losesRoom, 0u);
   EXPECT_EQ(p.reason,
             "hashMask 0x1ffff takes bits past the 16 bits that hashCrc16Lower sets: no key selects a bucket above "
             "65535");
@@ -720,9 +668,7 @@ TEST(ConfigurationCheck, MultiWidthMaskPastTheCrc16Window) {
   t.banks[0].hashMask = 0x1FFFF;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::hashWindowPastWidth);
-  EXPECT_EQ(p.consequence, Consequence::losesRoom);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::hashWindowPastWidth, Consequence::losesRoom, 0u);
   EXPECT_EQ(p.reason,
             "hashMask 0x1ffff takes bits past the 16 bits that hashCrc16Lower sets: no key selects a bucket above "
             "65535");
@@ -762,9 +708,7 @@ TEST(ConfigurationCheck, SingleWidthMaskPastAMiddleBankCorrupts) {
   t.banks[1].hashMask = 31;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::maskPastBuckets);
-  EXPECT_EQ(p.consequence, Consequence::corrupts);
-  EXPECT_EQ(p.bank, 1u);
+  expectProblem(p, Rule::maskPastBuckets, Consequence::corrupts, 1u);
   EXPECT_EQ(p.reason, "hashMask 0x1f selects buckets up to 31, past the bank's 16 buckets");
 }
 
@@ -773,9 +717,7 @@ TEST(ConfigurationCheck, SingleWidthMaskPastTheLastBankPublishesOutside) {
   t.banks[2].hashMask = 31;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::maskPastBuckets);
-  EXPECT_EQ(p.consequence, Consequence::publishesOutside);
-  EXPECT_EQ(p.bank, 2u);
+  expectProblem(p, Rule::maskPastBuckets, Consequence::publishesOutside, 2u);
 }
 
 TEST(ConfigurationCheck, SingleWidthMaskPastABankInTheBucketMajorLayoutPublishesOutside) {
@@ -795,9 +737,7 @@ TEST(ConfigurationCheck, MultiWidthMaskPastAMiddleBankCorrupts) {
   t.banks[1].hashMask = 31;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::maskPastBuckets);
-  EXPECT_EQ(p.consequence, Consequence::corrupts);
-  EXPECT_EQ(p.bank, 1u);
+  expectProblem(p, Rule::maskPastBuckets, Consequence::corrupts, 1u);
   EXPECT_EQ(p.reason, "hashMask 0x1f selects buckets up to 31, past the bank's 16 buckets");
 }
 
@@ -806,9 +746,7 @@ TEST(ConfigurationCheck, MultiWidthMaskPastTheLastBankPublishesOutside) {
   t.banks[2].hashMask = 31;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::maskPastBuckets);
-  EXPECT_EQ(p.consequence, Consequence::publishesOutside);
-  EXPECT_EQ(p.bank, 2u);
+  expectProblem(p, Rule::maskPastBuckets, Consequence::publishesOutside, 2u);
 }
 
 TEST(ConfigurationCheck, SingleWidthMaskPastABankWithFewerBucketsThanTheTableCorruptsInside) {
@@ -848,9 +786,7 @@ TEST(ConfigurationCheck, SingleWidthMaskWithAClearBitNeverSelectsSomeBuckets) {
   t.banks[0].hashMask = 0xb;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::maskShortOfBuckets);
-  EXPECT_EQ(p.consequence, Consequence::losesRoom);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::maskShortOfBuckets, Consequence::losesRoom, 0u);
   EXPECT_EQ(p.reason, "hashMask 0xb never selects bucket 4 of the bank's 12, nor any other whose index has bit 2 set");
 }
 
@@ -860,9 +796,7 @@ TEST(ConfigurationCheck, MultiWidthMaskWithAClearBitNeverSelectsSomeBuckets) {
   t.build();
   ASSERT_EQ(t.banks[0].hashMask, 5u);
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::maskShortOfBuckets);
-  EXPECT_EQ(p.consequence, Consequence::losesRoom);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::maskShortOfBuckets, Consequence::losesRoom, 0u);
   EXPECT_EQ(p.reason, "hashMask 0x5 never selects bucket 2 of the bank's 6, nor any other whose index has bit 1 set");
 }
 
@@ -871,9 +805,7 @@ TEST(ConfigurationCheck, SingleWidthMaskShortOfTheBuckets) {
   t.banks[0].hashMask = 511;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::maskShortOfBuckets);
-  EXPECT_EQ(p.consequence, Consequence::losesRoom);
-  EXPECT_EQ(p.bank, 0u);
+  expectProblem(p, Rule::maskShortOfBuckets, Consequence::losesRoom, 0u);
   EXPECT_EQ(p.reason, "hashMask 0x1ff never selects buckets above 511 of the bank's 1024");
 }
 
@@ -882,9 +814,7 @@ TEST(ConfigurationCheck, MultiWidthMaskShortOfTheBuckets) {
   t.banks[1].hashMask = 511;
   t.build();
   const ConfigurationProblem p = only(t.check());
-  EXPECT_EQ(p.rule, Rule::maskShortOfBuckets);
-  EXPECT_EQ(p.consequence, Consequence::losesRoom);
-  EXPECT_EQ(p.bank, 1u);
+  expectProblem(p, Rule::maskShortOfBuckets, Consequence::losesRoom, 1u);
   EXPECT_EQ(p.reason, "hashMask 0x1ff never selects buckets above 511 of the bank's 1024");
 }
 

@@ -1,4 +1,5 @@
 #include "Replay.h"
+#include "ReplaySupport.h"
 
 #include <gtest/gtest.h>
 
@@ -8,17 +9,10 @@
 namespace mht {
 namespace {
 
-struct Outcome {
-  int exitCode;
-  std::string out;
-  std::string err;
-};
+using Outcome = test::ReplayOutcome;
 
 Outcome replay(const std::string& script, const ReplayOptions& options = {}) {
-  std::istringstream in(script);
-  std::ostringstream out, err;
-  const int rc = runReplay(in, "requests.txt", options, out, err);
-  return Outcome{rc, out.str(), err.str()};
+  return test::replayScript(script, "requests.txt", options);
 }
 
 // Two banks of two one-slot buckets: the key crc16=1 crc32=0, placed at its requested id 0,

@@ -7,21 +7,15 @@
 #include <string>
 
 #include "Replay.h"
+#include "ReplaySupport.h"
 
 namespace mht {
 namespace {
 
-struct Outcome {
-  int exitCode;
-  std::string out;
-  std::string err;
-};
+using Outcome = test::ReplayOutcome;
 
 Outcome replay(const std::string& script, const ReplayOptions& options = {}) {
-  std::istringstream in(script);
-  std::ostringstream out, err;
-  const int rc = runReplay(in, "leak.txt", options, out, err);
-  return Outcome{rc, out.str(), err.str()};
+  return test::replayScript(script, "leak.txt", options);
 }
 
 // A key placed at its requested id 9 and then asked for anywhere is published at id 2; id 9
