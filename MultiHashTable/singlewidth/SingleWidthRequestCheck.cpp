@@ -17,15 +17,13 @@ using detail::noBucketSelected;
 
 namespace {
 
-RequestCheck missingBank(const MultiHashTable& table) {
-  for (U32 b = 0; b < table.numBanks(); ++b) {
-    if (table.bankFind(b) == nullptr) {
-      return RequestCheck::stopsNow("", bankText(b) +
-                                            " is missing: every bank below numBanks must exist before a key " +
-                                            "is placed, or the placement reads a bank that is not there");
-    }
-  }
-  return RequestCheck::accepted();
+// A walk of the key's candidates that reaches a missing bank is where the placement reads a
+// bank that is not there; a walk that stops before it never reads it.
+RequestCheck missingBank(const MultiHashTable::CandidateWalk& walk) {
+  if (walk.end != MultiHashTable::CandidateWalk::missingBank) return RequestCheck::accepted();
+  return RequestCheck::stopsNow("", bankText(walk.bank) +
+                                        " is missing: every bank below numBanks must exist before a key is placed, "
+                                        "or the placement reads a bank that is not there");
 }
 
 // What the key's buckets leave for later: a bank that selects no bucket stops the first
@@ -39,7 +37,9 @@ RequestCheck keyGeometry(const MultiHashTable& table, const HashEntryKey& key) {
                                 "other keys may be placed over it"));
   }
   for (U32 b = 0; b < table.numBanks(); ++b) {
-    const Bank& bank = *table.bankFind(b);
+    const Bank* found = table.bankFind(b);
+    if (found == nullptr) continue;  // the configuration check names it
+    const Bank& bank = *found;
     if (!bank.selectsBuckets()) {
       verdict.worsen(RequestCheck::stopsLater(condition::bankSelectsNoBucket,
                                               bankText(b) + "'s hash function hashLsb selects no bucket: the " +
@@ -130,9 +130,8 @@ RequestCheck movesOf(const MultiHashTable& table, const HashEntryKey& key) {
 namespace singleWidthCheck {
 
 RequestCheck placementAt(const MultiHashTable& table, const HashEntryKey& key, EntryId eId) {
-  if (RequestCheck missing = missingBank(table); !missing.passes()) return missing;
-
   const MultiHashTable::CandidateWalk walk = table.findCandidate(key, eId);
+  if (RequestCheck missing = missingBank(walk); !missing.passes()) return missing;
   if (walk.end == MultiHashTable::CandidateWalk::noBucket) return noBucketSelected(walk.bank);
   if (walk.end != MultiHashTable::CandidateWalk::stopped) {
     return RequestCheck::stopsNow(condition::requestedIdIsCandidate,
@@ -161,9 +160,8 @@ RequestCheck placement(const MultiHashTable& table, const HashEntryKey& key) {
         "the key found no room before: it is tried again only after its request is "
         "deleted and written anew");
   }
-  if (RequestCheck missing = missingBank(table); !missing.passes()) return missing;
-
   const MultiHashTable::FirstPass first = table.firstPass(key);
+  if (RequestCheck missing = missingBank(first.walk); !missing.passes()) return missing;
   if (first.walk.end == MultiHashTable::CandidateWalk::noBucket) return noBucketSelected(first.walk.bank);
   RequestCheck verdict;
   switch (first.found) {

@@ -1006,6 +1006,21 @@ TEST(ConfigurationRequestCheck, ATableWithAMissingBankStopsEveryRequestNow) {
   EXPECT_EQ(m.table->resyncCheck().text(), m.table->configurationCheck().requestVerdict().text());
 }
 
+TEST(ConfigurationRequestCheck, ASingleWidthKeyWhoseFirstPassEndsBeforeAMissingBankStopsOnlyLater) {
+  // Bank 1 is missing: a key with a free slot in bank 0 is placed there and never reads it;
+  // once bank 0's bucket is full, the next key's first pass reaches bank 1 and stops.
+  SingleTable s(2, 16, 1);
+  s.banks[1].present = false;
+  s.build();
+  const RequestCheck first = s.table->requestCheck(key(3, 4), EntryId());
+  EXPECT_EQ(first.outcome(), RequestOutcome::stopsLater) << first;
+  s.config->configIs(key(3, 4), EntryId());
+  EXPECT_EQ(s.status->status(key(3, 4)), EntryId(4));
+  const RequestCheck second = s.table->requestCheck(key(5, 4), EntryId());
+  EXPECT_EQ(second.outcome(), RequestOutcome::stopsNow) << second;
+  EXPECT_NE(second.reason().find("bank 1 is missing"), std::string::npos) << second;
+}
+
 TEST(ConfigurationRequestCheck, ATableThatDoesNotListenStaysWithoutReaction) {
   SingleTable s(2, 1024, 4);
   s.banks[0].hashMask = 511;
