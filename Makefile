@@ -1,9 +1,14 @@
-# Thin wrapper over the CMake presets. `make run` builds and runs the main job (the
-# default simulation; `make run ARGS="--table single"` passes options),
-# `make test` builds and runs every test; both install what they need first.
-.PHONY: all setup run test test-debug clean
+# Thin wrapper over the CMake presets. A bare `make` builds the release preset and runs
+# nothing; `make run` builds and runs the main job (the default simulation;
+# `make run ARGS="--table single"` passes options), `make test` builds and runs every test;
+# all three install what they need first.
+.PHONY: all build setup run test test-debug clean
 
-all: test
+all: build
+
+build: setup
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release
 
 setup:
 	@scripts/setup.sh
@@ -13,11 +18,16 @@ run: setup
 	@cmake --build --preset release --target mht
 	@./build/release/tools/mht simulate $(ARGS)
 
+# The tests print short (scripts/run-tests.sh): failures in full, then CTest's summary.
 test: setup
-	@cmake --workflow --preset release
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release
+	@scripts/run-tests.sh release
 
 test-debug: setup
-	@cmake --workflow --preset debug
+	@cmake --preset debug >/dev/null
+	@cmake --build --preset debug
+	@scripts/run-tests.sh debug
 
 clean:
 	rm -rf build

@@ -7,6 +7,7 @@
 // operations; the counter time_per_op is the time of one operation.
 #include <benchmark/benchmark.h>
 
+#include <cstdlib>
 #include <optional>
 #include <random>
 #include <unordered_map>
@@ -307,7 +308,15 @@ void BM_FirstFailure(benchmark::State& state, TableKind kind) {
   state.counters["fill"] = fill;
 }
 
-constexpr int64_t defaultBuckets = 16384;  // 4 banks x 16384 buckets x 4 slots
+// 4 banks x 16384 buckets x 4 slots; MHT_BENCH_BUCKETS=N makes it N buckets a bank, as the
+// test suite's quick pass (bench_smoke) does to run every benchmark once on a small table.
+int64_t bucketsFromEnvironment() {
+  const char* text = std::getenv("MHT_BENCH_BUCKETS");
+  if (text == nullptr || *text == '\0') return 16384;
+  const long long buckets = std::atoll(text);
+  return buckets > 0 ? buckets : 16384;
+}
+const int64_t defaultBuckets = bucketsFromEnvironment();
 
 void scaling(benchmark::internal::Benchmark* b) {
   // Capacities 2^12 .. 2^22 slots: 4 banks x 4 slots x 2^(k-4) buckets.

@@ -347,5 +347,67 @@ TEST(Sweep, SvgIsWellFormedWithALinePerSeriesAndTheOptima) {
   EXPECT_EQ(occurrences(svg, "<circle"), 4u);
 }
 
+// A row of two seeds whose churn phases differ in length: 1000 requests in 0.5 s (2000/s)
+// and 3000 in 0.25 s (12000/s). The mean of the two rates would be 7000/s; the row's rate
+// is the 4000 requests over the 0.75 s, 5333/s.
+SweepRow rowOfTwoChurns() {
+  SweepRow row;
+  row.steps = 1;
+  row.runs.resize(2);
+  row.runs[0].seed = 1;
+  row.runs[0].churn = PhaseFigures{.requested = 1000, .placed = 1000, .failed = 0, .moves = 0, .seconds = 0.5};
+  row.runs[1].seed = 2;
+  row.runs[1].churn = PhaseFigures{.requested = 3000, .placed = 3000, .failed = 0, .moves = 0, .seconds = 0.25};
+  return row;
+}
+
+TEST(Sweep, ARowsRateIsItsRequestsOverItsSecondsWithTheSeedsOwnRatesBeside) {
+  SweepRow row = rowOfTwoChurns();
+  Rate rate = rateOf(row, &SweepRun::churn);
+  EXPECT_EQ(rate.count, 2u);
+  EXPECT_EQ(rate.requests, 4000u);
+  EXPECT_DOUBLE_EQ(rate.seconds, 0.75);
+  EXPECT_DOUBLE_EQ(rate.perSecond, 4000 / 0.75);
+  EXPECT_DOUBLE_EQ(rate.min, 2000);
+  EXPECT_DOUBLE_EQ(rate.max, 12000);
+  // A run that stopped with an error counts for nothing.
+  row.runs.emplace_back();
+  row.runs.back().seed = 3;
+  row.runs.back().error = "stopped";
+  row.runs.back().churn = PhaseFigures{.requested = 1, .placed = 0, .failed = 0, .moves = 0, .seconds = 100};
+  rate = rateOf(row, &SweepRun::churn);
+  EXPECT_EQ(rate.count, 2u);
+  EXPECT_DOUBLE_EQ(rate.perSecond, 4000 / 0.75);
+  // No time measured: no rate.
+  EXPECT_EQ(rateOf(row, &SweepRun::fill).perSecond, 0);
+}
+
+TEST(Sweep, TheTextTheJsonAndTheChartShowTheRowsRateOverTimeAndItsSpread) {
+  SweepGrid g = smallGrid();
+  g.tables.resize(1);
+  SweepResult r;
+  r.rows = {rowOfTwoChurns()};
+  r.optima = {{std::nullopt, std::nullopt}};
+  r.optimumNotes = {{"", ""}};
+  std::ostringstream text;
+  writeSweepText(g, r, text);
+  EXPECT_NE(text.str().find("        5333  (2000-12000)"), std::string::npos) << text.str();
+  std::ostringstream out;
+  writeSweepJson(g, r, out);
+  const nlohmann::json row = nlohmann::json::parse(out.str()).at("rows").at(0);
+  const nlohmann::json& churn = row.at("requestsOverTime").at("churn");
+  EXPECT_DOUBLE_EQ(churn.at("requestsPerSecond").get<double>(), 4000 / 0.75);
+  EXPECT_EQ(churn.at("requests"), 4000);
+  EXPECT_DOUBLE_EQ(churn.at("seconds").get<double>(), 0.75);
+  EXPECT_DOUBLE_EQ(churn.at("min").get<double>(), 2000);
+  EXPECT_DOUBLE_EQ(churn.at("max").get<double>(), 12000);
+  // The old key keeps its meaning: the mean of the seeds' own rates.
+  EXPECT_DOUBLE_EQ(row.at("requestsPerSecond").at("churn").get<double>(), 7000);
+  std::ostringstream svg;
+  writeSweepSvg(g, r, svg);
+  EXPECT_NE(svg.str().find(">single 2x64x4, depth-first, 1 step: 5333 (2000-12000)</text>"), std::string::npos)
+      << svg.str();
+}
+
 }  // namespace
 }  // namespace mht

@@ -14,6 +14,9 @@ using namespace TesselCentral;
 
 namespace {
 
+constexpr double churnTop = 490;        // the first line of the churn rates below the plot
+constexpr double churnLineHeight = 15;  // between their lines
+
 const std::vector<std::string> palette{"#1f5fbf", "#d62728", "#2a9d3a", "#8e44ad", "#e67e22", "#6d4c41"};
 
 // The chart's scales: move budgets across, fill percentages up.
@@ -155,13 +158,35 @@ double drawTable(const Frame& f, const SweepGrid& grid, const SweepResult& resul
   return legend + 8;
 }
 
+// Below the plot, each row's churn rate: the requests of its seeds' churn phases over their
+// seconds, and the least and the most of the seeds' own rates.
+void drawChurnRates(const Frame& f, const SweepGrid& grid, const SweepResult& result, double top, Svg& svg) {
+  svg.text({{"x", f.left}, {"y", top}, {"font-size", 13}},
+           "churn/s: the churn phase's requests over its seconds, summed over the seeds (min-max: the seeds' own "
+           "rates)");
+  double y = top;
+  for (const SweepRow& row : result.rows) {
+    y += churnLineHeight;
+    std::string text = grid.tables[row.table].label() + ", " + searchName(row.search) + ", " +
+                       std::to_string(row.steps) + (row.steps == 1 ? " step: " : " steps: ");
+    if (!firstError(row).empty()) {
+      text += "error";
+    } else {
+      const Rate r = rateOf(row, &SweepRun::churn);
+      text += fixed(r.perSecond, 0);
+      text += " (" + fixed(r.min, 0) + "-" + fixed(r.max, 0) + ")";
+    }
+    svg.text({{"x", f.left}, {"y", y}, {"font-size", 11}}, text);
+  }
+}
+
 }  // namespace
 
 void writeSweepSvg(const SweepGrid& grid, const SweepResult& result, std::ostream& out) {
   const Frame f = frameFor(grid, result);
   Svg svg(out);
   svg.decimals(1);
-  svg.open(960, 480);
+  svg.open(960, churnTop + churnLineHeight * static_cast<double>(result.rows.size()) + 15);
   svg.text({{"x", f.left}, {"y", 28}, {"font-size", 16}},
            "Fill at the first failure against the move budget (mean of seeds " + seedList(grid.seeds, ", ") +
                "; bars: min-max)");
@@ -170,6 +195,7 @@ void writeSweepSvg(const SweepGrid& grid, const SweepResult& result, std::ostrea
   for (std::size_t t = 0; t < grid.tables.size(); ++t) legend = drawTable(f, grid, result, t, legend, svg);
   svg.text({{"x", f.left + f.width + 30}, {"y", legend + 8}, {"font-size", 11}},
            "circles: depth-first; squares: breadth-first");
+  drawChurnRates(f, grid, result, churnTop, svg);
   svg.close();
 }
 

@@ -32,6 +32,22 @@ Spread fillSpread(const SweepRow& row) {
   return spreadOf(values);
 }
 
+Rate rateOf(const SweepRow& row, PhaseFigures SweepRun::*phase) {
+  Rate r;
+  for (const SweepRun& run : row.runs) {
+    if (!run.error.empty()) continue;
+    const PhaseFigures& p = run.*phase;
+    const double own = perSecond(p);
+    r.min = r.count ? std::min(r.min, own) : own;
+    r.max = r.count ? std::max(r.max, own) : own;
+    r.requests += p.requested;
+    r.seconds += p.seconds;
+    ++r.count;
+  }
+  r.perSecond = r.seconds > 0 ? static_cast<double>(r.requests) / r.seconds : 0;
+  return r;
+}
+
 Spread optimumSpread(const SweepResult& result, std::size_t table) {
   std::vector<double> values;
   for (const auto& o : result.optima.at(table)) {

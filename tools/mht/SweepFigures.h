@@ -21,6 +21,19 @@ Spread fillSpread(const SweepRow& row);
 // Over the table's seeds that have an optimum.
 Spread optimumSpread(const SweepResult& result, std::size_t table);
 
+// A phase's rate over a row's runs without an error: the requests of all of them over the
+// seconds of all of them, so that a run too short to time well weighs by its time, not as
+// much as a long one; and beside it the least and the most of the runs' own rates.
+struct Rate {
+  std::size_t count = 0;  // runs
+  U64 requests = 0;
+  double seconds = 0;
+  double perSecond = 0;  // requests / seconds; 0 when no time was measured
+  double min = 0;        // of the runs' own rates
+  double max = 0;
+};
+Rate rateOf(const SweepRow& row, PhaseFigures SweepRun::*phase);
+
 // The mean of a figure over the runs without an error.
 template <class Figure>
 double meanOver(const SweepRow& row, Figure figure) {
