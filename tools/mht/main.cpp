@@ -1,9 +1,11 @@
 // mht: simulate, sweep, replay and explore the hash-table placement library.
 #include <CLI/CLI.hpp>
 
+#include <charconv>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <limits>
 #include <sstream>
 #include <thread>
 
@@ -18,6 +20,23 @@ namespace {
 
 using namespace mht;
 using namespace TesselCentral;
+
+// An unsigned option's text: a whole number within 0..max, so that a negative or an
+// overflowing value is refused by the option's name rather than wrapped or saturated.
+template <class Unsigned>
+CLI::Validator wholeNumber(Unsigned max = std::numeric_limits<Unsigned>::max()) {
+  return CLI::Validator(
+      [max](std::string& text) -> std::string {
+        U64 value = 0;
+        const char* end = text.data() + text.size();
+        const auto [stop, error] = std::from_chars(text.data(), end, value);
+        if (text.empty() || error != std::errc() || stop != end || value > max) {
+          return "'" + text + "' is not a whole number in 0.." + std::to_string(max);
+        }
+        return {};
+      },
+      "UINT");
+}
 
 // Writes a file whole or not at all: a failed run leaves an earlier file as it was.
 class OutputFile {
@@ -117,10 +136,13 @@ struct SimulateCommand {
     sim.add_option("--table", kind, "table kind")->check(CLI::IsMember({"single", "multi"}))->capture_default_str();
     // The simulations' own bounds on the shape are checked with the other options
     // (checkTable); what a table of that shape can serve, by the library on the built table.
-    sim.add_option("--banks", table.numBanks, "banks (at most 256)")->capture_default_str();
+    sim.add_option("--banks", table.numBanks, "banks (at most 256)")->check(wholeNumber<U32>())->capture_default_str();
     sim.add_option("--buckets", table.numBuckets, "buckets per bank (a power of two up to 1048576)")
+        ->check(wholeNumber<U32>())
         ->capture_default_str();
-    sim.add_option("--slots", table.numBucketEntries, "slots per bucket (at most 16)")->capture_default_str();
+    sim.add_option("--slots", table.numBucketEntries, "slots per bucket (at most 16)")
+        ->check(wholeNumber<U32>())
+        ->capture_default_str();
     sim.add_option("--steps", table.maxRecursiveSteps, "maxRecursiveSteps, the move budget")
         ->check(CLI::Range(0, 16))
         ->capture_default_str();
@@ -137,11 +159,16 @@ struct SimulateCommand {
         ->check(CLI::IsMember({"random", "mac", "ipv4"}))
         ->capture_default_str();
     sim.add_option("--prefix", prefixes, "IPv4 prefixes for --keys ipv4 (a.b.c.d/len, repeatable; default 10.0.0.0/8)");
-    sim.add_option("--requests", requests, "fill-phase requests (default: until the first key finds no room)");
+    CLI::Option* requestCount =
+        sim.add_option("--requests", requests, "fill-phase requests (default: until the first key finds no room)")
+            ->check(wholeNumber<U64>());
     sim.add_option("--fill-target", fillTarget, "stop filling at this fraction of the capacity")
-        ->check(CLI::Range(0.0, 1.0));
-    sim.add_option("--churn", options.churn, "delete-and-add pairs after filling")->capture_default_str();
-    sim.add_option("--seed", options.seed, "seed of the key source")->capture_default_str();
+        ->check(CLI::Range(0.0, 1.0))
+        ->excludes(requestCount);
+    sim.add_option("--churn", options.churn, "delete-and-add pairs after filling")
+        ->check(wholeNumber<U64>())
+        ->capture_default_str();
+    sim.add_option("--seed", options.seed, "seed of the key source")->check(wholeNumber<U64>())->capture_default_str();
     sim.add_option("--json", jsonPath, "also write the report as JSON to this file");
     sim.add_option("--svg", svgPath, "also write a picture of the table to this file");
     sim.add_flag("--no-progress", noProgress, "no progress bar");
@@ -240,7 +267,9 @@ struct SweepCommand {
                         "multi-width)");
     command->add_option("--search", searches, "move searches, depth-first,breadth-first (default: both)");
     command->add_option("--seeds", seeds, "key source seeds, e.g. 1-5 or 1,7 (default: 1-3)");
-    command->add_option("--churn", churn, "delete-and-add pairs after each fill")->capture_default_str();
+    command->add_option("--churn", churn, "delete-and-add pairs after each fill")
+        ->check(wholeNumber<U64>())
+        ->capture_default_str();
     command->add_option("--mix", mix, "width mix single/double/quad (multi-width)")->capture_default_str();
     command->add_option("--jobs", jobs, "simulations run at once (default: the number of cores)")
         ->check(CLI::Range(1u, 1024u));
