@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <functional>
 #include <ostream>
 #include <sstream>
 
@@ -173,8 +172,7 @@ U32 bitsOfBucketsBelow(U32 buckets) noexcept {
 
 }  // namespace
 
-void checkBankSelection(const Bank& bank, U32 bucketsLaidOut, bool reachedFirst,
-                        const std::function<ConfigurationConsequence(U32 lastBucket)>& pastEnd,
+void checkBankSelection(const Bank& bank, U32 bucketsLaidOut, bool reachedFirst, ConfigurationConsequence pastEnd,
                         ConfigurationCheck& check) {
   const U32 id = bank.bankId();
   if (!bank.selectsBuckets()) {
@@ -229,7 +227,7 @@ void checkBankSelection(const Bank& bank, U32 bucketsLaidOut, bool reachedFirst,
   }
   if (highest >= bucketsLaidOut) {
     check.add({ConfigurationRule::maskPastBuckets,
-               pastEnd(highest),
+               pastEnd,
                id,
                {},
                "hashMask " + hex(bank.hashMask()) + " selects buckets up to " + std::to_string(highest) +

@@ -8,7 +8,6 @@
 // would do, so that an agent or a tool can refuse the table before its first request.
 #pragma once
 
-#include <functional>
 #include <iosfwd>
 #include <optional>
 #include <string>
@@ -100,10 +99,9 @@ namespace detail {
 // The rules of one bank's bucket selection, which both tables share: the hash function,
 // its window and its mask, against the buckets that the ids lay out. `bucketsLaidOut` is
 // the number of buckets whose ids belong to the bank; `reachedFirst` whether a key's first
-// placement reaches the bank; `pastEnd(lastBucket)` what the buckets beyond the laid out
-// ones do when a key selects buckets up to lastBucket.
-void checkBankSelection(const Bank& bank, U32 bucketsLaidOut, bool reachedFirst,
-                        const std::function<ConfigurationConsequence(U32 lastBucket)>& pastEnd,
+// placement reaches the bank; `pastEnd` what the buckets beyond the laid out ones do when a
+// key selects buckets up to the bank's highestSelectableBucket().
+void checkBankSelection(const Bank& bank, U32 bucketsLaidOut, bool reachedFirst, ConfigurationConsequence pastEnd,
                         ConfigurationCheck& check);
 // The rules of the table's figures that both tables share.
 void checkTableFigures(U32 numBanks, U32 numBuckets, U32 numBucketEntries, ConfigurationCheck& check);

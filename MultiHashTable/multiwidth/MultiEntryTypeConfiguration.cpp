@@ -196,9 +196,8 @@ ConfigurationCheck MultiEntryTypeHashTable::configurationCheck() const {
     checkEntryTypes(*this, *bank, check);
     // The debug rule takes buckets from the caller, not from the hash function.
     if (!debugEnabled_) {
-      detail::checkBankSelection(
-          *bank, bank->numBuckets(), reachedFirst(*this, b),
-          [this, bank](U32 lastBucket) { return pastEndOf(*this, *bank, lastBucket); }, check);
+      detail::checkBankSelection(*bank, bank->numBuckets(), reachedFirst(*this, b),
+                                 pastEndOf(*this, *bank, bank->highestSelectableBucket()), check);
     }
     if (bank->phyBankId() < physical.size()) {
       if (physical.test(bank->phyBankId())) {

@@ -52,9 +52,8 @@ void checkBank(const MultiHashTable& table, const Bank& bank, ConfigurationCheck
                "bucketSize " + std::to_string(bank.bucketSize()) + " differs from the table's numBucketEntries " +
                    std::to_string(table.numBucketEntries()) + ", by which the table places keys and lays out ids"});
   }
-  detail::checkBankSelection(
-      bank, std::min(bank.numBuckets(), table.numBuckets()), reachedFirst(table, id),
-      [&table, id](U32 lastBucket) { return pastEndOf(table, id, lastBucket); }, check);
+  detail::checkBankSelection(bank, std::min(bank.numBuckets(), table.numBuckets()), reachedFirst(table, id),
+                             pastEndOf(table, id, bank.highestSelectableBucket()), check);
 }
 
 }  // namespace
