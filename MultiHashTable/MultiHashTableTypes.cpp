@@ -34,6 +34,11 @@ constexpr std::array<std::pair<std::uint64_t, std::string_view>, 2> moveSearchNa
     {0, "depthFirst"},
     {1, "breadthFirst"},
 }};
+// The spelling of a command line and of prose.
+constexpr std::array<std::pair<std::uint64_t, std::string_view>, 2> moveSearchAliases{{
+    {0, "depth-first"},
+    {1, "breadth-first"},
+}};
 
 }  // namespace
 
@@ -152,7 +157,8 @@ const EnumInfo& EnumTraits<TesselCentral::HashEntryType>::info() noexcept {
 }
 
 const EnumInfo& EnumTraits<TesselCentral::MoveSearch>::info() noexcept {
-  static const EnumInfo info{"TesselCentral::MoveSearch", TesselCentral::moveSearchNames};
+  static const EnumInfo info{"TesselCentral::MoveSearch", TesselCentral::moveSearchNames,
+                             TesselCentral::moveSearchAliases};
   return info;
 }
 

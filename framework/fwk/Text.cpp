@@ -114,6 +114,9 @@ std::uint64_t EnumInfo::value(std::string_view n, std::string_view attribute) co
   for (const auto& [value, name] : enumerators) {
     if (name == n) return value;
   }
+  for (const auto& [value, alias] : aliases) {
+    if (alias == n) return value;
+  }
   throw RangeError(attribute, n, "is not a name of " + std::string(typeName));
 }
 

@@ -60,10 +60,13 @@ class ValueReader {
 struct EnumInfo {
   std::string_view typeName;
   std::span<const std::pair<std::uint64_t, std::string_view>> enumerators;
+  // Other spellings a user may type for a value (a command line's "breadth-first" for
+  // breadthFirst); parsed like the names, never printed.
+  std::span<const std::pair<std::uint64_t, std::string_view>> aliases = {};
 
   // The name of a value; empty when the value has none.
   std::string_view name(std::uint64_t value) const noexcept;
-  // The value of a name; an unknown name is a RangeError naming the attribute.
+  // The value of a name or alias; an unknown one is a RangeError naming the attribute.
   std::uint64_t value(std::string_view name, std::string_view attribute) const;
 };
 

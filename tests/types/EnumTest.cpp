@@ -119,6 +119,23 @@ TEST(HashFunc, UnknownNameIsRangeError) {
   EXPECT_THROW(Fwk::sequenceToValue<HashFunc>(""), Fwk::RangeError);
 }
 
+TEST(MoveSearch, EnumeratorNamesAndCommandLineSpellingsBothParse) {
+  EXPECT_EQ(Fwk::sequenceToValue<MoveSearch>("depthFirst"), MoveSearch::depthFirst);
+  EXPECT_EQ(Fwk::sequenceToValue<MoveSearch>("breadthFirst"), MoveSearch::breadthFirst);
+  EXPECT_EQ(Fwk::sequenceToValue<MoveSearch>("depth-first"), MoveSearch::depthFirst);
+  EXPECT_EQ(Fwk::sequenceToValue<MoveSearch>("breadth-first"), MoveSearch::breadthFirst);
+}
+
+TEST(MoveSearch, PrintsItsEnumeratorNameNeverTheAlias) {
+  EXPECT_EQ(printed(MoveSearch::breadthFirst), "breadthFirst");
+  EXPECT_EQ(stringValue(MoveSearch::depthFirst), "depthFirst");
+}
+
+TEST(MoveSearch, OtherSpellingsAreRangeErrors) {
+  EXPECT_THROW(Fwk::sequenceToValue<MoveSearch>("breadth_first"), Fwk::RangeError);
+  EXPECT_THROW(Fwk::sequenceToValue<MoveSearch>("BreadthFirst"), Fwk::RangeError);
+}
+
 TEST(EnumRegistration, HashFuncIsTypeZeroAndHashEntryTypeIsTypeOneOfTheModule) {
   const Fwk::Module* module = Fwk::Registry::instance().module("MultiHashTableTypes");
   ASSERT_NE(module, nullptr);
