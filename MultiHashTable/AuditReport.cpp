@@ -1,10 +1,10 @@
 // An audit's findings and their text.
-#include "AuditReport.h"
+#include "MultiHashTable/AuditReport.h"
 
 #include <algorithm>
 #include <ostream>
 
-#include "fwk/Error.h"
+#include "MultiHashTable/fwk/Error.h"
 
 namespace TesselCentral {
 

@@ -1,13 +1,13 @@
 // A bank's geometry and the selection of a key's bucket by the bank's hash function.
-#include "Bank.h"
+#include "MultiHashTable/Bank.h"
 
 #include <algorithm>
 
-#include "fwk/EntityType.h"
-#include "fwk/Error.h"
-#include "fwk/TypeInfo.h"
-#include "internal/ConditionTexts.h"
-#include "internal/Diagnostics.h"
+#include "MultiHashTable/fwk/EntityType.h"
+#include "MultiHashTable/fwk/Error.h"
+#include "MultiHashTable/fwk/TypeInfo.h"
+#include "MultiHashTable/internal/ConditionTexts.h"
+#include "MultiHashTable/internal/Diagnostics.h"
 
 namespace TesselCentral {
 

@@ -3,8 +3,8 @@
 
 #include <string_view>
 
-#include "MultiHashTableTypes.h"
-#include "fwk/Entity.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
+#include "MultiHashTable/fwk/Entity.h"
 
 namespace TesselCentral {
 

@@ -1,10 +1,10 @@
 // The text form of a key's places: one "bank b bucket k slot s width w: id n" per place.
-#include "Candidates.h"
+#include "MultiHashTable/Candidates.h"
 
 #include <algorithm>
 #include <ostream>
 
-#include "fwk/Error.h"
+#include "MultiHashTable/fwk/Error.h"
 
 namespace TesselCentral {
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "MultiHashTableTypes.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
 
 namespace TesselCentral {
 

@@ -1,7 +1,7 @@
 // Writes that check first: the verdict decides, and the caller gets it either way.
-#include "CheckedWrites.h"
+#include "MultiHashTable/CheckedWrites.h"
 
-#include "TableBase.h"
+#include "MultiHashTable/TableBase.h"
 
 namespace TesselCentral {
 

@@ -8,8 +8,8 @@
 // way. The plain configIs and configDel stay as they are.
 #pragma once
 
-#include "RequestCheck.h"
-#include "RequestsAndResults.h"
+#include "MultiHashTable/RequestCheck.h"
+#include "MultiHashTable/RequestsAndResults.h"
 
 namespace TesselCentral {
 

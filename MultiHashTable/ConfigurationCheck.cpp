@@ -1,15 +1,15 @@
 // The configuration check's problems and their text, and the rules that both tables'
 // checks share: the table's figures and a bank's selection of buckets.
-#include "ConfigurationCheck.h"
+#include "MultiHashTable/ConfigurationCheck.h"
 
 #include <algorithm>
 #include <bit>
 #include <ostream>
 #include <sstream>
 
-#include "Bank.h"
-#include "fwk/Error.h"
-#include "internal/ConditionTexts.h"
+#include "MultiHashTable/Bank.h"
+#include "MultiHashTable/fwk/Error.h"
+#include "MultiHashTable/internal/ConditionTexts.h"
 
 namespace TesselCentral {
 

@@ -14,8 +14,8 @@
 #include <string_view>
 #include <vector>
 
-#include "MultiHashTableTypes.h"
-#include "RequestCheck.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
+#include "MultiHashTable/RequestCheck.h"
 
 namespace TesselCentral {
 

@@ -37,21 +37,25 @@
 // the key's candidates, a removal of a key the table never saw) are fatal assertions.
 #pragma once
 
+#if __cplusplus < 202002L
+#error "MultiHashTable needs C++20: compile the agent with -std=c++20 or later"
+#endif
+
 // The one header a client includes: one header per concept behind it.
 // The shared core: value types, requests and results, the abstract table, banks.
-#include "Bank.h"                 // a bank and its bucket selection
-#include "Candidates.h"           // the places a key may take
-#include "CheckedWrites.h"        // writes that refuse rather than stop the agent
-#include "ConfigurationCheck.h"   // what keeps a table from serving its requests
-#include "MultiHashTableTypes.h"  // keys, ids, enumerations
-#include "RequestCheck.h"         // what a write would do, told before it is made
-#include "RequestsAndResults.h"   // HashEntryConfig and HashEntryStatus
-#include "TableBase.h"            // the abstract table and its config reaction
+#include "MultiHashTable/Bank.h"                 // a bank and its bucket selection
+#include "MultiHashTable/Candidates.h"           // the places a key may take
+#include "MultiHashTable/CheckedWrites.h"        // writes that refuse rather than stop the agent
+#include "MultiHashTable/ConfigurationCheck.h"   // what keeps a table from serving its requests
+#include "MultiHashTable/MultiHashTableTypes.h"  // keys, ids, enumerations
+#include "MultiHashTable/RequestCheck.h"         // what a write would do, told before it is made
+#include "MultiHashTable/RequestsAndResults.h"   // HashEntryConfig and HashEntryStatus
+#include "MultiHashTable/TableBase.h"            // the abstract table and its config reaction
 
 // One folder per table kind.
-#include "multiwidth/BucketState.h"              // a multi-width bucket's state word
-#include "multiwidth/EntryIdHelper.h"            // positions <-> EntryIds for the multi-width table
-#include "multiwidth/MultiEntryTypeBank.h"       // a bank of entries of several widths
-#include "multiwidth/MultiEntryTypeHashTable.h"  // the multi-width table
-#include "multiwidth/Position.h"                 // a multi-width position
-#include "singlewidth/SingleWidthTable.h"        // the single-width table
+#include "MultiHashTable/multiwidth/BucketState.h"              // a multi-width bucket's state word
+#include "MultiHashTable/multiwidth/EntryIdHelper.h"            // positions <-> EntryIds for the multi-width table
+#include "MultiHashTable/multiwidth/MultiEntryTypeBank.h"       // a bank of entries of several widths
+#include "MultiHashTable/multiwidth/MultiEntryTypeHashTable.h"  // the multi-width table
+#include "MultiHashTable/multiwidth/Position.h"                 // a multi-width position
+#include "MultiHashTable/singlewidth/SingleWidthTable.h"        // the single-width table

@@ -1,7 +1,7 @@
 // Consistency audits: every invariant that the tables keep between operations, checked
 // on demand. A switch engineer runs them from the tool; the fuzzers run them after every
 // request. They read only, and report each violation as one line of text.
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 
 #include <sstream>
 

@@ -1,9 +1,9 @@
 // Registers the entities of the MultiHashTable module with the framework's type registry,
 // so that generic tools can create them, read their attributes and call their operations
 // by name with text arguments.
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 
-#include "fwk/Registry.h"
+#include "MultiHashTable/fwk/Registry.h"
 
 namespace TesselCentral {
 

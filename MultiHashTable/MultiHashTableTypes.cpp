@@ -1,11 +1,11 @@
-#include "MultiHashTableTypes.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
 
 #include <array>
 #include <sstream>
 #include <utility>
 
-#include "fwk/Hash.h"
-#include "fwk/Registry.h"
+#include "MultiHashTable/fwk/Hash.h"
+#include "MultiHashTable/fwk/Registry.h"
 
 namespace TesselCentral {
 

@@ -9,9 +9,9 @@
 #include <string>
 #include <string_view>
 
-#include "fwk/Hash.h"
-#include "fwk/Text.h"
-#include "fwk/Trace.h"
+#include "MultiHashTable/fwk/Hash.h"
+#include "MultiHashTable/fwk/Text.h"
+#include "MultiHashTable/fwk/Trace.h"
 
 // The platform's fixed-width names. They live in the global namespace, as the platform's
 // do, so that an assertion report's function signature reads "U32", not

@@ -1,13 +1,13 @@
 // A request check's verdict and its text, the reconcile report, and the texts that the
 // checks' reasons share.
-#include "RequestCheck.h"
+#include "MultiHashTable/RequestCheck.h"
 
 #include <ostream>
 #include <sstream>
 #include <utility>
 
-#include "fwk/Error.h"
-#include "internal/ConditionTexts.h"
+#include "MultiHashTable/fwk/Error.h"
+#include "MultiHashTable/internal/ConditionTexts.h"
 
 namespace TesselCentral {
 

@@ -16,8 +16,8 @@
 #include <string_view>
 #include <vector>
 
-#include "AuditReport.h"
-#include "MultiHashTableTypes.h"
+#include "MultiHashTable/AuditReport.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
 
 namespace TesselCentral {
 

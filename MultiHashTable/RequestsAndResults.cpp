@@ -1,8 +1,8 @@
 // The request and result collections: every real change of a member is published to the
 // collection's subscribers, with the key and its previous value.
-#include "RequestsAndResults.h"
+#include "MultiHashTable/RequestsAndResults.h"
 
-#include "fwk/TypeInfo.h"
+#include "MultiHashTable/fwk/TypeInfo.h"
 
 namespace TesselCentral {
 

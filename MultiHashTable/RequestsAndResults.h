@@ -2,10 +2,10 @@
 // the two collections through which an agent and a table meet.
 #pragma once
 
-#include "MultiHashTableTypes.h"
-#include "fwk/Collection.h"
-#include "fwk/Entity.h"
-#include "fwk/Notification.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
+#include "MultiHashTable/fwk/Collection.h"
+#include "MultiHashTable/fwk/Entity.h"
+#include "MultiHashTable/fwk/Notification.h"
 
 namespace TesselCentral {
 

@@ -1,15 +1,15 @@
 // The table base: geometry, records and counters, and the config reaction that turns
 // every changed request into a placement, a removal or nothing.
-#include "TableBase.h"
+#include "MultiHashTable/TableBase.h"
 
 #include <sstream>
 #include <string>
 #include <utility>
 
-#include "fwk/Assert.h"
-#include "fwk/TypeInfo.h"
-#include "internal/ConditionTexts.h"
-#include "internal/Diagnostics.h"
+#include "MultiHashTable/fwk/Assert.h"
+#include "MultiHashTable/fwk/TypeInfo.h"
+#include "MultiHashTable/internal/ConditionTexts.h"
+#include "MultiHashTable/internal/Diagnostics.h"
 
 namespace TesselCentral {
 

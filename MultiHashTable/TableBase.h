@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "AuditReport.h"
-#include "Candidates.h"
-#include "ConfigurationCheck.h"
-#include "MultiHashTableTypes.h"
-#include "RequestCheck.h"
-#include "RequestsAndResults.h"
-#include "fwk/IndexedMap.h"
+#include "MultiHashTable/AuditReport.h"
+#include "MultiHashTable/Candidates.h"
+#include "MultiHashTable/ConfigurationCheck.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
+#include "MultiHashTable/RequestCheck.h"
+#include "MultiHashTable/RequestsAndResults.h"
+#include "MultiHashTable/fwk/IndexedMap.h"
 
 namespace TesselCentral {
 

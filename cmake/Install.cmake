@@ -18,10 +18,15 @@ install(TARGETS framework MultiHashTable
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
-install(DIRECTORY framework/fwk DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev FILES_MATCHING PATTERN "*.h")
-# The library's own trace and assertion statements (internal/) stay out of the package.
+# One directory holds every header, the framework's under fwk/:
+#   include/MultiHashTable/MultiHashTable.h, .../singlewidth/, .../multiwidth/, .../fwk/
+# so an agent's include path gains nothing but include/, and no generic name (Bank.h) can
+# meet one of its own. The library's own trace and assertion statements (internal/) stay
+# out of the package.
 install(DIRECTORY MultiHashTable/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/MultiHashTable COMPONENT dev
   FILES_MATCHING PATTERN "*.h" PATTERN "internal" EXCLUDE)
+install(DIRECTORY framework/fwk DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/MultiHashTable COMPONENT dev
+  FILES_MATCHING PATTERN "*.h")
 
 set(MHT_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/MultiHashTable)
 install(EXPORT MultiHashTableTargets NAMESPACE MultiHashTable:: DESTINATION ${MHT_CMAKE_DIR} COMPONENT dev)

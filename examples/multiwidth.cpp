@@ -4,7 +4,7 @@
 #include <iomanip>
 #include <iostream>
 
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 
 using namespace TesselCentral;
 

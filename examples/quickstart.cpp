@@ -2,7 +2,7 @@
 // requests, and the results as the library publishes them.
 #include <iostream>
 
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 
 using namespace TesselCentral;
 

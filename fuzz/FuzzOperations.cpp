@@ -24,8 +24,8 @@
 #include <vector>
 
 #include "FuzzInput.h"
-#include "MultiHashTable.h"
-#include "fwk/Assert.h"
+#include "MultiHashTable/MultiHashTable.h"
+#include "MultiHashTable/fwk/Assert.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <string>
 
 #include "LineParser.h"
-#include "MultiHashTableTypes.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
 #include "Replay.h"
 #include "ToolStreams.h"
 

@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "LineParser.h"
-#include "MultiHashTableTypes.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
 #include "Shell.h"
 #include "ToolStreams.h"
 

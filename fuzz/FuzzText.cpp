@@ -14,10 +14,10 @@
 #include <vector>
 
 #include "FuzzInput.h"
-#include "MultiHashTableTypes.h"
-#include "fwk/Error.h"
-#include "fwk/Registry.h"
-#include "fwk/Text.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
+#include "MultiHashTable/fwk/Error.h"
+#include "MultiHashTable/fwk/Registry.h"
+#include "MultiHashTable/fwk/Text.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include <streambuf>
 #include <string>
 
-#include "fwk/Trace.h"
+#include "MultiHashTable/fwk/Trace.h"
 
 namespace mht::fuzz {
 

@@ -27,10 +27,10 @@
 #include <tuple>
 #include <vector>
 
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
+#include "MultiHashTable/fwk/Assert.h"
 #include "Report.h"
 #include "Simulation.h"
-#include "fwk/Assert.h"
 
 namespace py = pybind11;
 using namespace TesselCentral;

@@ -12,9 +12,9 @@
 #include <utility>
 #include <vector>
 
-#include "MultiHashTable.h"
-#include "fwk/Notification.h"
-#include "fwk/Trace.h"
+#include "MultiHashTable/MultiHashTable.h"
+#include "MultiHashTable/fwk/Notification.h"
+#include "MultiHashTable/fwk/Trace.h"
 
 namespace TesselCentral::test {
 

@@ -5,9 +5,9 @@
 
 #include <sstream>
 
-#include "MultiHashTableTypes.h"
-#include "fwk/Assert.h"
-#include "fwk/Trace.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
+#include "MultiHashTable/fwk/Assert.h"
+#include "MultiHashTable/fwk/Trace.h"
 
 // Trace and assertion statements of the library: the source file is always reported as
 // the library's name.

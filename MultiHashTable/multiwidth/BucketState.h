@@ -9,7 +9,7 @@
 // bits. A state of 0 is an empty bucket, which its bank keeps no word for.
 #pragma once
 
-#include "MultiHashTableTypes.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
 
 namespace TesselCentral {
 

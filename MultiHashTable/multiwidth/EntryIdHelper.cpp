@@ -6,15 +6,15 @@
 // base(bank) being the slot count (numBuckets * bucketSize) of every lower logical bank.
 // Position to id is arithmetic; id to position goes through hashTableEntry and keyToPos,
 // so only an id that a key holds has a position.
-#include "multiwidth/EntryIdHelper.h"
+#include "MultiHashTable/multiwidth/EntryIdHelper.h"
 
 #include <utility>
 
-#include "fwk/Assert.h"
-#include "fwk/Registry.h"
-#include "fwk/Trace.h"
-#include "internal/ConditionTexts.h"
-#include "internal/Diagnostics.h"
+#include "MultiHashTable/fwk/Assert.h"
+#include "MultiHashTable/fwk/Registry.h"
+#include "MultiHashTable/fwk/Trace.h"
+#include "MultiHashTable/internal/ConditionTexts.h"
+#include "MultiHashTable/internal/Diagnostics.h"
 
 namespace TesselCentral {
 

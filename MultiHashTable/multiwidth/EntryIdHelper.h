@@ -2,8 +2,8 @@
 // questions a client asks about an id, and the rule for a requested id.
 #pragma once
 
-#include "fwk/Entity.h"
-#include "multiwidth/MultiEntryTypeHashTable.h"
+#include "MultiHashTable/fwk/Entity.h"
+#include "MultiHashTable/multiwidth/MultiEntryTypeHashTable.h"
 
 namespace TesselCentral {
 

@@ -1,16 +1,16 @@
 // The multi-width bank: per-type geometry, bucket group alignment, the 64-bit bucket
 // state words, the free-space search and the bucket locks taken by moves.
-#include "multiwidth/MultiEntryTypeBank.h"
+#include "MultiHashTable/multiwidth/MultiEntryTypeBank.h"
 
 #include <cstdint>
 
 #include <algorithm>
 
-#include "fwk/Assert.h"
-#include "fwk/Registry.h"
-#include "fwk/Trace.h"
-#include "internal/ConditionTexts.h"
-#include "internal/Diagnostics.h"
+#include "MultiHashTable/fwk/Assert.h"
+#include "MultiHashTable/fwk/Registry.h"
+#include "MultiHashTable/fwk/Trace.h"
+#include "MultiHashTable/internal/ConditionTexts.h"
+#include "MultiHashTable/internal/Diagnostics.h"
 
 namespace TesselCentral {
 

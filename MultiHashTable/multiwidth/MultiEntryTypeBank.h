@@ -2,11 +2,11 @@
 // a state word per bucket, the free-space search and the bucket locks taken by moves.
 #pragma once
 
-#include "Bank.h"
-#include "fwk/Collection.h"
-#include "fwk/IndexedMap.h"
-#include "multiwidth/BucketState.h"
-#include "multiwidth/Position.h"
+#include "MultiHashTable/Bank.h"
+#include "MultiHashTable/fwk/Collection.h"
+#include "MultiHashTable/fwk/IndexedMap.h"
+#include "MultiHashTable/multiwidth/BucketState.h"
+#include "MultiHashTable/multiwidth/Position.h"
 
 namespace TesselCentral {
 

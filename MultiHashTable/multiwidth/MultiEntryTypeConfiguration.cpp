@@ -6,9 +6,9 @@
 #include <optional>
 #include <string>
 
-#include "internal/ConditionTexts.h"
-#include "multiwidth/EntryIdHelper.h"
-#include "multiwidth/MultiEntryTypeHashTable.h"
+#include "MultiHashTable/internal/ConditionTexts.h"
+#include "MultiHashTable/multiwidth/EntryIdHelper.h"
+#include "MultiHashTable/multiwidth/MultiEntryTypeHashTable.h"
 
 namespace TesselCentral {
 

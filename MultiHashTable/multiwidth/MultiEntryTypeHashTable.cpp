@@ -1,17 +1,17 @@
 // The multi-width table: its banks and position maps, the link to its EntryIdHelper,
 // the free-position search, removal and placement at a requested EntryId.
-#include "multiwidth/MultiEntryTypeHashTable.h"
+#include "MultiHashTable/multiwidth/MultiEntryTypeHashTable.h"
 
 #include <string>
 #include <string_view>
 #include <utility>
 
-#include "fwk/Assert.h"
-#include "fwk/Error.h"
-#include "fwk/Registry.h"
-#include "fwk/Trace.h"
-#include "internal/ConditionTexts.h"
-#include "internal/Diagnostics.h"
+#include "MultiHashTable/fwk/Assert.h"
+#include "MultiHashTable/fwk/Error.h"
+#include "MultiHashTable/fwk/Registry.h"
+#include "MultiHashTable/fwk/Trace.h"
+#include "MultiHashTable/internal/ConditionTexts.h"
+#include "MultiHashTable/internal/Diagnostics.h"
 
 namespace TesselCentral {
 

@@ -7,13 +7,13 @@
 #include <cstdint>
 #include <vector>
 
-#include "Candidates.h"
-#include "TableBase.h"
-#include "fwk/Collection.h"
-#include "fwk/IndexedMap.h"
-#include "multiwidth/MultiEntryTypeBank.h"
-#include "multiwidth/MultiWidthMovePlanner.h"
-#include "multiwidth/Position.h"
+#include "MultiHashTable/Candidates.h"
+#include "MultiHashTable/TableBase.h"
+#include "MultiHashTable/fwk/Collection.h"
+#include "MultiHashTable/fwk/IndexedMap.h"
+#include "MultiHashTable/multiwidth/MultiEntryTypeBank.h"
+#include "MultiHashTable/multiwidth/MultiWidthMovePlanner.h"
+#include "MultiHashTable/multiwidth/Position.h"
 
 namespace TesselCentral {
 
@@ -310,4 +310,4 @@ Ptr<MultiEntryTypeHashTable> multiEntryTypeHashTableFactory(U32 numBanks, U32 nu
 }  // namespace TesselCentral
 
 // The table holds its translator: a client of the table gets the whole of it.
-#include "multiwidth/EntryIdHelper.h"  // IWYU pragma: export
+#include "MultiHashTable/multiwidth/EntryIdHelper.h"  // IWYU pragma: export

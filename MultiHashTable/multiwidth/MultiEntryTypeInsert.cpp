@@ -2,12 +2,12 @@
 // that, room is made cuckoo-fashion: in each other bank the key's candidate buckets are
 // locked and the entries standing in the way are inserted again elsewhere, recursively,
 // within the step budget. doAddOrMoveEntry commits every placement and every move.
-#include "multiwidth/MultiEntryTypeHashTable.h"
+#include "MultiHashTable/multiwidth/MultiEntryTypeHashTable.h"
 
-#include "fwk/Assert.h"
-#include "fwk/Trace.h"
-#include "internal/ConditionTexts.h"
-#include "internal/Diagnostics.h"
+#include "MultiHashTable/fwk/Assert.h"
+#include "MultiHashTable/fwk/Trace.h"
+#include "MultiHashTable/internal/ConditionTexts.h"
+#include "MultiHashTable/internal/Diagnostics.h"
 
 namespace TesselCentral {
 

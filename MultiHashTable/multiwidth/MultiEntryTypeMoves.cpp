@@ -4,11 +4,11 @@
 // the plan from its free ends backwards, each entry recorded and published at its new
 // place before the place it leaves is taken by the next; the key then takes the run that
 // the moves have freed.
-#include "multiwidth/MultiEntryTypeHashTable.h"
+#include "MultiHashTable/multiwidth/MultiEntryTypeHashTable.h"
 
-#include "fwk/Assert.h"
-#include "fwk/Trace.h"
-#include "internal/Diagnostics.h"
+#include "MultiHashTable/fwk/Assert.h"
+#include "MultiHashTable/fwk/Trace.h"
+#include "MultiHashTable/internal/Diagnostics.h"
 
 namespace TesselCentral {
 

@@ -4,7 +4,7 @@
 // depth-first and the fewest-moves moves, removal and placement at a requested id are each
 // a sequence of these operations and their own publication. None of them traces: the
 // bucket state's own trace lines come from the bank, in the order the callers take the steps.
-#include "multiwidth/MultiEntryTypeHashTable.h"
+#include "MultiHashTable/multiwidth/MultiEntryTypeHashTable.h"
 
 namespace TesselCentral {
 

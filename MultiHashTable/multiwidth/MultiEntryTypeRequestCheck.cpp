@@ -1,11 +1,11 @@
 // What the multi-width table's placement, placement by id and removal would do with a
 // request: the same walks as insertEntry's free-space search, the EntryIdHelper's bank walk
 // and setEntryState, in the same order, without tracing or changing anything.
-#include "multiwidth/MultiEntryTypeHashTable.h"
+#include "MultiHashTable/multiwidth/MultiEntryTypeHashTable.h"
 
 #include <string>
 
-#include "internal/ConditionTexts.h"
+#include "MultiHashTable/internal/ConditionTexts.h"
 
 namespace TesselCentral {
 

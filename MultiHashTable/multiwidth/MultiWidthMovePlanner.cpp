@@ -8,11 +8,11 @@
 // 3... moves in all, candidates in order. A search that examines maxMoveSearchRuns runs
 // without a plan leaves the key to the depth-first search. The search only reads the table:
 // the table applies the plan.
-#include "multiwidth/MultiWidthMovePlanner.h"
+#include "MultiHashTable/multiwidth/MultiWidthMovePlanner.h"
 
 #include <cstddef>
 
-#include "multiwidth/MultiEntryTypeHashTable.h"
+#include "MultiHashTable/multiwidth/MultiEntryTypeHashTable.h"
 
 namespace TesselCentral {
 

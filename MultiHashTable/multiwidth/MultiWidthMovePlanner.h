@@ -7,9 +7,9 @@
 #include <span>
 #include <vector>
 
-#include "MultiHashTableTypes.h"
-#include "fwk/Collection.h"
-#include "multiwidth/Position.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
+#include "MultiHashTable/fwk/Collection.h"
+#include "MultiHashTable/multiwidth/Position.h"
 
 namespace TesselCentral {
 

@@ -7,7 +7,7 @@
 // A hardware position has the same layout with the physical bank in the top byte.
 #pragma once
 
-#include "MultiHashTableTypes.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
 
 namespace TesselCentral {
 

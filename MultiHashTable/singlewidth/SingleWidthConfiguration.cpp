@@ -3,8 +3,8 @@
 // the table lays out for it.
 #include <string>
 
-#include "internal/ConditionTexts.h"
-#include "singlewidth/SingleWidthTable.h"
+#include "MultiHashTable/internal/ConditionTexts.h"
+#include "MultiHashTable/singlewidth/SingleWidthTable.h"
 
 namespace TesselCentral {
 

@@ -1,7 +1,7 @@
-#include "singlewidth/SingleWidthMovePlanner.h"
+#include "MultiHashTable/singlewidth/SingleWidthMovePlanner.h"
 
-#include "TableBase.h"
-#include "singlewidth/SingleWidthTable.h"
+#include "MultiHashTable/TableBase.h"
+#include "MultiHashTable/singlewidth/SingleWidthTable.h"
 
 namespace TesselCentral {
 

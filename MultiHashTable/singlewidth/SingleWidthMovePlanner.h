@@ -5,8 +5,8 @@
 
 #include <vector>
 
-#include "MultiHashTableTypes.h"
-#include "fwk/Collection.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
+#include "MultiHashTable/fwk/Collection.h"
 
 namespace TesselCentral {
 

@@ -7,8 +7,8 @@
 // takes its record along and publishes the key again, with or without a request.
 #include <sstream>
 
-#include "internal/Diagnostics.h"
-#include "singlewidth/SingleWidthTable.h"
+#include "MultiHashTable/internal/Diagnostics.h"
+#include "MultiHashTable/singlewidth/SingleWidthTable.h"
 
 namespace TesselCentral {
 

@@ -1,12 +1,12 @@
 // What the single-width table's placement, placement at a requested id and removal would
 // do with a request: the verdicts on what the table's own walks find.
-#include "singlewidth/SingleWidthRequestCheck.h"
+#include "MultiHashTable/singlewidth/SingleWidthRequestCheck.h"
 
 #include <algorithm>
 #include <string>
 
-#include "internal/ConditionTexts.h"
-#include "singlewidth/SingleWidthTable.h"
+#include "MultiHashTable/internal/ConditionTexts.h"
+#include "MultiHashTable/singlewidth/SingleWidthTable.h"
 
 namespace TesselCentral {
 

@@ -3,7 +3,7 @@
 // or changing anything, and told in the client's terms.
 #pragma once
 
-#include "RequestCheck.h"
+#include "MultiHashTable/RequestCheck.h"
 
 namespace TesselCentral {
 

@@ -1,16 +1,16 @@
 // The single-width table: its banks, its ids, placement with its two passes and the
 // depth-first chain of moves, placement at a requested id, and removal.
-#include "singlewidth/SingleWidthTable.h"
+#include "MultiHashTable/singlewidth/SingleWidthTable.h"
 
 #include <algorithm>
 #include <optional>
 #include <utility>
 
-#include "fwk/Error.h"
-#include "fwk/TypeInfo.h"
-#include "internal/ConditionTexts.h"
-#include "internal/Diagnostics.h"
-#include "singlewidth/SingleWidthRequestCheck.h"
+#include "MultiHashTable/fwk/Error.h"
+#include "MultiHashTable/fwk/TypeInfo.h"
+#include "MultiHashTable/internal/ConditionTexts.h"
+#include "MultiHashTable/internal/Diagnostics.h"
+#include "MultiHashTable/singlewidth/SingleWidthRequestCheck.h"
 
 namespace TesselCentral {
 

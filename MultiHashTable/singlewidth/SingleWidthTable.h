@@ -6,11 +6,11 @@
 #include <optional>
 #include <vector>
 
-#include "Bank.h"
-#include "Candidates.h"
-#include "TableBase.h"
-#include "fwk/Collection.h"
-#include "singlewidth/SingleWidthMovePlanner.h"
+#include "MultiHashTable/Bank.h"
+#include "MultiHashTable/Candidates.h"
+#include "MultiHashTable/TableBase.h"
+#include "MultiHashTable/fwk/Collection.h"
+#include "MultiHashTable/singlewidth/SingleWidthMovePlanner.h"
 
 namespace TesselCentral {
 

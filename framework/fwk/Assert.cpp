@@ -1,4 +1,4 @@
-#include "fwk/Assert.h"
+#include "Assert.h"
 
 #include <atomic>
 #include <cstdio>

@@ -26,7 +26,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "fwk/Hash.h"
+#include "Hash.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>

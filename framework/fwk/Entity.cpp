@@ -1,4 +1,4 @@
-#include "fwk/Entity.h"
+#include "Entity.h"
 
 namespace Fwk {
 

@@ -17,12 +17,12 @@
 #include <utility>
 #include <vector>
 
-#include "fwk/Collection.h"
-#include "fwk/Entity.h"
-#include "fwk/Error.h"
-#include "fwk/Registry.h"
-#include "fwk/TextTraits.h"
-#include "fwk/TypeInfo.h"
+#include "Collection.h"
+#include "Entity.h"
+#include "Error.h"
+#include "Registry.h"
+#include "TextTraits.h"
+#include "TypeInfo.h"
 
 namespace Fwk {
 

@@ -1,4 +1,4 @@
-#include "fwk/Error.h"
+#include "Error.h"
 
 namespace Fwk {
 

@@ -1,4 +1,4 @@
-#include "fwk/Hash.h"
+#include "Hash.h"
 
 #include <atomic>
 #include <cstring>

@@ -29,7 +29,7 @@
 #include <utility>
 #include <vector>
 
-#include "fwk/Collection.h"
+#include "Collection.h"
 
 namespace Fwk {
 

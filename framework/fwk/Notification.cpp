@@ -1,4 +1,4 @@
-#include "fwk/Notification.h"
+#include "Notification.h"
 
 #include <algorithm>
 

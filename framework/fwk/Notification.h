@@ -16,7 +16,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "fwk/Entity.h"
+#include "Entity.h"
 
 namespace Fwk {
 

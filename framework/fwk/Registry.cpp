@@ -1,4 +1,4 @@
-#include "fwk/Registry.h"
+#include "Registry.h"
 
 namespace Fwk {
 

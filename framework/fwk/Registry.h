@@ -12,9 +12,9 @@
 #pragma once
 
 // The one header of the registry; one header per concept behind it:
-#include "fwk/Scope.h"       // named entities of text arguments
-#include "fwk/TextTraits.h"  // how a type prints and parses
-#include "fwk/TypeInfo.h"    // one type's attributes, glue and allocation count
+#include "Scope.h"       // named entities of text arguments
+#include "TextTraits.h"  // how a type prints and parses
+#include "TypeInfo.h"    // one type's attributes, glue and allocation count
 
 #include <memory>
 #include <string>
@@ -62,4 +62,4 @@ class Registry {
 
 }  // namespace Fwk
 
-#include "fwk/EntityType.h"  // IWYU pragma: export  (the builders, which need the registry above)
+#include "EntityType.h"  // IWYU pragma: export  (the builders, which need the registry above)

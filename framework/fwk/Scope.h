@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "fwk/Entity.h"
+#include "Entity.h"
 
 namespace Fwk {
 

@@ -1,4 +1,4 @@
-#include "fwk/Text.h"
+#include "Text.h"
 
 #include <cctype>
 

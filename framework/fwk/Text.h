@@ -19,7 +19,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "fwk/Error.h"
+#include "Error.h"
 
 namespace Fwk {
 

@@ -7,10 +7,10 @@
 #include <string_view>
 #include <type_traits>
 
-#include "fwk/Entity.h"
-#include "fwk/Error.h"
-#include "fwk/Scope.h"
-#include "fwk/Text.h"
+#include "Entity.h"
+#include "Error.h"
+#include "Scope.h"
+#include "Text.h"
 
 namespace Fwk {
 

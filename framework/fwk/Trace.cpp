@@ -1,4 +1,4 @@
-#include "fwk/Trace.h"
+#include "Trace.h"
 
 #include <iostream>
 

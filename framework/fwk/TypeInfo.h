@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include "fwk/Entity.h"
-#include "fwk/Scope.h"
-#include "fwk/Text.h"
+#include "Entity.h"
+#include "Scope.h"
+#include "Text.h"
 
 namespace Fwk {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 
 namespace TesselCentral {
 namespace {

@@ -1,12 +1,12 @@
-#include "fwk/Assert.h"
-#include "internal/Diagnostics.h"
+#include "MultiHashTable/fwk/Assert.h"
+#include "MultiHashTable/internal/Diagnostics.h"
 
 #include <gtest/gtest.h>
 
 #include <ostream>
 #include <string>
 
-#include "MultiHashTableTypes.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
 #include "TestSupport.h"
 
 namespace TesselCentral {

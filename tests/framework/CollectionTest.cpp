@@ -1,4 +1,4 @@
-#include "fwk/Collection.h"
+#include "MultiHashTable/fwk/Collection.h"
 
 #include <gtest/gtest.h>
 
@@ -7,10 +7,10 @@
 #include <set>
 #include <vector>
 
-#include "MultiHashTableTypes.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
+#include "MultiHashTable/fwk/Entity.h"
+#include "MultiHashTable/fwk/Hash.h"
 #include "framework/Counted.h"
-#include "fwk/Entity.h"
-#include "fwk/Hash.h"
 
 namespace {
 

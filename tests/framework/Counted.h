@@ -2,7 +2,7 @@
 // pointers.
 #pragma once
 
-#include "fwk/Entity.h"
+#include "MultiHashTable/fwk/Entity.h"
 
 namespace fwktest {
 

@@ -1,4 +1,4 @@
-#include "fwk/Entity.h"
+#include "MultiHashTable/fwk/Entity.h"
 
 #include <gtest/gtest.h>
 

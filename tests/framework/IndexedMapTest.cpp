@@ -1,4 +1,4 @@
-#include "fwk/IndexedMap.h"
+#include "MultiHashTable/fwk/IndexedMap.h"
 
 #include <gtest/gtest.h>
 
@@ -6,9 +6,9 @@
 #include <utility>
 #include <vector>
 
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
+#include "MultiHashTable/fwk/Entity.h"
 #include "framework/Counted.h"
-#include "fwk/Entity.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "fwk/Notification.h"
+#include "MultiHashTable/fwk/Notification.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 #include "TestSupport.h"
 
 namespace {

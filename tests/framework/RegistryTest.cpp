@@ -1,4 +1,4 @@
-#include "fwk/Registry.h"
+#include "MultiHashTable/fwk/Registry.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,9 @@
 #include <string_view>
 #include <vector>
 
-#include "MultiHashTableTypes.h"
-#include "fwk/Collection.h"
-#include "fwk/Error.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
+#include "MultiHashTable/fwk/Collection.h"
+#include "MultiHashTable/fwk/Error.h"
 
 namespace RegistryProbe {
 

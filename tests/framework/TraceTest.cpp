@@ -1,5 +1,5 @@
-#include "fwk/Trace.h"
-#include "internal/Diagnostics.h"
+#include "MultiHashTable/fwk/Trace.h"
+#include "MultiHashTable/internal/Diagnostics.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "MultiHashTableTypes.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
 #include "TestSupport.h"
 
 namespace {

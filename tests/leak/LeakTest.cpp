@@ -18,9 +18,9 @@
 #include <string>
 #include <vector>
 
-#include "MultiHashTable.h"
-#include "fwk/Notification.h"
-#include "fwk/Registry.h"
+#include "MultiHashTable/MultiHashTable.h"
+#include "MultiHashTable/fwk/Notification.h"
+#include "MultiHashTable/fwk/Registry.h"
 
 namespace {
 

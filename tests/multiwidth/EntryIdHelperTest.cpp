@@ -2,9 +2,9 @@
 // the rule for a requested id and the claiming of its position.
 #include <gtest/gtest.h>
 
+#include "MultiHashTable/fwk/Registry.h"
 #include "MultiWidthSupport.h"
 #include "TestSupport.h"
-#include "fwk/Registry.h"
 
 namespace TesselCentral {
 namespace {

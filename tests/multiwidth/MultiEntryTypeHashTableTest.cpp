@@ -2,9 +2,9 @@
 // teardown, the sanity check, and the free-position search.
 #include <gtest/gtest.h>
 
+#include "MultiHashTable/fwk/Error.h"
 #include "MultiWidthSupport.h"
 #include "TestSupport.h"
-#include "fwk/Error.h"
 
 namespace TesselCentral {
 namespace {

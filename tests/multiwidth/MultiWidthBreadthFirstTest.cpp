@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 #include "MultiWidthSupport.h"
 #include "TestSupport.h"
 

@@ -1,5 +1,6 @@
 // Places one key through the installed library and checks the published result.
-#include <MultiHashTable.h>
+#include <Bank.h>  // the agent's own
+#include <MultiHashTable/MultiHashTable.h>
 
 #include <iostream>
 
@@ -17,6 +18,7 @@ int main() {
     std::cerr << "client: expected EntryId 4, got " << status->status(key) << '\n';
     return 1;
   }
+  static_assert(agent::bankCount == 4);
   std::cout << "client: key placed at EntryId " << status->status(key) << '\n';
   return 0;
 }

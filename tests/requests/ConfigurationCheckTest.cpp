@@ -11,7 +11,7 @@
 
 #include "../multiwidth/MultiWidthSupport.h"
 #include "ConfigurationSupport.h"
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 #include "TestSupport.h"
 
 namespace TesselCentral::test {

@@ -24,7 +24,7 @@
 #include <vector>
 
 #include "ConfigurationSupport.h"
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 #include "RequestAgreement.h"
 #include "TestSupport.h"
 

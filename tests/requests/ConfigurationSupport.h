@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 
 namespace TesselCentral {
 

@@ -7,9 +7,9 @@
 
 #include <string>
 
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
+#include "MultiHashTable/fwk/Notification.h"
 #include "TestSupport.h"
-#include "fwk/Notification.h"
 
 namespace TesselCentral::test {
 namespace {

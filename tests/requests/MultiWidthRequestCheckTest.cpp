@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "../multiwidth/MultiWidthSupport.h"
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 #include "RequestAgreement.h"
 #include "TestSupport.h"
 

@@ -21,8 +21,8 @@
 #include <string>
 #include <vector>
 
-#include "MultiHashTable.h"
-#include "fwk/Assert.h"
+#include "MultiHashTable/MultiHashTable.h"
+#include "MultiHashTable/fwk/Assert.h"
 
 namespace TesselCentral::test {
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "../singlewidth/SingleWidthSupport.h"
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 #include "RequestAgreement.h"
 #include "TestSupport.h"
 

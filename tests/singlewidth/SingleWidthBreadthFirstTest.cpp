@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "../multiwidth/MultiWidthSupport.h"
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
+#include "MultiHashTable/fwk/Error.h"
 #include "SingleWidthSupport.h"
 #include "TestSupport.h"
-#include "fwk/Error.h"
 
 namespace TesselCentral::test {
 namespace {

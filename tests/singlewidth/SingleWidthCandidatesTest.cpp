@@ -2,9 +2,9 @@
 // order is the placement's own, and the id of each place is the one it publishes.
 #include <gtest/gtest.h>
 
+#include "MultiHashTable/fwk/Registry.h"
+#include "MultiHashTable/fwk/Scope.h"
 #include "SingleWidthSupport.h"
-#include "fwk/Registry.h"
-#include "fwk/Scope.h"
 
 namespace TesselCentral::test {
 namespace {

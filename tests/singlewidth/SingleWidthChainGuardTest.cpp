@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 #include "SingleWidthSupport.h"
 #include "TestSupport.h"
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 #include "SingleWidthSupport.h"
 #include "TestSupport.h"
 

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 
 namespace TesselCentral {
 namespace {

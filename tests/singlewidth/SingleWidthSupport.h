@@ -6,7 +6,7 @@
 #include <sstream>
 #include <string>
 
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 #include "TestSupport.h"
 
 namespace TesselCentral::test {

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
+#include "MultiHashTable/fwk/Error.h"
 #include "SingleWidthSupport.h"
 #include "TestSupport.h"
-#include "fwk/Error.h"
 
 namespace TesselCentral {
 namespace {

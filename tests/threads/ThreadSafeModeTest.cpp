@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 
 namespace TesselCentral {
 namespace {

@@ -1,12 +1,12 @@
-#include "MultiHashTableTypes.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
 
 #include <gtest/gtest.h>
 
 #include <sstream>
 #include <string>
 
-#include "fwk/Collection.h"
-#include "fwk/Error.h"
+#include "MultiHashTable/fwk/Collection.h"
+#include "MultiHashTable/fwk/Error.h"
 
 namespace TesselCentral {
 namespace {

@@ -1,4 +1,4 @@
-#include "MultiHashTableTypes.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
-#include "fwk/Error.h"
-#include "fwk/Registry.h"
-#include "fwk/Text.h"
+#include "MultiHashTable/fwk/Error.h"
+#include "MultiHashTable/fwk/Registry.h"
+#include "MultiHashTable/fwk/Text.h"
 
 namespace TesselCentral {
 namespace {

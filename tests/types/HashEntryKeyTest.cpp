@@ -1,4 +1,4 @@
-#include "MultiHashTableTypes.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
 
 #include <gtest/gtest.h>
 
@@ -7,9 +7,9 @@
 #include <sstream>
 #include <string>
 
-#include "fwk/Collection.h"
-#include "fwk/Error.h"
-#include "fwk/Hash.h"
+#include "MultiHashTable/fwk/Collection.h"
+#include "MultiHashTable/fwk/Error.h"
+#include "MultiHashTable/fwk/Hash.h"
 
 namespace TesselCentral {
 namespace {

@@ -14,7 +14,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "MultiHashTableTypes.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
 
 namespace mht {
 

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <ostream>
 
-#include "fwk/Assert.h"
+#include "MultiHashTable/fwk/Assert.h"
 
 namespace mht {
 

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "MultiHashTableTypes.h"
-#include "fwk/Registry.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
+#include "MultiHashTable/fwk/Registry.h"
 
 namespace mht {
 

@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <string>
 
-#include "MultiHashTableTypes.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
 
 namespace mht {
 

@@ -30,7 +30,7 @@
 #include <optional>
 #include <string>
 
-#include "MultiHashTableTypes.h"
+#include "MultiHashTable/MultiHashTableTypes.h"
 
 namespace mht {
 

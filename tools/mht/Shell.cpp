@@ -10,10 +10,10 @@
 #include <utility>
 
 #include "LineParser.h"
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
+#include "MultiHashTable/fwk/Assert.h"
+#include "MultiHashTable/fwk/Registry.h"
 #include "Tables.h"
-#include "fwk/Assert.h"
-#include "fwk/Registry.h"
 
 namespace mht {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "MultiHashTable.h"
+#include "MultiHashTable/MultiHashTable.h"
 
 namespace mht {
 
