@@ -281,7 +281,7 @@ TEST(ReplayResync, ADeletionOfAKeyWithoutARequestIsAcceptedSilently) {
 }
 
 TEST(Replay, AMoveSearchLineSetsHowTheTableMakesRoom) {
-  // Two banks of four one-slot buckets, budget 2: the new key's candidates (ids 0 and 5) are
+  // Two banks of four one-slot buckets, chain depth 2: the new key's candidates (ids 0 and 5) are
   // taken; breadth-first, the occupant of 5 moves to its free slot 1 and the key takes 5.
   const std::string script =
       "table single 2 4 1 2 false\n"
@@ -313,6 +313,44 @@ TEST(ReplayErrors, AMultiWidthTableTakesBreadthFirstMovesToo) {
   EXPECT_NE(o.out.find("status 2 1 1 doubleWide 4\n"), std::string::npos) << o.out;
   EXPECT_NE(o.out.find("status 0 1 1 singleWide 7\n"), std::string::npos) << o.out;
   EXPECT_NE(o.out.find("moves=1\n"), std::string::npos) << o.out;
+}
+
+// A refused name lists the names the field takes; an id that is not a number points to the
+// word for "anywhere".
+TEST(ReplayErrors, AnUnknownHashFunctionListsTheHashFunctions) {
+  const Outcome o = replay("table single 1 4 1 0 false\nbank singleWide 0 4 1 hashCrc99 0 0 3\n");
+  EXPECT_EQ(o.err,
+            "requests.txt:2: hashFunc: 'hashCrc99' is not a TesselCentral::HashFunc name (hashInvalid, "
+            "hashCrc32Upper, hashCrc32Lower, hashLsb, hashCrc16Lower, hashCrc16Upper, hashCrc64, hashCount, "
+            "hashCrc32And16)\n");
+}
+
+TEST(ReplayErrors, AnIdThatIsNotANumberPointsToAny) {
+  const Outcome o = replay(singleTable + "set 1 2 0 singleWide anywhere\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err, "requests.txt:4: id: 'anywhere' is neither an unsigned number (decimal or 0x-hex) nor any\n");
+}
+
+TEST(ReplayErrors, AMissingIdSaysWhatItMayBe) {
+  const Outcome o = replay(singleTable + "set 1 2 0 singleWide\n");
+  EXPECT_EQ(o.err, "requests.txt:4: missing id (a number or any)\n");
+}
+
+TEST(ReplayErrors, AnUnknownMoveSearchListsEverySpellingTheLibraryTakes) {
+  const Outcome o = replay(singleTable + "moveSearch sideways\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.err,
+            "requests.txt:4: moveSearch: 'sideways' is not a TesselCentral::MoveSearch name (depthFirst, breadthFirst, "
+            "depth-first, breadth-first)\n");
+}
+
+// The spelling of the command line is taken in a script too.
+TEST(ReplayErrors, AMoveSearchLineTakesTheCommandLineSpelling) {
+  const Outcome prose = replay(movedFromItsRequestedId + "moveSearch breadth-first\n");
+  const Outcome name = replay(movedFromItsRequestedId + "moveSearch breadthFirst\n");
+  EXPECT_EQ(prose.exitCode, 0) << prose.err;
+  EXPECT_EQ(prose.err, "");
+  EXPECT_EQ(prose.out, name.out);
 }
 
 }  // namespace

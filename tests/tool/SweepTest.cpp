@@ -101,20 +101,26 @@ TEST(SweepGrid, NumberListsTakeNumbersAndRanges) {
   EXPECT_EQ(errorOf([] { parseNumberList("0-17", 0, 16); }), "'0-17': 17 is not in 0..16");
   EXPECT_EQ(errorOf([] { parseNumberList("1,,2", 0, 16); }), "'1,,2': an empty item");
   EXPECT_EQ(errorOf([] { parseNumberList("", 0, 16); }), "'': an empty item");
-  EXPECT_EQ(errorOf([] { parseNumberList("1,x", 0, 16); }), "'1,x': 'x' is not a number or a range <first>-<last>");
-  EXPECT_EQ(errorOf([] { parseNumberList("-3", 0, 16); }), "'-3': '-3' is not a number or a range <first>-<last>");
+  EXPECT_EQ(errorOf([] { parseNumberList("1,x", 0, 16); }),
+            "'1,x': 'x' is not a number in 0..16 or a range <first>-<last> of them");
+  EXPECT_EQ(errorOf([] { parseNumberList("-3", 0, 16); }),
+            "'-3': '-3' is not a number in 0..16 or a range <first>-<last> of them");
   EXPECT_EQ(errorOf([] { parseNumberList("5-1", 0, 16); }), "'5-1': the range '5-1' runs backwards");
   EXPECT_EQ(errorOf([] { parseNumberList("0", 1, 9); }), "'0': 0 is not in 1..9");
 }
 
-TEST(SweepGrid, SearchesParseByTheirOptionNames) {
+TEST(SweepGrid, SearchesParseByEitherSpelling) {
   EXPECT_EQ(parseSearches("breadth-first,depth-first,breadth-first"),
             (std::vector<MoveSearch>{MoveSearch::breadthFirst, MoveSearch::depthFirst}));
+  EXPECT_EQ(parseSearches("depthFirst,breadthFirst,depth-first"),
+            (std::vector<MoveSearch>{MoveSearch::depthFirst, MoveSearch::breadthFirst}));
   EXPECT_EQ(errorOf([] { parseSearches("depth-first,sideways"); }),
-            "'depth-first,sideways': 'sideways' is not depth-first or breadth-first");
+            "'depth-first,sideways': 'sideways' is not a TesselCentral::MoveSearch name (depthFirst, breadthFirst, "
+            "depth-first, breadth-first)");
+  EXPECT_EQ(errorOf([] { parseSearches("depth-first,"); }), "'depth-first,': an empty item");
 }
 
-// Two small single-width tables, two budgets, both searches, two seeds.
+// Two small single-width tables, two chain depths, both searches, two seeds.
 SweepGrid smallGrid() {
   SweepGrid g;
   g.tables = {parseSweepTable("single:2x64x4"), parseSweepTable("single:4x32x2")};
@@ -343,7 +349,7 @@ TEST(Sweep, SvgIsWellFormedWithALinePerSeriesAndTheOptima) {
   EXPECT_EQ(occurrences(svg, "stroke-dasharray=\"6 4\""), 4u);
   EXPECT_NE(svg.find(">single 4x32x2, breadth-first</text>"), std::string::npos);
   EXPECT_NE(svg.find(">single 2x64x4, optimum</text>"), std::string::npos);
-  // A point per budget and seed summary: 2 budgets x 4 series.
+  // A point per chain depth and seed summary: 2 depths x 4 series.
   EXPECT_EQ(occurrences(svg, "<circle"), 4u);
 }
 

@@ -32,20 +32,35 @@ const std::string& LineParser::word(std::string_view field) {
   return fields_[next_++];
 }
 
-std::uint64_t LineParser::number(std::string_view field, std::uint64_t max) {
-  const std::string& text = word(field);
+std::uint64_t LineParser::number(std::string_view field, std::uint64_t max, std::string_view orWord) {
+  const std::string& text = fields_[next_ - 1];
   try {
     return Fwk::parseUnsigned(text, field, max);
   } catch (const Fwk::RangeError&) {
     throw LineError(std::string(field) + ": '" + text + "' is above the maximum " + std::to_string(max));
   } catch (const Fwk::SyntaxError&) {
+    if (!orWord.empty()) {
+      throw LineError(std::string(field) + ": '" + text + "' is neither an unsigned number (decimal or 0x-hex) nor " +
+                      std::string(orWord));
+    }
     throw LineError(std::string(field) + ": '" + text + "' is not an unsigned number (decimal or 0x-hex)");
   }
 }
 
-U32 LineParser::u32(std::string_view field) { return static_cast<U32>(number(field, 0xFFFFFFFFu)); }
+U32 LineParser::u32(std::string_view field) {
+  word(field);
+  return static_cast<U32>(number(field, 0xFFFFFFFFu));
+}
 
-U16 LineParser::u16(std::string_view field) { return static_cast<U16>(number(field, 0xFFFFu)); }
+U16 LineParser::u16(std::string_view field) {
+  word(field);
+  return static_cast<U16>(number(field, 0xFFFFu));
+}
+
+std::optional<U32> LineParser::u32Or(std::string_view field, std::string_view orWord) {
+  if (word(std::string(field) + " (a number or " + std::string(orWord) + ")") == orWord) return std::nullopt;
+  return static_cast<U32>(number(field, 0xFFFFFFFFu, orWord));
+}
 
 bool LineParser::boolean(std::string_view field) {
   const std::string& text = word(field);

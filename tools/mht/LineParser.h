@@ -2,11 +2,13 @@
 // every error ("crc16: '70000' is above the maximum 65535").
 #pragma once
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "EnumNames.h"
 #include "MultiHashTable/MultiHashTableTypes.h"
 #include "MultiHashTable/fwk/Registry.h"
 
@@ -31,6 +33,8 @@ class LineParser {
   const std::string& word(std::string_view field);
   U32 u32(std::string_view field);
   U16 u16(std::string_view field);
+  // A number, or the one word that stands for none ("any" for an id): nothing then.
+  std::optional<U32> u32Or(std::string_view field, std::string_view word);
   bool boolean(std::string_view field);
 
   template <Fwk::RegisteredEnum E>
@@ -39,8 +43,7 @@ class LineParser {
     try {
       return Fwk::sequenceToValue<E>(text, field);
     } catch (const Fwk::RangeError&) {
-      throw LineError(std::string(field) + ": '" + text + "' is not a " +
-                      std::string(Fwk::EnumTraits<E>::info().typeName) + " name (" + names<E>() + ")");
+      throw LineError(std::string(field) + ": " + notANameText<E>(text));
     }
   }
 
@@ -48,14 +51,7 @@ class LineParser {
   void end(std::string_view lastField);
 
  private:
-  template <Fwk::RegisteredEnum E>
-  static std::string names() {
-    std::string all;
-    for (const auto& [value, n] : Fwk::EnumTraits<E>::info().enumerators)
-      all += (all.empty() ? "" : ", ") + std::string(n);
-    return all;
-  }
-  std::uint64_t number(std::string_view field, std::uint64_t max);
+  std::uint64_t number(std::string_view field, std::uint64_t max, std::string_view orWord = {});
 
   std::vector<std::string> fields_;
   std::size_t next_ = 0;

@@ -146,11 +146,9 @@ class Replay {
   void set(LineParser& p) {
     requireConfiguration();
     const HashEntryKey key = readKey(p);
-    const std::string& idField = p.word("id (a number or any)");
     EntryId id;
-    if (idField != "any") {
-      LineParser idParser({idField});
-      id = EntryId(idParser.u32("id"));
+    if (const std::optional<U32> number = p.u32Or("id", "any")) {
+      id = EntryId(*number);
       if (!id.isValid()) throw LineError("id: 4294967295 is the invalid id; write 'any' to place the key anywhere");
     }
     p.end("id");

@@ -1,5 +1,5 @@
-// mht sweep: a grid of simulations (table shapes, move budgets, move searches, seeds), run
-// on every core, summarised one row per table shape, budget and search.
+// mht sweep: a grid of simulations (table shapes, chain depths, move searches, seeds), run
+// on every core, summarised one row per table shape, chain depth and search.
 //
 // Each simulation is mht simulate's, with the default banks and random keys: it fills its
 // own table until the first key finds no room, then churns. Simulations share no mutable

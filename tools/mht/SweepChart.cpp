@@ -19,17 +19,17 @@ constexpr double churnLineHeight = 15;  // between their lines
 
 const std::vector<std::string> palette{"#1f5fbf", "#d62728", "#2a9d3a", "#8e44ad", "#e67e22", "#6d4c41"};
 
-// The chart's scales: move budgets across, fill percentages up.
+// The chart's scales: chain depths across, fill percentages up.
 struct Frame {
   double left = 70, top = 60, width = 560, height = 360;
   double xLow = 0, xHigh = 1, yLow = 0, yHigh = 100;
-  U32 fewest = 0, most = 0;  // the budgets labelled
+  U32 fewest = 0, most = 0;  // the chain depths labelled
   double tick = 10;          // percent between the fill grid's lines
   double x(double steps) const { return left + width * (steps - xLow) / (xHigh - xLow); }
   double y(double fill) const { return top + height * (1 - (fill * 100 - yLow) / (yHigh - yLow)); }
 };
 
-// Scales that show every row's budget, and every fill and optimum with at least 10 % below
+// Scales that show every row's chain depth, and every fill and optimum with at least 10 % below
 // the lowest of them.
 Frame frameFor(const SweepGrid& grid, const SweepResult& result) {
   Frame f;
@@ -54,7 +54,7 @@ Frame frameFor(const SweepGrid& grid, const SweepResult& result) {
 }
 
 // The plot area with its fill grid, and the labels of both axes.
-void drawAxes(const Frame& f, bool budgets, Svg& svg) {
+void drawAxes(const Frame& f, bool depths, Svg& svg) {
   svg.rect({{"x", f.left},
             {"y", f.top},
             {"width", f.width},
@@ -66,11 +66,11 @@ void drawAxes(const Frame& f, bool budgets, Svg& svg) {
     svg.line(f.left, f.left + f.width, y, y, {{"stroke", "#eeeeee"}});
     svg.text({{"x", f.left - 6}, {"y", y + 4}, {"text-anchor", "end"}}, fixed(p, 0) + " %");
   }
-  for (U32 s = f.fewest; s <= f.most && budgets; ++s) {
+  for (U32 s = f.fewest; s <= f.most && depths; ++s) {
     svg.text({{"x", f.x(s)}, {"y", f.top + f.height + 18}, {"text-anchor", "middle"}}, std::to_string(s));
   }
   svg.text({{"x", f.left + f.width / 2}, {"y", f.top + f.height + 40}, {"text-anchor", "middle"}},
-           "maxRecursiveSteps (the move budget)");
+           "maxRecursiveSteps (the chain depth)");
   const double middle = f.top + f.height / 2;
   svg.text(
       {{"x", 18}, {"y", middle}, {"text-anchor", "middle"}, {"transform", "rotate(-90 18 " + svg.number(middle) + ")"}},
@@ -188,7 +188,7 @@ void writeSweepSvg(const SweepGrid& grid, const SweepResult& result, std::ostrea
   svg.decimals(1);
   svg.open(960, churnTop + churnLineHeight * static_cast<double>(result.rows.size()) + 15);
   svg.text({{"x", f.left}, {"y", 28}, {"font-size", 16}},
-           "Fill at the first failure against the move budget (mean of seeds " + seedList(grid.seeds, ", ") +
+           "Fill at the first failure against the chain depth (mean of seeds " + seedList(grid.seeds, ", ") +
                "; bars: min-max)");
   drawAxes(f, !result.rows.empty(), svg);
   double legend = f.top;

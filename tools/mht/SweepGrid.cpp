@@ -4,6 +4,8 @@
 #include <optional>
 #include <stdexcept>
 
+#include "EnumNames.h"
+
 namespace mht {
 
 using namespace TesselCentral;
@@ -39,8 +41,8 @@ std::string SweepTable::label() const {
 }
 
 std::vector<U32> defaultSweepSteps(TableKind kind) {
-  // Single-width tables are quick to fill at any budget; a multi-width table's depth-first
-  // search grows with the budget, so its range is narrower.
+  // Single-width tables are quick to fill at any chain depth; a multi-width table's
+  // depth-first search grows with the depth, so its range is narrower.
   if (kind == TableKind::single) return {0, 1, 2, 3, 4, 5, 6, 7, 8};
   return {3, 4, 5};
 }
@@ -86,12 +88,12 @@ SweepTable parseSweepTable(const std::string& text) {
 std::vector<U64> parseNumberList(const std::string& text, U64 low, U64 high) {
   std::vector<U64> numbers;
   const std::string bounds = std::to_string(low) + ".." + std::to_string(high);
-  for (const std::string& item : splitAt(text, ',')) {
-    if (item.empty()) bad(text, "an empty item");
+  for (const std::string& item : splitList(text)) {
     const std::size_t dash = item.find('-');
     const std::optional<U64> first = decimal(item.substr(0, dash));
     const std::optional<U64> last = dash == std::string::npos ? first : decimal(item.substr(dash + 1));
-    if (!first || !last) bad(text, "'" + item + "' is not a number or a range <first>-<last>");
+    if (!first || !last)
+      bad(text, "'" + item + "' is not a number in " + bounds + " or a range <first>-<last> of them");
     if (*first < low || *first > high) bad(text, std::to_string(*first) + " is not in " + bounds);
     if (*last < low || *last > high) bad(text, std::to_string(*last) + " is not in " + bounds);
     if (*last < *first) bad(text, "the range '" + item + "' runs backwards");
@@ -102,14 +104,22 @@ std::vector<U64> parseNumberList(const std::string& text, U64 low, U64 high) {
   return numbers;
 }
 
+std::vector<std::string> splitList(const std::string& text) {
+  std::vector<std::string> items = splitAt(text, ',');
+  for (const std::string& item : items) {
+    if (item.empty()) bad(text, "an empty item");
+  }
+  return items;
+}
+
 std::vector<MoveSearch> parseSearches(const std::string& text) {
   std::vector<MoveSearch> searches;
-  for (const std::string& item : splitAt(text, ',')) {
+  for (const std::string& item : splitList(text)) {
     MoveSearch s = MoveSearch::depthFirst;
-    if (item == searchName(MoveSearch::breadthFirst)) {
-      s = MoveSearch::breadthFirst;
-    } else if (item != searchName(MoveSearch::depthFirst)) {
-      bad(text, "'" + item + "' is not depth-first or breadth-first");
+    try {
+      s = Fwk::sequenceToValue<MoveSearch>(item);
+    } catch (const Fwk::RangeError&) {
+      bad(text, notANameText<MoveSearch>(item));
     }
     if (std::find(searches.begin(), searches.end(), s) == searches.end()) searches.push_back(s);
   }

@@ -1,4 +1,4 @@
-// The grid of mht sweep: which tables, move budgets, searches and seeds it simulates, as
+// The grid of mht sweep: which tables, chain depths, searches and seeds it simulates, as
 // the command line gives them, and the options of each of its simulations.
 #pragma once
 
@@ -14,7 +14,7 @@ struct SweepTable {
   U32 numBanks = 4;
   U32 numBuckets = 4096;
   U32 numBucketEntries = 4;
-  std::vector<U32> steps;  // the move budgets swept on this table
+  std::vector<U32> steps;  // the chain depths (maxRecursiveSteps) swept on this table
 
   // "single 4x4096x4"
   std::string label() const;
@@ -30,10 +30,10 @@ struct SweepGrid {
   WidthMix mix;  // the multi-width tables' keys
 };
 
-// The move budgets a table is swept over unless --steps says otherwise.
+// The chain depths a table is swept over unless --steps says otherwise.
 std::vector<U32> defaultSweepSteps(TableKind kind);
 
-// Single-width 4 x 4096 x 4 and 2 x 4096 x 4, multi-width 4 x 4096 x 4, their kinds' budgets,
+// Single-width 4 x 4096 x 4 and 2 x 4096 x 4, multi-width 4 x 4096 x 4, their kinds' chain depths,
 // both searches, seeds 1 to 3.
 SweepGrid defaultSweepGrid();
 
@@ -41,11 +41,14 @@ SweepGrid defaultSweepGrid();
 // quotes the text and says what is wrong with it.
 //
 // "<single|multi>[:<banks>x<buckets>x<slots>]" (the shape defaults to 4x4096x4); the table's
-// budgets are its kind's defaults.
+// chain depths are its kind's defaults.
 SweepTable parseSweepTable(const std::string& text);
 // Comma-separated numbers and ranges "a-b", each within [low, high]; sorted, repeats dropped.
 std::vector<U64> parseNumberList(const std::string& text, U64 low, U64 high);
-// Comma-separated "depth-first" and "breadth-first".
+// The items of a comma-separated list; an empty item is refused.
+std::vector<std::string> splitList(const std::string& text);
+// Comma-separated move searches, each as the library parses a MoveSearch (depthFirst or
+// depth-first, breadthFirst or breadth-first).
 std::vector<TesselCentral::MoveSearch> parseSearches(const std::string& text);
 
 // The options of one simulation of the grid.

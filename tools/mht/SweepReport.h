@@ -9,7 +9,7 @@ namespace mht {
 
 void writeSweepText(const SweepGrid& grid, const SweepResult& result, std::ostream& out);
 void writeSweepJson(const SweepGrid& grid, const SweepResult& result, std::ostream& out);
-// Fill at the first failure against the move budget: one line per table and search, the
+// Fill at the first failure against the chain depth: one line per table and search, the
 // optimum as a dashed level per table.
 void writeSweepSvg(const SweepGrid& grid, const SweepResult& result, std::ostream& out);
 

@@ -52,7 +52,7 @@ void runTask(const SweepGrid& grid, const Task& task, SweepResult& result) {
   }
 }
 
-// The result's slots, a row per table, budget and search with a run per seed and an
+// The result's slots, a row per table, chain depth and search with a run per seed and an
 // optimum per table and seed, and a task to fill each.
 std::vector<Task> planSweep(const SweepGrid& grid, SweepResult& result) {
   std::vector<Task> tasks;
@@ -74,7 +74,7 @@ std::vector<Task> planSweep(const SweepGrid& grid, SweepResult& result) {
   return tasks;
 }
 
-// The larger budgets and the multi-width tables take longest: started first, they do not
+// The deeper chains and the multi-width tables take longest: started first, they do not
 // leave one thread working alone at the end.
 void longestFirst(const SweepGrid& grid, const SweepResult& result, std::vector<Task>& tasks) {
   std::stable_sort(tasks.begin(), tasks.end(), [&](const Task& a, const Task& b) {
