@@ -54,6 +54,17 @@ bool LineParser::boolean(std::string_view field) {
   throw LineError(std::string(field) + ": '" + text + "' is neither true nor false");
 }
 
+TesselCentral::EntryId LineParser::entryId(std::string_view field) {
+  const std::string& text = word(std::string(field) + " (a number or any)");
+  if (text == "any") return TesselCentral::EntryId();
+  LineParser number({text});
+  const TesselCentral::EntryId id(number.u32(field));
+  if (!id.isValid()) {
+    throw LineError(std::string(field) + ": 4294967295 is the invalid id; write 'any' to place the key anywhere");
+  }
+  return id;
+}
+
 void LineParser::end(std::string_view lastField) {
   if (!atEnd()) throw LineError("unexpected '" + fields_[next_] + "' after " + std::string(lastField));
 }

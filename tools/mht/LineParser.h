@@ -32,6 +32,9 @@ class LineParser {
   U32 u32(std::string_view field);
   U16 u16(std::string_view field);
   bool boolean(std::string_view field);
+  // An id: a number, or `any` for the invalid id (the key placed anywhere). The invalid id
+  // typed as a number is refused, naming `any`.
+  TesselCentral::EntryId entryId(std::string_view field);
 
   template <Fwk::RegisteredEnum E>
   E name(std::string_view field) {

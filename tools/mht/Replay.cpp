@@ -146,13 +146,7 @@ class Replay {
   void set(LineParser& p) {
     requireConfiguration();
     const HashEntryKey key = readKey(p);
-    const std::string& idField = p.word("id (a number or any)");
-    EntryId id;
-    if (idField != "any") {
-      LineParser idParser({idField});
-      id = EntryId(idParser.u32("id"));
-      if (!id.isValid()) throw LineError("id: 4294967295 is the invalid id; write 'any' to place the key anywhere");
-    }
+    const EntryId id = p.entryId("id");
     p.end("id");
     judge(session_->table().requestCheck(key, id), "set " + keyFields(key) + " " + idText(id));
     session_->config().configIs(key, id);
