@@ -37,6 +37,11 @@ std::vector<std::string> with(std::vector<std::string> a, const std::vector<std:
   return a;
 }
 
+// The tables' initialized is the client's own mark: no set-up step of the table sets it.
+const std::string tableInitializedNote =
+    "the client's own mark, false from construction until the client sets it with initializedIs; neither banks nor "
+    "placements set it, and no placement reads it";
+
 const std::vector<std::string> tableParameters = {"numBanks",        "numBuckets",      "numBucketEntries",
                                                   "hashEntryConfig", "hashEntryStatus", "maxRecursiveSteps"};
 
@@ -127,12 +132,14 @@ const Fwk::TypeInfo* registerMultiHashTable(Fwk::Module& module, [[maybe_unused]
   single.attribute<&MultiHashTable::bucketSpanBanks>(added, "bucketSpanBanks", constructorSet)
       .collection<&MultiHashTable::bankCollection>(added + 1, "bank", "U32 -> Bank", mutableAttr)
       .attribute<&MultiHashTable::initialized>(added + 2, "initialized", mutableAttr)
+      .note(tableInitializedNote)
       .operation<&MultiHashTable::bankIs>(added + 3, "bankIs", bankParameters)
       .operation<&MultiHashTable::bankDel>(added + 4, "bankDel", {"bankId"})
       .operation<&MultiHashTable::calcEntryId>(added + 5, "calcEntryId", {"bankId", "bucketId", "slot"})
       .operation<&MultiHashTable::rehashEntry>(added + 6, "rehashEntry",
                                                {"eId", "targetBank", "stepsRemaining", "entryType"})
       .operation<&MultiHashTable::slotOfId>(added + 7, "slotOfId", {"eId"})
+      .operation<&MultiHashTable::initializedIs>(added + 8, "initializedIs", {"initialized"})
       .factory<&multiHashTableFactory>(with(tableParameters, {"bucketSpanBanks"}));
   return &single.info();
 }
@@ -178,6 +185,7 @@ const Fwk::TypeInfo* registerMultiEntryTypeHashTable(Fwk::Module& module, [[mayb
       .attribute<&MultiEntryTypeHashTable::debugEnabled>(added + 3, "debugEnabled", mutableAttr)
       .attribute<&MultiEntryTypeHashTable::entryIdHelper>(added + 4, "entryIdHelper", mutableAttr)
       .attribute<&MultiEntryTypeHashTable::initialized>(added + 5, "initialized", mutableAttr)
+      .note(tableInitializedNote)
       .operation<&MultiEntryTypeHashTable::bankIs>(added + 6, "bankIs",
                                                    with(bankParameters, {"phyBankId", "doubleEntryTwoBucketMode"}))
       .operation<&MultiEntryTypeHashTable::bankDel>(added + 7, "bankDel", {"bankId"})
@@ -186,6 +194,7 @@ const Fwk::TypeInfo* registerMultiEntryTypeHashTable(Fwk::Module& module, [[mayb
       .operation<&MultiEntryTypeHashTable::findEmptyPosition>(added + 10, "findEmptyPosition",
                                                               {"key", "origBank", "step"})
       .operation<&MultiEntryTypeHashTable::doAddOrMoveEntry>(added + 11, "doAddOrMoveEntry", {"key", "newPos", "move"})
+      .operation<&MultiEntryTypeHashTable::initializedIs>(added + 12, "initializedIs", {"initialized"})
       .factory<&multiEntryTypeHashTableFactory>(tableParameters);
   return &multi.info();
 }

@@ -211,6 +211,10 @@ RequestCheck MultiHashTableBase::reactionCheck(const HashEntryKey& key, EntryId 
   return checkPlacementAt(key, requested);
 }
 
+RequestCheck MultiHashTableBase::placementAtCheck(const HashEntryKey& key, EntryId id) const {
+  return withConfiguration(checkPlacementAt(key, id), configurationCheck());
+}
+
 RequestCheck MultiHashTableBase::removalCheck(const HashEntryKey& key) const {
   if (!hashEntryConfig_) return RequestCheck::noReaction("the table has no request collection");
   if (!hashEntryConfig_->configHas(key)) return RequestCheck::unchanged("the key has no request: nothing is published");

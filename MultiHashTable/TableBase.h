@@ -161,6 +161,10 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
   // or one whose key has no request), which it counts as a deletion, reports and traces.
   ReconcileReport reconcile();
 
+  // What insertEntryWithId(key, id) would do when called by itself, outside a reaction: the
+  // reaction's own step, judged with the table's configuration.
+  RequestCheck placementAtCheck(const HashEntryKey& key, EntryId id) const;
+
   // What the reaction to a request R for the key would do, the request being written.
   RequestCheck reactionCheck(const HashEntryKey& key, EntryId requested) const;
 

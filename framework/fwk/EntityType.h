@@ -146,6 +146,8 @@ class EntityType {
     using C = detail::Callable<decltype(Op)>;
     using Args = typename C::Args;
     AttributeInfo a{id, name, "operation", operationAttr, parameters, {}, {}};
+    a.parameterTypes = typeNames<Args>(std::make_index_sequence<std::tuple_size_v<Args>>{});
+    a.resultTypeName = resultTypeName<C>();
     a.call = [name, parameters](Entity& e, const std::vector<std::string>& text, const Scope& scope) {
       auto args = detail::parseAll<Args>(name, text, parameters, scope);
       T& self = dynamic_cast<T&>(e);
@@ -153,6 +155,12 @@ class EntityType {
           [&] { return std::apply([&](auto&&... arg) { return (self.*Op)(arg...); }, args); });
     };
     info_.attributeIs(std::move(a));
+    return *this;
+  }
+
+  // A note on the attribute or operation registered last (see AttributeInfo::note).
+  EntityType& note(std::string text) {
+    info_.lastAttribute().note = std::move(text);
     return *this;
   }
 
@@ -170,6 +178,19 @@ class EntityType {
   }
 
  private:
+  template <class Args, std::size_t... I>
+  static std::vector<std::string> typeNames(std::index_sequence<I...>) {
+    return {std::string(TextTraits<std::tuple_element_t<I, Args>>::typeName())...};
+  }
+  template <class C>
+  static std::string resultTypeName() {
+    using R = std::remove_cvref_t<typename C::Result>;
+    if constexpr (std::is_void_v<R>)
+      return "void";
+    else
+      return std::string(TextTraits<R>::typeName());
+  }
+
   TypeInfo& info_;
 };
 

@@ -98,6 +98,21 @@ std::vector<const TypeInfo*> Registry::allTypes() const {
   return all;
 }
 
+std::vector<const TypeInfo*> Registry::typesNamed(std::string_view name) const {
+  std::vector<const TypeInfo*> named;
+  if (name.empty()) return named;
+  for (const TypeInfo* t : allTypes()) {
+    const std::string_view qualified = t->name();
+    if (qualified == name) {
+      named.push_back(t);
+    } else if (qualified.size() > name.size() + 2 && qualified.ends_with(name) &&
+               qualified.substr(0, qualified.size() - name.size()).ends_with("::")) {
+      named.push_back(t);
+    }
+  }
+  return named;
+}
+
 namespace {
 
 const AttributeInfo& attributeOf(const Entity& object, std::string_view name) {

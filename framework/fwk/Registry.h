@@ -47,6 +47,10 @@ class Registry {
   // Throws UnknownNameError.
   const TypeInfo& typeOrThrow(std::string_view qualifiedName) const;
   std::vector<const TypeInfo*> allTypes() const;
+  // The types whose qualified name is `name` or ends in "::" followed by it, in registration
+  // order: how a tool resolves a type name typed without its namespace (one type when the
+  // name is unambiguous, several when it is not).
+  std::vector<const TypeInfo*> typesNamed(std::string_view name) const;
 
   // Generic access by text.
   std::string read(const Entity& object, std::string_view attribute) const;

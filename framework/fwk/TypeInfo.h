@@ -32,6 +32,13 @@ struct AttributeInfo {
   std::function<std::string(const Entity&)> read;
   // Calls an operation with text arguments; returns the result as text ("" for none).
   std::function<std::string(Entity&, const std::vector<std::string>&, const Scope&)> call;
+  // Operations: the type name of each parameter, and of the result ("void" for none), so
+  // that a tool can tell an empty answer from no answer.
+  std::vector<std::string> parameterTypes = {};
+  std::string resultTypeName = {};
+  // What a user of a generic tool should know of the attribute beyond its name and type;
+  // empty for most.
+  std::string note = {};
 };
 
 enum class TypeKind { value, enumeration, entity };
@@ -63,6 +70,8 @@ class TypeInfo {
   std::function<Ptr<Entity>(const std::vector<std::string>&, const Scope&)> factory;
 
   void attributeIs(AttributeInfo a) { attributes_.push_back(std::move(a)); }
+  // The attribute registered last, for a builder to complete.
+  AttributeInfo& lastAttribute() { return attributes_.back(); }
 
   // The framework's per-type allocation tracking: entities created through factories.
   void allocationInc() const noexcept { allocations_.fetch_add(1, std::memory_order_relaxed); }

@@ -56,6 +56,7 @@ const Fwk::TypeInfo& registerCounter() {
   type.attribute<&Counter::start>(Fwk::firstOwnAttrId, "start", Fwk::constructorSet)
       .attribute<&Counter::kind>(Fwk::firstOwnAttrId + 1, "kind", Fwk::constructorSet)
       .attribute<&Counter::value>(Fwk::firstOwnAttrId + 2, "value", Fwk::mutableAttr)
+      .note("starts at start; add and addFrom raise it, reset takes it back")
       .attribute<&Counter::positive>(Fwk::firstOwnAttrId + 3, "positive")
       .collection<&Counter::ids>(Fwk::firstOwnAttrId + 4, "ids", "HashEntryKey -> EntryId", Fwk::mutableAttr)
       .operation<&Counter::add>(Fwk::firstOwnAttrId + 5, "add", {"n", "times"})
@@ -70,6 +71,10 @@ const Fwk::TypeInfo& registerCounter() {
 const Fwk::TypeInfo& counterType = registerCounter();
 
 const Fwk::TypeInfo* Counter::fwkType() const noexcept { return &counterType; }
+
+// Another type named Counter, in another namespace and module: the name alone is ambiguous.
+const Fwk::TypeInfo& otherCounterType =
+    Fwk::Registry::instance().moduleIs("RegistryTestOther").typeIs("OtherProbe::Counter", Fwk::TypeKind::entity);
 
 }  // namespace RegistryProbe
 
@@ -237,6 +242,46 @@ TEST(Registry, EntityTypeIsRegisteredInItsModuleWithItsAttributes) {
   EXPECT_EQ(add->flags, static_cast<unsigned>(Fwk::operationAttr));
   EXPECT_EQ(add->parameters, (std::vector<std::string>{"n", "times"}));
   EXPECT_EQ(type->attribute("noSuchAttribute"), nullptr);
+}
+
+TEST(Registry, OperationsKnowTheTypesOfTheirParametersAndResult) {
+  const Fwk::TypeInfo& type = RegistryProbe::counterType;
+  EXPECT_EQ(type.attribute("add")->parameterTypes, (std::vector<std::string>{"U32", "U32"}));
+  EXPECT_EQ(type.attribute("add")->resultTypeName, "U32");
+  EXPECT_EQ(type.attribute("reset")->parameterTypes, std::vector<std::string>{});
+  EXPECT_EQ(type.attribute("reset")->resultTypeName, "void");
+  EXPECT_EQ(type.attribute("addFrom")->parameterTypes, std::vector<std::string>{"Ptr"});
+  EXPECT_EQ(type.attribute("idIs")->parameterTypes,
+            (std::vector<std::string>{"TesselCentral::HashEntryKey", "TesselCentral::EntryId"}));
+  EXPECT_EQ(type.attribute("id")->resultTypeName, "TesselCentral::EntryId");
+  EXPECT_EQ(type.attribute("start")->resultTypeName, "") << "an attribute is read, not called";
+}
+
+TEST(Registry, ANoteBelongsToTheAttributeRegisteredBeforeIt) {
+  EXPECT_EQ(RegistryProbe::counterType.attribute("value")->note,
+            "starts at start; add and addFrom raise it, reset takes it back");
+  EXPECT_EQ(RegistryProbe::counterType.attribute("start")->note, "");
+  EXPECT_EQ(RegistryProbe::counterType.attribute("positive")->note, "");
+}
+
+TEST(Registry, TypesNamedFindsATypeByItsNameWithoutTheNamespace) {
+  using Types = std::vector<const Fwk::TypeInfo*>;
+  const Fwk::TypeInfo* key = registry().type("TesselCentral::HashEntryKey");
+  ASSERT_NE(key, nullptr);
+  EXPECT_EQ(registry().typesNamed("HashEntryKey"), Types{key});
+  EXPECT_EQ(registry().typesNamed("TesselCentral::HashEntryKey"), Types{key}) << "a qualified name finds itself";
+  EXPECT_EQ(registry().typesNamed("MoveSearch"), Types{registry().type("TesselCentral::MoveSearch")});
+  EXPECT_EQ(registry().typesNamed("EntryKey"), Types{}) << "the end of a name is no name";
+  EXPECT_EQ(registry().typesNamed("Central::HashEntryKey"), Types{}) << "nor is the end of a namespace";
+  EXPECT_EQ(registry().typesNamed("hashEntryKey"), Types{}) << "names are compared as they are written";
+  EXPECT_EQ(registry().typesNamed(""), Types{});
+  EXPECT_EQ(registry().typesNamed("NoSuchType"), Types{});
+}
+
+TEST(Registry, TypesNamedListsEveryTypeThatAnAmbiguousNameFits) {
+  using Types = std::vector<const Fwk::TypeInfo*>;
+  EXPECT_EQ(registry().typesNamed("Counter"), (Types{&RegistryProbe::counterType, &RegistryProbe::otherCounterType}));
+  EXPECT_EQ(registry().typesNamed("OtherProbe::Counter"), Types{&RegistryProbe::otherCounterType});
 }
 
 TEST(Registry, FactoryCreatesAnEntityFromTextArguments) {

@@ -4,8 +4,14 @@
 
 #include <sstream>
 
+#include "MultiHashTable/fwk/Registry.h"
+
 namespace mht {
 namespace {
+
+// A second type named SlotId, so that the name alone is ambiguous in this test's registry.
+const Fwk::TypeInfo& ambiguousSlotId =
+    Fwk::Registry::instance().moduleIs("ShellTest").typeIs("ShellProbe::SlotId", Fwk::TypeKind::value);
 
 struct Outcome {
   int exitCode;
@@ -157,8 +163,9 @@ TEST(Shell, AMisconfiguredTableRefusesItsFirstRequest) {
             "one and its buckets by the other: corrupts the table\n");
 }
 
-// Calls that reach a table's or a bank's assertions directly run under the trap: the stop is
-// reported with its condition, and the session goes on.
+// A placement at an id called on the table itself is judged by the table's placement check:
+// refused with its reason. Calls that reach a bank's assertions directly run under the trap:
+// the stop is reported with its condition, and the session goes on.
 TEST(Shell, ADirectCallThatStopsOnAnAssertionIsReportedAndTheSessionGoesOn) {
   const Outcome o =
       shell(singleTable +
@@ -171,8 +178,8 @@ TEST(Shell, ADirectCallThatStopsOnAnAssertionIsReportedAndTheSessionGoesOn) {
             "objects\n");
   EXPECT_EQ(o.exitCode, 1);
   EXPECT_EQ(o.err,
-            "script.mht:6: stopped: call t insertEntryWithId: assertion \"checkEntryIdValidity( key, eId )\" failed; "
-            "t may be left half-changed\n"
+            "script.mht:6: refused: call t insertEntryWithId: table t: stops the agent: assertion "
+            "\"checkEntryIdValidity( key, eId )\", because id 3 is not one of the key's candidate slots\n"
             "script.mht:9: stopped: call b updateBucketState: assertion \"\"!( bktState & mask )\" == nullptr\" "
             "failed; b may be left half-changed\n"
             "script.mht:10: stopped: new e TesselCentral::MultiEntryTypeBank: assertion \"0 && \"BaseEntryType "
@@ -181,6 +188,136 @@ TEST(Shell, ADirectCallThatStopsOnAnAssertionIsReportedAndTheSessionGoesOn) {
             std::string::npos)
       << o.out;
   EXPECT_EQ(o.out.find("\ne "), std::string::npos) << o.out;
+}
+
+// Type names without their namespace, an enumerator with its type's name in front.
+TEST(Shell, ATypeNameMayBeTypedWithoutItsNamespace) {
+  const Outcome o =
+      shell(singleTable +
+            "call config configIs HashEntryKey{crc16=1, crc32=2, fapId=0, entryType=singleWide} "
+            "EntryId{value=5}\n"
+            "call t requestCheck HashEntryKey{ crc16=1, crc32=2, fapId=0, entryType=singleWide } "
+            "EntryId{value=3}\n"
+            "call t candidates HashEntryKey{crc16=1, crc32=2, fapId=0, entryType=HashEntryType::singleWide}\n"
+            "call t moveSearchIs MoveSearch::breadthFirst\n"
+            "get t moveSearch\n"
+            "help MoveSearch\n"
+            "new b Bank HashEntryType::singleWide 0 4 1 HashFunc::hashCrc32Lower 0 0 3\n"
+            "get status status\n");
+  EXPECT_EQ(o.exitCode, 0) << o.err;
+  EXPECT_EQ(o.err, "");
+  EXPECT_EQ(o.out,
+            "TesselCentral::Bank\n"
+            "TesselCentral::Bank\n"
+            "stops the agent: assertion \"checkEntryIdValidity( key, eId )\", because id 3 is not one of the key's "
+            "candidate slots\n"
+            "{bank 0 bucket 2 slot 0 width 1: id 2; bank 1 bucket 1 slot 0 width 1: id 5}\n"
+            "breadthFirst\n"
+            "TesselCentral::MoveSearch\n"
+            "  0 depthFirst\n"
+            "  1 breadthFirst\n"
+            "{TesselCentral::HashEntryKey{crc16=1, crc32=2, fapId=0, entryType=singleWide}: "
+            "TesselCentral::EntryId{value=5}}\n");
+}
+
+TEST(Shell, AnAmbiguousTypeNameIsRefusedNamingTheCandidates) {
+  ASSERT_EQ(ambiguousSlotId.name(), "ShellProbe::SlotId");
+  const Outcome o = shell("help TesselCentral::SlotId\nhelp SlotId\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.out, "TesselCentral::SlotId\n");
+  EXPECT_EQ(o.err,
+            "script.mht:2: type name 'SlotId' is ambiguous: TesselCentral::SlotId, ShellProbe::SlotId (write one of "
+            "them in full)\n");
+  const Outcome inValue = shell("new config HashEntryConfig\ncall config configHas Nothing{value=1}\n");
+  EXPECT_EQ(inValue.err, "script.mht:2: unknown type 'Nothing' (see 'types')\n");
+}
+
+// An EntryId argument takes replay's spelling too: `any` for the invalid id, or a number.
+TEST(Shell, AnIdArgumentMayBeAnyOrANumber) {
+  const std::string key = "HashEntryKey{crc16=1, crc32=2, fapId=0, entryType=singleWide}";
+  const Outcome o = shell(singleTable + "call config configIs " + key + " any\n" + "call config configOf " + key +
+                          "\n" + "call t requestProblem " + key + " 5\n" + "call t requestProblem " + key + " 2\n" +
+                          "call t checkEntryIdValidity " + key + " 2\n" + "get status status\n" +
+                          "call config configIs " + key + " 4294967295\n");
+  EXPECT_EQ(o.exitCode, 1);
+  EXPECT_EQ(o.out,
+            "TesselCentral::Bank\n"
+            "TesselCentral::Bank\n"
+            "TesselCentral::EntryId{value=4294967295}\n"
+            "hazardous: the key stands at id 2, which stays recorded for it when it is published at id 5: id 2 leaks "
+            "until a reconcile releases it\n"
+            "\"\"\n"
+            "true\n"
+            "{TesselCentral::HashEntryKey{crc16=1, crc32=2, fapId=0, entryType=singleWide}: "
+            "TesselCentral::EntryId{value=2}}\n");
+  EXPECT_EQ(o.err, "script.mht:12: id: 4294967295 is the invalid id; write 'any' to place the key anywhere\n");
+}
+
+// An operation whose answer is the empty text (no problem, a passing configuration check)
+// prints it as ""; one without an answer prints nothing.
+TEST(Shell, AnEmptyAnswerPrintsAsTwoQuotes) {
+  const Outcome o = shell(singleTable +
+                          "call t configurationProblem\n"
+                          "call t resyncProblem\n"
+                          "call t moveSearchIs breadthFirst\n"
+                          "call t checkSanity\n"
+                          "call t configurationCheck\n");
+  EXPECT_EQ(o.exitCode, 0) << o.err;
+  EXPECT_EQ(o.out, "TesselCentral::Bank\nTesselCentral::Bank\n\"\"\n\"\"\n\"\"\n");
+}
+
+// A table whose configuration check fails serves none of the operations that place, move or
+// remove keys: each is refused with every problem, before the table sees it.
+TEST(Shell, APlacingOperationOnAMisconfiguredTableIsRefused) {
+  const Outcome o = shell(
+      "new config HashEntryConfig\n"
+      "new status HashEntryStatus\n"
+      "new t MultiHashTable 2 4 1 config status 1 false\n"
+      "call t bankIs singleWide 0 4 1 hashCrc32Lower 0 0 3\n"
+      "call t reconcile\n"
+      "call t insertEntry HashEntryKey{crc16=1, crc32=2, fapId=0, entryType=singleWide} 128 1\n"
+      "call t insertEntryWithId HashEntryKey{crc16=1, crc32=2, fapId=0, entryType=singleWide} 2\n"
+      "get t numInsertions\n");
+  EXPECT_EQ(o.exitCode, 1);
+  const std::string problem =
+      "table t: the table cannot serve its requests: bank 1: missing: every bank below numBanks must exist before a "
+      "key is placed: a later placement stops the agent\n";
+  EXPECT_EQ(o.err, "script.mht:5: refused: call t reconcile: " + problem +
+                       "script.mht:6: refused: call t insertEntry: " + problem +
+                       "script.mht:7: refused: call t insertEntryWithId: " + problem);
+  EXPECT_EQ(o.out, "TesselCentral::Bank\n0\n");
+}
+
+// A placement at an id that the placement check calls hazardous is made, with its reason.
+TEST(Shell, AHazardousPlacementAtAnIdIsMadeWithAWarning) {
+  const Outcome o = shell(singleTable + request(1, 2, 2) +
+                          "call t insertEntryWithId HashEntryKey{crc16=1, crc32=2, fapId=5, entryType=singleWide} 2\n"
+                          "call t hashTableEntryOf 2\n");
+  EXPECT_EQ(o.exitCode, 0) << o.err;
+  EXPECT_EQ(o.err,
+            "script.mht:7: warning: call t insertEntryWithId: table t: hazardous: id 2 holds key "
+            "TesselCentral::HashEntryKey{crc16=1, crc32=2, fapId=0, entryType=singleWide}, which has the same crc16 "
+            "and crc32: both keys are published at id 2\n");
+  EXPECT_EQ(o.out,
+            "TesselCentral::Bank\nTesselCentral::Bank\n"
+            "TesselCentral::HashEntryKey{crc16=1, crc32=2, fapId=5, entryType=singleWide}\n");
+}
+
+// A table's initialized is the client's own mark: banks and placements leave it false, and
+// show and help say so; the client sets it.
+TEST(Shell, InitializedIsExplainedAsTheClientsOwnMark) {
+  const std::string note =
+      "  # the client's own mark, false from construction until the client sets it with initializedIs; neither banks "
+      "nor placements set it, and no placement reads it\n";
+  const Outcome o = shell(singleTable + request(1, 2, 0xFFFFFFFF) +
+                          "show t\n"
+                          "call t initializedIs true\n"
+                          "get t initialized\n"
+                          "help MultiEntryTypeHashTable\n");
+  EXPECT_EQ(o.exitCode, 0) << o.err;
+  EXPECT_NE(o.out.find("\n  initialized = false" + note), std::string::npos) << o.out;
+  EXPECT_NE(o.out.find("\ntrue\n"), std::string::npos) << o.out;
+  EXPECT_NE(o.out.find("\n  263 initialized : bool" + note), std::string::npos) << o.out;
 }
 
 TEST(Shell, ListsTheRegisteredTypesInModuleOrder) {

@@ -69,6 +69,16 @@ bool LineParser::boolean(std::string_view field) {
   throw LineError(std::string(field) + ": '" + text + "' is neither true nor false");
 }
 
+TesselCentral::EntryId LineParser::entryId(std::string_view field) {
+  const std::optional<U32> number = u32Or(field, "any");
+  if (!number) return TesselCentral::EntryId();
+  const TesselCentral::EntryId id(*number);
+  if (!id.isValid()) {
+    throw LineError(std::string(field) + ": 4294967295 is the invalid id; write 'any' to place the key anywhere");
+  }
+  return id;
+}
+
 void LineParser::end(std::string_view lastField) {
   if (!atEnd()) throw LineError("unexpected '" + fields_[next_] + "' after " + std::string(lastField));
 }

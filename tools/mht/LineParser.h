@@ -36,6 +36,9 @@ class LineParser {
   // A number, or the one word that stands for none ("any" for an id): nothing then.
   std::optional<U32> u32Or(std::string_view field, std::string_view word);
   bool boolean(std::string_view field);
+  // An id: a number, or `any` for the invalid id (the key placed anywhere). The invalid id
+  // typed as a number is refused, naming `any`.
+  TesselCentral::EntryId entryId(std::string_view field);
 
   template <Fwk::RegisteredEnum E>
   E name(std::string_view field) {

@@ -146,11 +146,7 @@ class Replay {
   void set(LineParser& p) {
     requireConfiguration();
     const HashEntryKey key = readKey(p);
-    EntryId id;
-    if (const std::optional<U32> number = p.u32Or("id", "any")) {
-      id = EntryId(*number);
-      if (!id.isValid()) throw LineError("id: 4294967295 is the invalid id; write 'any' to place the key anywhere");
-    }
+    const EntryId id = p.entryId("id");
     p.end("id");
     judge(session_->table().requestCheck(key, id), "set " + keyFields(key) + " " + idText(id));
     session_->config().configIs(key, id);

@@ -2,6 +2,8 @@
 
 #include <editline/readline.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <functional>
 #include <istream>
@@ -21,18 +23,94 @@ using namespace TesselCentral;
 
 namespace {
 
+// A type by its qualified name, or by its name without the namespace when no other
+// registered type ends in it.
 const Fwk::TypeInfo& typeNamed(const std::string& name) {
   const Fwk::Registry& r = Fwk::Registry::instance();
   if (const Fwk::TypeInfo* t = r.type(name)) return *t;
-  if (const Fwk::TypeInfo* t = r.type("TesselCentral::" + name)) return *t;
-  throw LineError("unknown type '" + name + "' (see 'types')");
+  const std::vector<const Fwk::TypeInfo*> named = r.typesNamed(name);
+  if (named.empty()) throw LineError("unknown type '" + name + "' (see 'types')");
+  if (named.size() > 1) {
+    std::string candidates;
+    for (const Fwk::TypeInfo* t : named) candidates += (candidates.empty() ? "" : ", ") + t->name();
+    throw LineError("type name '" + name + "' is ambiguous: " + candidates + " (write one of them in full)");
+  }
+  return *named.front();
 }
 
+bool isNameChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == ':'; }
+
+// An enumerator typed with its type's name in front ("MoveSearch::breadthFirst"): the bare
+// enumerator, which is what the registry parses; any other name stays as it is.
+std::string withoutEnumerationName(const std::string& name) {
+  const std::size_t colons = name.rfind("::");
+  if (colons == std::string::npos || colons == 0) return name;
+  const Fwk::Registry& r = Fwk::Registry::instance();
+  const std::string typeName = name.substr(0, colons);
+  const std::string enumerator = name.substr(colons + 2);
+  const Fwk::TypeInfo* type = r.type(typeName);
+  if (type == nullptr) {
+    if (const std::vector<const Fwk::TypeInfo*> named = r.typesNamed(typeName); named.size() == 1) {
+      type = named.front();
+    }
+  }
+  if (type == nullptr || type->enumInfo == nullptr) return name;
+  try {
+    type->enumInfo->value(enumerator, typeName);
+  } catch (const Fwk::RangeError&) {
+    return name;
+  }
+  return enumerator;
+}
+
+// An argument's text with every type name of a value ("HashEntryKey{...}", also nested)
+// written in full, and every enumerator without its type's name.
+std::string withQualifiedNames(const std::string& text) {
+  std::string qualified;
+  std::size_t i = 0;
+  while (i < text.size()) {
+    if (!isNameChar(text[i])) {
+      qualified += text[i++];
+      continue;
+    }
+    const std::size_t start = i;
+    while (i < text.size() && isNameChar(text[i])) ++i;
+    const std::string name = text.substr(start, i - start);
+    std::size_t next = i;
+    while (next < text.size() && std::isspace(static_cast<unsigned char>(text[next])) != 0) ++next;
+    if (next < text.size() && text[next] == Fwk::valueOpen) {
+      qualified += typeNamed(name).name();
+    } else {
+      qualified += withoutEnumerationName(name);
+    }
+  }
+  return qualified;
+}
+
+// The remaining fields, type names written in full.
 std::vector<std::string> rest(LineParser& p) {
   std::vector<std::string> args;
-  while (!p.atEnd()) args.push_back(p.word("argument"));
+  while (!p.atEnd()) args.push_back(withQualifiedNames(p.word("argument")));
   return args;
 }
+
+// An EntryId argument may be typed as replay's id field is, a number or `any`; the
+// registry reads the value's text form.
+void readIdArguments(const Fwk::AttributeInfo& operation, std::vector<std::string>& args) {
+  const std::size_t n = std::min(args.size(), operation.parameterTypes.size());
+  for (std::size_t i = 0; i < n; ++i) {
+    if (operation.parameterTypes[i] != EntryId::typeName()) continue;
+    if (args[i].find(Fwk::valueOpen) != std::string::npos) continue;
+    LineParser id({args[i]});
+    args[i] = Fwk::toText(id.entryId(i < operation.parameters.size() ? operation.parameters[i] : "id"));
+  }
+}
+
+// An answer as the shell prints it: the empty text quoted, so that it shows.
+std::string answerText(const std::string& text) { return text.empty() ? "\"\"" : text; }
+
+// An attribute's note, after its value or its type.
+std::string noteText(const Fwk::AttributeInfo& a) { return a.note.empty() ? "" : "  # " + a.note; }
 
 std::string signature(const Fwk::AttributeInfo& a) {
   std::string s = a.name + '(';
@@ -52,6 +130,14 @@ class LineTurnedAway : public std::runtime_error {
 // inside them.
 bool isRequestWrite(const std::string& operation) {
   return operation == "configIs" || operation == "configDel" || operation == "configDelAll";
+}
+
+// A table's operations that place, move or remove keys, which a table that cannot serve its
+// requests serves no better.
+bool placesKeys(const std::string& operation) {
+  return operation == "handleHashUpdate" || operation == "reconcile" || operation == "insertEntry" ||
+         operation == "insertEntryWithId" || operation == "removeEntry" || operation == "rehashEntry" ||
+         operation == "doAddOrMoveEntry";
 }
 
 // A table that a write reaches, as the messages name it.
@@ -130,21 +216,39 @@ class Shell {
     const std::string name = p.word("object name");
     const std::string operation = p.word("operation");
     Fwk::Ptr<Fwk::Entity> o = object(name);
-    const std::vector<std::string> args = rest(p);
+    std::vector<std::string> args = rest(p);
     const Fwk::Registry& registry = Fwk::Registry::instance();
+    const Fwk::TypeInfo* type = o->fwkType();
+    const Fwk::AttributeInfo* info = type ? type->attribute(operation) : nullptr;
+    if (info != nullptr) readIdArguments(*info, args);
+    const std::string what = "call " + name + " " + operation;
     std::string result;
     if (const auto* config = dynamic_cast<const HashEntryConfig*>(o.ptr()); config && isRequestWrite(operation)) {
-      judgeRequestWrite("call " + name + " " + operation, *config, operation, args);
+      judgeRequestWrite(what, *config, operation, args);
       result = registry.call(*o, operation, args, scope_);
     } else {
-      if (const auto* table = dynamic_cast<const MultiHashTableBase*>(o.ptr());
-          table && operation == "handleHashUpdate") {
-        judgeResync("call " + name + " " + operation, ReachedTable{"table " + name, table});
+      if (const auto* table = dynamic_cast<const MultiHashTableBase*>(o.ptr())) {
+        judgeTableOperation(what, ReachedTable{"table " + name, table}, operation, args);
       }
-      result = trapped("call " + name + " " + operation, name + " may be left half-changed",
-                       [&] { return registry.call(*o, operation, args, scope_); });
+      result =
+          trapped(what, name + " may be left half-changed", [&] { return registry.call(*o, operation, args, scope_); });
     }
-    if (!result.empty()) out_ << result << '\n';
+    if (info != nullptr && info->resultTypeName != "void") out_ << answerText(result) << '\n';
+  }
+
+  // A table's own operations that place, move or remove keys, judged before the call: the
+  // full resync by the resync check, a placement at an id by the placement check, and every
+  // one of them by the configuration check.
+  void judgeTableOperation(const std::string& what, const ReachedTable& reached, const std::string& operation,
+                           const std::vector<std::string>& args) const {
+    if (operation == "handleHashUpdate" && args.empty()) return judgeResync(what, reached);
+    if (operation == "insertEntryWithId" && args.size() == 2) {
+      const HashEntryKey key = Fwk::TextTraits<HashEntryKey>::parse(args[0], Fwk::ParseContext{"key", &scope_});
+      const EntryId id = Fwk::TextTraits<EntryId>::parse(args[1], Fwk::ParseContext{"eId", &scope_});
+      requireConfiguration(what, reached);
+      return judge(what, reached, reached.table->placementAtCheck(key, id));
+    }
+    if (placesKeys(operation)) requireConfiguration(what, reached);
   }
 
   // The tables that react to `config`: those named in the session, and a multi-width table
@@ -234,7 +338,7 @@ class Shell {
     const std::string name = p.word("object name");
     const std::string attribute = p.word("attribute");
     p.end("attribute");
-    out_ << Fwk::Registry::instance().read(*object(name), attribute) << '\n';
+    out_ << answerText(Fwk::Registry::instance().read(*object(name), attribute)) << '\n';
   }
 
   void show(LineParser& p) {
@@ -245,7 +349,7 @@ class Shell {
     out_ << (t ? t->name() : "Entity") << ' ' << name << '\n';
     if (t == nullptr) return;
     for (const Fwk::AttributeInfo* a : t->allAttributes()) {
-      if (a->read) out_ << "  " << a->name << " = " << a->read(*o) << '\n';
+      if (a->read) out_ << "  " << a->name << " = " << answerText(a->read(*o)) << noteText(*a) << '\n';
     }
   }
 
@@ -290,7 +394,8 @@ class Shell {
       for (const auto& [value, name] : t.enumInfo->enumerators) out_ << "  " << value << ' ' << name << '\n';
     }
     for (const Fwk::AttributeInfo* a : t.allAttributes()) {
-      out_ << "  " << a->id << ' ' << (a->call ? "operation " + signature(*a) : a->name + " : " + a->typeName) << '\n';
+      out_ << "  " << a->id << ' ' << (a->call ? "operation " + signature(*a) : a->name + " : " + a->typeName)
+           << noteText(*a) << '\n';
     }
   }
 

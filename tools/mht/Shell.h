@@ -12,8 +12,12 @@
 //   quit
 //
 // Arguments are text: numbers (decimal or 0x-hex), true/false, enumerator names, values in
-// their text form (TesselCentral::HashEntryKey{crc16=1, crc32=2, fapId=0, entryType=singleWide},
-// TesselCentral::EntryId{value=5}), and the names of objects made with new.
+// their text form (HashEntryKey{crc16=1, crc32=2, fapId=0, entryType=singleWide},
+// EntryId{value=5}), and the names of objects made with new. A type name may be typed
+// without its namespace when no other registered type ends in it (an ambiguous one is an
+// error naming the candidates), and an enumerator with its type's name in front
+// (MoveSearch::breadthFirst). An EntryId argument may also be typed as replay's id field is:
+// a number, or `any` for the invalid id. An answer that is the empty text prints as "".
 //
 // The session survives the library's fatal assertions:
 //  - configIs, configDel and configDelAll on a HashEntryConfig that a table of the session
@@ -21,8 +25,11 @@
 //    whose configurationCheck fails refuses every write that reaches it, naming each
 //    problem; a fatal verdict refuses the write with its condition and reason; a refused
 //    write writes nothing ("FILE:LINE: refused: ..."). Any other problem of the verdict is a
-//    warning ("FILE:LINE: warning: ...") and the write is made. A table's handleHashUpdate is
-//    judged the same way by its resyncCheck.
+//    warning ("FILE:LINE: warning: ...") and the write is made.
+//  - a table's own operations that place, move or remove keys are judged the same way: the
+//    full resync (handleHashUpdate) by its resyncCheck, insertEntryWithId by its
+//    placementAtCheck, and every one of them (reconcile, insertEntry, removeEntry...) first
+//    by the table's configurationCheck.
 //  - every other call, and every new, runs under an assertion trap: a stop ends the call,
 //    not the session ("FILE:LINE: stopped: ... assertion "<condition>" failed"), and leaves
 //    the object as the stop found it, possibly half-changed.
