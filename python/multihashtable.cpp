@@ -271,8 +271,8 @@ void judgeResync(const MultiHashTableBase& table) {
   if (!table.hashEntryConfig()->configCollection().empty()) {
     ConfigurationCheck check = table.configurationCheck();
     if (!check.passes()) {
-      raiseError("ConfigurationRefused", "handleHashUpdate() refused: " + mht::configurationRefusal(check),
-                 py::cast(std::move(check)), owner);
+      const std::string message = "handleHashUpdate() refused: " + mht::configurationRefusal(check);
+      raiseError("ConfigurationRefused", message, py::cast(std::move(check)), owner);
     }
   }
   const RequestCheck verdict = table.resyncCheck();
@@ -754,7 +754,7 @@ class AssertionStopped(RuntimeError):
           py::arg("moveSearch"),
           "How the table searches for room from the next placement: a MoveSearch, or its name in any spelling "
           "('breadthFirst', 'breadth-first')")
-      .def_property_readonly("notificationActive", &MultiHashTableBase::notificationActive)
+      .def_property_readonly("notificationActive", [](const MultiHashTableBase& t) { return t.notificationActive(); })
       .def("hasNotificationActiveIs", &MultiHashTableBase::hasNotificationActiveIs, py::arg("active"),
            "Subscribes the table to its requests (True) or unsubscribes it (False); an unsubscribed table "
            "neither reacts to nor judges the writes")
