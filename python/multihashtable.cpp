@@ -328,7 +328,7 @@ mht::SimulationOptions simulationOptionsOf(const SimulationArguments& a) {
   if (const auto problem = simulationShapeProblem(a.banks, a.buckets, a.slots)) {
     refuseOption(keywordOf(problem->figure), problem->text);
   }
-  if (a.steps > 16) refuseOption("steps", "not in [0, 16]");
+  if (a.steps > 16) refuseOption("steps", std::to_string(a.steps) + " is not in [0, 16]");
   if (a.fillTarget && (*a.fillTarget < 0 || *a.fillTarget > 1)) refuseOption("fillTarget", "not in [0, 1]");
 
   SimulationOptions options;
@@ -433,7 +433,9 @@ configDel, configDelAll), and the library stops the process on a request that it
 forbid. The module refuses such a write instead, with an exception, and writes nothing:
 
 - It keeps the tables made from Python, by the request collection they react to, and
-  judges every write with each of them first (requestCheck, removalCheck).
+  judges every write with each of them that listens (hasNotificationActiveIs) first
+  (requestCheck, removalCheck). A table's handleHashUpdate() is judged by its
+  resyncCheck() in the same way.
 - A table whose configurationCheck() fails can be made, and its banks added, as usual;
   every write that would reach it raises ConfigurationRefused (a RuntimeError), whose
   `problems` lists each problem's text and `check` is the ConfigurationCheck. The refusal
@@ -445,9 +447,16 @@ forbid. The module refuses such a write instead, with an exception, and writes n
 - checkedConfigIs and checkedConfigDel make the library's checked writes: the table given
   decides by its verdict, returned in a CheckedWrite whether the write was made or not; the
   other tables that react to the collection judge the write as above.
-- A table's bankIs and entryIdHelperIs run under the library's assertion trap: a stop
-  raises AssertionStopped (a RuntimeError) with the `condition`; the object may be left
-  half-changed.
+- A table's bankIs, bankDel, entryIdHelperIs, reconcile and checkSanity run under the
+  library's assertion trap: a stop raises AssertionStopped (a RuntimeError) with the
+  `condition`; the object may be left half-changed.
+
+status.onChange(callback) calls callback(key, id) for each change of a result, inside the
+write that makes it. The callback runs inside the table's reaction, which must not be
+unwound: an exception it raises is kept, the other callbacks and the rest of the write go
+on, and the write (configIs, configDel, configDelAll, the checked writes,
+handleHashUpdate, reconcile) raises it once the library has returned. The write has then
+been made. A second exception in the same write goes to sys.unraisablehook.
 
 A table made in C++ that no Python table object reaches is not judged.)doc";
   m.attr("__version__") = MHT_VERSION;
