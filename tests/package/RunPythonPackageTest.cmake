@@ -31,12 +31,14 @@ get_filename_component(libdir "${library}" DIRECTORY)
 set(env ${CMAKE_COMMAND} -E env --unset=PYTHONHOME "PYTHONPATH=${sitedir}" "LD_LIBRARY_PATH=${libdir}"
         "MHT=${root}/usr/bin/mht")
 
-# Where the interpreter finds the module and the dynamic linker the library.
+# Where the interpreter finds the module and the dynamic linker the library. Both run in the
+# scratch directory: the interpreter looks in its working directory first, and ctest's is
+# the build tree's python directory, which holds the module as built.
 execute_process(COMMAND ${env} ${PYTHON} -c [[
 import multihashtable
 print(multihashtable.__file__)
 print(next(line.split()[-1] for line in open("/proc/self/maps") if "libMultiHashTable.so" in line))
-]] OUTPUT_VARIABLE loaded RESULT_VARIABLE rc)
+]] WORKING_DIRECTORY "${WORK_DIR}" OUTPUT_VARIABLE loaded OUTPUT_STRIP_TRAILING_WHITESPACE RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "the packaged module does not import (${rc})")
 endif()
@@ -54,4 +56,8 @@ foreach(file IN ITEMS "${module_file}" "${library_file}")
   endif()
 endforeach()
 
-run(${env} ${PYTHON} -m unittest discover -v -s "${TESTS_DIR}" -p "test_*.py")
+execute_process(COMMAND ${env} ${PYTHON} -m unittest discover -v -s "${TESTS_DIR}" -p "test_*.py"
+  WORKING_DIRECTORY "${WORK_DIR}" RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "the module's unit tests fail against the packaged module (${rc})")
+endif()
