@@ -4,6 +4,8 @@
 #   libmultihashtable-dev    dev:     headers, .so links, CMake package, pkg-config files,
 #                                     the documents hardware.md, requests.md, architecture.md
 #   multihashtable-tools     tools:   mht, its man page and its bash completion
+#   python3-multihashtable   python:  the Python module, in /usr/lib/python3/dist-packages
+#                                     (when the build makes it: MHT_BUILD_PYTHON)
 #
 # The runtime package's name carries the SONAME version, so that a later incompatible
 # library installs beside it. dpkg-shlibdeps derives the dependencies on system
@@ -15,6 +17,11 @@ set(MHT_PACKAGE_MAINTAINER "MultiHashTable developers <multihashtable@example.or
 set(MHT_RUNTIME_PACKAGE libmultihashtable${PROJECT_VERSION_MAJOR})
 set(MHT_DEV_PACKAGE libmultihashtable-dev)
 set(MHT_TOOLS_PACKAGE multihashtable-tools)
+set(MHT_PYTHON_PACKAGE python3-multihashtable)
+set(MHT_PACKAGED_COMPONENTS runtime dev tools)
+if(TARGET multihashtable)
+  list(APPEND MHT_PACKAGED_COMPONENTS python)
+endif()
 
 # Every package carries its copyright notice and the changelog in /usr/share/doc/<package>.
 set(MHT_CHANGELOG_GZ ${CMAKE_CURRENT_BINARY_DIR}/packaging/changelog.gz)
@@ -25,7 +32,7 @@ if(NOT rc EQUAL 0)
   message(FATAL_ERROR "cannot compress packaging/changelog")
 endif()
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/packaging/changelog)
-foreach(component runtime dev tools)
+foreach(component IN LISTS MHT_PACKAGED_COMPONENTS)
   string(TOUPPER ${component} upper)
   install(FILES packaging/copyright ${MHT_CHANGELOG_GZ}
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${MHT_${upper}_PACKAGE} COMPONENT ${component})
@@ -53,9 +60,10 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "${MHT_PACKAGE_MAINTAINER}")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL runtime dev tools)
+set(CPACK_COMPONENTS_ALL ${MHT_PACKAGED_COMPONENTS})
 set(CPACK_COMPONENT_DEV_DEPENDS runtime)
 set(CPACK_COMPONENT_TOOLS_DEPENDS runtime)
+set(CPACK_COMPONENT_PYTHON_DEPENDS runtime)
 set(CPACK_PACKAGE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/packages)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -105,5 +113,24 @@ four slots wide.
 .
 This package holds mht, which simulates how full a table gets, replays
 recorded requests and explores the library through a shell.")
+
+# The module is an extension built for one Python 3 version (its file name carries the ABI
+# tag, multihashtable.cpython-311-<triplet>.so): the package depends on that version of
+# Debian's python3, as dh_python3 would write it.
+if(TARGET multihashtable)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME ${MHT_PYTHON_PACKAGE})
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  math(EXPR MHT_PYTHON_NEXT_MINOR "${MHT_PYTHON_VERSION_MINOR} + 1")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= ${MHT_PYTHON_VERSION_MAJOR}.${MHT_PYTHON_VERSION_MINOR}~), \
+python3 (<< ${MHT_PYTHON_VERSION_MAJOR}.${MHT_PYTHON_NEXT_MINOR})")
+  set(CPACK_COMPONENT_PYTHON_DESCRIPTION "hash-table placement library for switch agents - Python 3 module
+Places, moves and removes the entries of a switch chip's hash tables, whose
+banks each offer a key one bucket of a few slots, with entries one, two or
+four slots wide.
+.
+This package holds the module multihashtable: the requests and results,
+both tables with the checks, resync, reconcile and audit that an agent
+uses, callbacks on each result, traces, and mht's simulation.")
+endif()
 
 include(CPack)

@@ -20,6 +20,8 @@
 
 #include <algorithm>
 #include <functional>
+#include <map>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
@@ -30,10 +32,14 @@
 #include "MultiHashTable/MultiHashTable.h"
 #include "MultiHashTable/fwk/Assert.h"
 #include "Report.h"
+#include "Reports.h"
 #include "Simulation.h"
+#include "StatusWatch.h"
 
 namespace py = pybind11;
 using namespace TesselCentral;
+using mhtpython::idValue;
+using mhtpython::publishing;
 
 // The library's counted pointer is an intrusive holder: a Python object and every C++
 // Ptr to the same entity share the entity's own count.
@@ -47,11 +53,6 @@ struct holder_helper<Fwk::Ptr<T>> {
 }  // namespace pybind11::detail
 
 namespace {
-
-std::optional<U32> idValue(EntryId id) {
-  if (!id.isValid()) return std::nullopt;
-  return id.value();
-}
 
 EntryId entryIdOf(std::optional<U32> id) { return id ? EntryId(*id) : EntryId(); }
 
@@ -168,7 +169,7 @@ class ReactingTables {
     release();
     std::vector<Ptr<MultiHashTableBase>> reacting;
     for (const Ptr<MultiHashTableBase>& t : tables_) {
-      if (t->hashEntryConfig().ptr() == &config) reacting.push_back(t);
+      if (t->hashEntryConfig().ptr() == &config && t->notificationActive()) reacting.push_back(t);
     }
     return reacting;
   }
@@ -263,6 +264,23 @@ void judgeRemovalOfAll(const HashEntryConfig& config) {
   });
 }
 
+// Judges the full resync of `table`: a table whose configuration check fails refuses it
+// (ConfigurationRefused), a fatal resync check refuses it (RequestRefused).
+void judgeResync(const MultiHashTableBase& table) {
+  const py::object owner = py::cast(&table, py::return_value_policy::reference);
+  if (!table.hashEntryConfig()->configCollection().empty()) {
+    ConfigurationCheck check = table.configurationCheck();
+    if (!check.passes()) {
+      const std::string message = "handleHashUpdate() refused: " + mht::configurationRefusal(check);
+      raiseError("ConfigurationRefused", message, py::cast(std::move(check)), owner);
+    }
+  }
+  const RequestCheck verdict = table.resyncCheck();
+  if (refuses(WriteRefusal::fatal, verdict)) {
+    raiseError("RequestRefused", "handleHashUpdate() refused: " + verdict.problem(), py::cast(verdict), owner);
+  }
+}
+
 // The checked writes, for a table that reacts to the collection: the other tables that
 // react to it judge the write as a plain one, and `table`'s verdict decides as the library's
 // checked write decides.
@@ -271,76 +289,138 @@ void requireReacting(const HashEntryConfig& config, const MultiHashTableBase& ta
     throw py::value_error("the table does not react to this request collection");
 }
 
-// The simulation with mht simulate's options and checks; returns its JSON report as a dict.
-py::object simulateForPython(const std::string& table, U32 banks, U32 buckets, U32 slots, U32 steps,
-                             bool bucketSpanBanks, bool doubleEntryTwoBucketMode,
-                             const std::vector<std::tuple<U32, std::string, U32, U32, U32>>& bankHash,
-                             const std::tuple<double, double, double>& mix, const std::string& keys,
-                             const std::vector<std::string>& prefixes, std::optional<U64> requests,
-                             std::optional<double> fillTarget, U64 churn, U64 seed, const std::string& moveSearch) {
+// The arguments of simulate() and simulationCheck(), as Python gives them.
+struct SimulationArguments {
+  std::string table;
+  U32 banks, buckets, slots, steps;
+  bool bucketSpanBanks, doubleEntryTwoBucketMode;
+  std::vector<std::tuple<U32, std::string, U32, U32, U32>> bankHash;
+  std::tuple<double, double, double> mix;
+  std::string keys;
+  std::vector<std::string> prefixes;
+  std::optional<U64> requests;
+  std::optional<double> fillTarget;
+  U64 churn, seed;
+  py::object moveSearch;
+};
+
+// Raises OptionRefused: the keyword of the argument at fault, and why.
+[[noreturn]] void refuseOption(const std::string& keyword, const std::string& reason) {
+  raiseError("OptionRefused", keyword + ": " + reason, keyword, reason);
+}
+
+// mht simulate's options from the arguments, with the tool's checks of each.
+mht::SimulationOptions simulationOptionsOf(const SimulationArguments& a) {
   using namespace mht;
-  const auto fail = [](const std::string& option, const std::string& what) {
-    throw py::value_error(option + ": " + what);
-  };
-  if (table != "single" && table != "multi") fail("table", "'" + table + "' is neither 'single' nor 'multi'");
-  if (keys != "random" && keys != "mac" && keys != "ipv4") fail("keys", "'" + keys + "' is not random, mac or ipv4");
-  const TableKind kind = table == "single" ? TableKind::single : TableKind::multi;
-  if (moveSearch != "depthFirst" && moveSearch != "breadthFirst") {
-    fail("moveSearch", "'" + moveSearch + "' is neither 'depthFirst' nor 'breadthFirst'");
+  if (a.table != "single" && a.table != "multi") {
+    refuseOption("table", "'" + a.table + "' is neither 'single' nor 'multi'");
   }
-  if (const auto problem = simulationShapeProblem(banks, buckets, slots)) {
-    fail(keywordOf(problem->figure), problem->text);
+  if (a.keys != "random" && a.keys != "mac" && a.keys != "ipv4") {
+    refuseOption("keys", "'" + a.keys + "' is not random, mac or ipv4");
   }
-  if (steps > 16) fail("steps", "not in [0, 16]");
-  if (fillTarget && (*fillTarget < 0 || *fillTarget > 1)) fail("fillTarget", "not in [0, 1]");
+  const TableKind kind = a.table == "single" ? TableKind::single : TableKind::multi;
+  MoveSearch moveSearch = MoveSearch::depthFirst;
+  try {
+    moveSearch = mhtpython::moveSearchOf(a.moveSearch);
+  } catch (const py::value_error& e) {
+    refuseOption("moveSearch", e.what());
+  }
+  if (const auto problem = simulationShapeProblem(a.banks, a.buckets, a.slots)) {
+    refuseOption(keywordOf(problem->figure), problem->text);
+  }
+  if (a.steps > 16) refuseOption("steps", std::to_string(a.steps) + " is not in [0, 16]");
+  if (a.fillTarget && (*a.fillTarget < 0 || *a.fillTarget > 1)) refuseOption("fillTarget", "not in [0, 1]");
 
   SimulationOptions options;
-  options.table = TableSpec{kind, banks, buckets, slots, steps, bucketSpanBanks};
-  options.table.moveSearch = moveSearch == "breadthFirst" ? MoveSearch::breadthFirst : MoveSearch::depthFirst;
-  options.banks = defaultBanks(options.table, doubleEntryTwoBucketMode);
-  for (const auto& [bank, func, offSet, bits, mask] : bankHash) {
-    if (bank >= banks) fail("bankHash", "bank " + std::to_string(bank) + " does not exist");
+  options.table = TableSpec{kind, a.banks, a.buckets, a.slots, a.steps, a.bucketSpanBanks};
+  options.table.moveSearch = moveSearch;
+  options.banks = defaultBanks(options.table, a.doubleEntryTwoBucketMode);
+  for (const auto& [bank, func, offSet, bits, mask] : a.bankHash) {
+    if (bank >= a.banks) refuseOption("bankHash", "bank " + std::to_string(bank) + " does not exist");
     BankSpec& b = options.banks[bank];
     try {
       b.hashFunc = hashFuncNamed(func);
     } catch (const Fwk::Exception& e) {
-      fail("bankHash", e.what());
+      refuseOption("bankHash", e.what());
     }
     b.hashOffSet = offSet;
     b.hashBits = bits;
     b.hashMask = mask;
   }
-  const auto [s, d, q] = mix;
-  if (s < 0 || d < 0 || q < 0 || s + d + q <= 0) fail("mix", "weights must be non-negative and not all zero");
+  const auto [s, d, q] = a.mix;
+  if (s < 0 || d < 0 || q < 0 || s + d + q <= 0) refuseOption("mix", "weights must be non-negative and not all zero");
   options.mix = WidthMix{s, d, q};
-  options.source = keys == "mac" ? KeySourceKind::mac : keys == "ipv4" ? KeySourceKind::ipv4 : KeySourceKind::random;
-  for (const std::string& p : prefixes) {
+  options.source = a.keys == "mac"    ? KeySourceKind::mac
+                   : a.keys == "ipv4" ? KeySourceKind::ipv4
+                                      : KeySourceKind::random;
+  for (const std::string& p : a.prefixes) {
     try {
       options.prefixes.push_back(parseIpv4Prefix(p));
     } catch (const std::invalid_argument& e) {
-      fail("prefixes", e.what());
+      refuseOption("prefixes", e.what());
     }
   }
-  if (requests && *requests) options.requests = *requests;
-  if (fillTarget && *fillTarget > 0) options.fillTarget = *fillTarget;
-  options.churn = churn;
-  options.seed = seed;
+  if (a.requests && *a.requests) options.requests = *a.requests;
+  if (a.fillTarget && *a.fillTarget > 0) options.fillTarget = *a.fillTarget;
+  options.churn = a.churn;
+  options.seed = a.seed;
   options.progress = false;
+  return options;
+}
 
-  SimulationResult result;
-  std::optional<ConfigurationRefused> refused;
+[[noreturn]] void refuseConfiguration(const mht::ConfigurationRefused& refused) {
+  raiseError("ConfigurationRefused", std::string(refused.what()), py::cast(refused.check()), py::none());
+}
+
+// The simulation with mht simulate's options and checks; returns its JSON report as a dict.
+py::object simulateForPython(const SimulationArguments& arguments) {
+  const mht::SimulationOptions options = simulationOptionsOf(arguments);
+  mht::SimulationResult result;
+  std::optional<mht::ConfigurationRefused> refused;
   {
     py::gil_scoped_release unlocked;
     try {
       result = mht::simulate(options);
-    } catch (const ConfigurationRefused& e) {
+    } catch (const mht::ConfigurationRefused& e) {
       refused.emplace(e);
     }
   }
-  if (refused) raiseError("ConfigurationRefused", std::string(refused->what()), py::cast(refused->check()), py::none());
+  if (refused) refuseConfiguration(*refused);
   std::ostringstream json;
-  writeJsonReport(options, result, json);
+  mht::writeJsonReport(options, result, json);
   return py::module_::import("json").attr("loads")(json.str());
+}
+
+// What simulate() refuses, found without simulating: the options, then the library's
+// configuration check of the table and banks built as the simulation builds them.
+void simulationCheckForPython(const SimulationArguments& arguments) {
+  const mht::SimulationOptions options = simulationOptionsOf(arguments);
+  TesselCentral::ConfigurationCheck check = mht::simulationConfiguration(options);
+  if (!check.passes()) refuseConfiguration(mht::ConfigurationRefused(std::move(check)));
+}
+
+// Defines a function of the module that takes simulate()'s keywords.
+template <class Function>
+void defSimulation(py::module_& m, const char* name, Function function, const char* doc) {
+  m.def(
+      name,
+      [function](const std::string& table, U32 banks, U32 buckets, U32 slots, U32 steps, bool bucketSpanBanks,
+                 bool doubleEntryTwoBucketMode, std::vector<std::tuple<U32, std::string, U32, U32, U32>> bankHash,
+                 std::tuple<double, double, double> mix, const std::string& keys, std::vector<std::string> prefixes,
+                 std::optional<U64> requests, std::optional<double> fillTarget, U64 churn, U64 seed,
+                 py::object moveSearch) {
+        return function(SimulationArguments{
+            table, banks, buckets, slots, steps, bucketSpanBanks, doubleEntryTwoBucketMode, std::move(bankHash), mix,
+            keys, std::move(prefixes), requests, fillTarget, churn, seed, std::move(moveSearch)});
+      },
+      doc, py::kw_only(), py::arg("table") = "multi", py::arg("banks") = 4, py::arg("buckets") = 4096,
+      py::arg("slots") = 4, py::arg("steps") = 3, py::arg("bucketSpanBanks") = false,
+      py::arg("doubleEntryTwoBucketMode") = false,
+      py::arg("bankHash") = std::vector<std::tuple<U32, std::string, U32, U32, U32>>{},
+      py::arg("mix") = std::make_tuple(70.0, 20.0, 10.0), py::arg("keys") = "random",
+      py::arg("prefixes") = std::vector<std::string>{}, py::arg("requests") = py::none(),
+      py::arg("fillTarget") = py::none(), py::arg("churn") = 20000, py::arg("seed") = 1,
+      py::arg("moveSearch") = "depthFirst");
 }
 
 }  // namespace
@@ -353,7 +433,9 @@ configDel, configDelAll), and the library stops the process on a request that it
 forbid. The module refuses such a write instead, with an exception, and writes nothing:
 
 - It keeps the tables made from Python, by the request collection they react to, and
-  judges every write with each of them first (requestCheck, removalCheck).
+  judges every write with each of them that listens (hasNotificationActiveIs) first
+  (requestCheck, removalCheck). A table's handleHashUpdate() is judged by its
+  resyncCheck() in the same way.
 - A table whose configurationCheck() fails can be made, and its banks added, as usual;
   every write that would reach it raises ConfigurationRefused (a RuntimeError), whose
   `problems` lists each problem's text and `check` is the ConfigurationCheck. The refusal
@@ -365,9 +447,16 @@ forbid. The module refuses such a write instead, with an exception, and writes n
 - checkedConfigIs and checkedConfigDel make the library's checked writes: the table given
   decides by its verdict, returned in a CheckedWrite whether the write was made or not; the
   other tables that react to the collection judge the write as above.
-- A table's bankIs and entryIdHelperIs run under the library's assertion trap: a stop
-  raises AssertionStopped (a RuntimeError) with the `condition`; the object may be left
-  half-changed.
+- A table's bankIs, bankDel, entryIdHelperIs, reconcile and checkSanity run under the
+  library's assertion trap: a stop raises AssertionStopped (a RuntimeError) with the
+  `condition`; the object may be left half-changed.
+
+status.onChange(callback) calls callback(key, id) for each change of a result, inside the
+write that makes it. The callback runs inside the table's reaction, which must not be
+unwound: an exception it raises is kept, the other callbacks and the rest of the write go
+on, and the write (configIs, configDel, configDelAll, the checked writes,
+handleHashUpdate, reconcile) raises it once the library has returned. The write has then
+been made. A second exception in the same write goes to sys.unraisablehook.
 
 A table made in C++ that no Python table object reaches is not judged.)doc";
   m.attr("__version__") = MHT_VERSION;
@@ -401,6 +490,16 @@ class ConfigurationRefused(RuntimeError):
         self.table = table
 
 
+class OptionRefused(ValueError):
+    """An argument of simulate() or simulationCheck() that the tool refuses. keyword names
+    the argument; reason says why."""
+
+    def __init__(self, message, keyword, reason):
+        super().__init__(message)
+        self.keyword = keyword
+        self.reason = reason
+
+
 class AssertionStopped(RuntimeError):
     """A call that stopped on the library's assertion; the object may be left half-changed.
     condition is the assertion's text."""
@@ -427,6 +526,8 @@ class AssertionStopped(RuntimeError):
       .value("singleWide", HashEntryType::singleWide)
       .value("doubleWide", HashEntryType::doubleWide)
       .value("quadWide", HashEntryType::quadWide);
+
+  mhtpython::bindReports(m);
 
   py::class_<HashEntryKey>(m, "HashEntryKey", "What the client knows of an entry: its hashes, chip instance and width")
       .def(py::init<U16, U32, U32, HashEntryType>(), py::arg("crc16"), py::arg("crc32"), py::arg("fapId") = 0,
@@ -455,7 +556,7 @@ class AssertionStopped(RuntimeError):
           "configIs",
           [](HashEntryConfig& c, const HashEntryKey& key, std::optional<U32> id) {
             judgeRequest(c, key, id);
-            c.configIs(key, entryIdOf(id));
+            publishing([&] { c.configIs(key, entryIdOf(id)); });
           },
           py::arg("key"), py::arg("id") = py::none(),
           "Adds or changes a request; the tables react inside this call. Raises RequestRefused or "
@@ -464,7 +565,7 @@ class AssertionStopped(RuntimeError):
           "configDel",
           [](HashEntryConfig& c, const HashEntryKey& key) {
             judgeRemoval(c, key);
-            return idValue(c.configDel(key));
+            return idValue(publishing([&] { return c.configDel(key); }));
           },
           py::arg("key"),
           "Removes a request and returns it (None when there was none). Raises RequestRefused or "
@@ -473,7 +574,7 @@ class AssertionStopped(RuntimeError):
           "configDelAll",
           [](HashEntryConfig& c) {
             judgeRemovalOfAll(c);
-            c.configDelAll();
+            publishing([&] { c.configDelAll(); });
           },
           "Removes every request, unless a table would stop on one of the removals")
       .def(
@@ -495,7 +596,23 @@ class AssertionStopped(RuntimeError):
       .def(
           "results", [](const HashEntryStatus& s) { return resultsOf(s.statusCollection()); },
           "Every result as a dict {HashEntryKey: id or None}")
-      .def("__len__", [](const HashEntryStatus& s) { return s.statusCollection().size(); });
+      .def("__len__", [](const HashEntryStatus& s) { return s.statusCollection().size(); })
+      .def(
+          "onChange",
+          [](const Ptr<HashEntryStatus>& s, py::function callback) {
+            return std::make_unique<mhtpython::StatusWatch>(s, std::move(callback));
+          },
+          py::arg("callback"), py::keep_alive<1, 0>(),
+          "Calls callback(key, id) after each change of a result, inside the write that makes it: id is the "
+          "key's result, None where there was no room or the result was removed (statusHas tells them apart). "
+          "Returns a StatusWatch, kept as long as this object or the caller holds it; cancel() stops it. An "
+          "exception that the callback raises is raised again when the write returns, the write made");
+
+  py::class_<mhtpython::StatusWatch>(m, "StatusWatch", "A callback that follows a HashEntryStatus")
+      .def("cancel", &mhtpython::StatusWatch::cancel, "No further calls")
+      .def_property_readonly("active", &mhtpython::StatusWatch::active)
+      .def("__enter__", [](py::object self) { return self; })
+      .def("__exit__", [](mhtpython::StatusWatch& w, const py::args&) { w.cancel(); });
 
   py::class_<Bank, Fwk::Ptr<Bank>>(m, "Bank")
       .def_property_readonly("baseEntryType", &Bank::baseEntryType)
@@ -505,10 +622,22 @@ class AssertionStopped(RuntimeError):
       .def_property_readonly("hashFunc", &Bank::hashFunc)
       .def_property_readonly("hashOffSet", &Bank::hashOffSet)
       .def_property_readonly("hashBits", &Bank::hashBits)
-      .def_property_readonly("hashMask", &Bank::hashMask);
+      .def_property_readonly("hashMask", &Bank::hashMask)
+      .def(
+          "calcBucketId",
+          [](Bank& b, U16 crc16, U32 crc32, HashEntryType entryType, bool debugEnabled, U32 debugCrcInc) {
+            return trapped("calcBucketId",
+                           [&] { return b.calcBucketId(crc16, crc32, entryType, debugEnabled, debugCrcInc); });
+          },
+          py::arg("crc16"), py::arg("crc32"), py::arg("entryType") = HashEntryType::singleWide,
+          py::arg("debugEnabled") = false, py::arg("debugCrcInc") = 0, "The bucket that the bank selects for a key");
   py::class_<MultiEntryTypeBank, Bank, Fwk::Ptr<MultiEntryTypeBank>>(m, "MultiEntryTypeBank")
       .def_property_readonly("phyBankId", &MultiEntryTypeBank::phyBankId)
-      .def_property_readonly("doubleEntryTwoBucketMode", &MultiEntryTypeBank::doubleEntryTwoBucketMode);
+      .def_property_readonly("doubleEntryTwoBucketMode", &MultiEntryTypeBank::doubleEntryTwoBucketMode)
+      .def("bucket", &MultiEntryTypeBank::bucket, py::arg("bucketId"),
+           "The bucket's state word: an occupancy bit per slot and a 4-bit entry type per slot")
+      .def("getEntryType", &MultiEntryTypeBank::getEntryType, py::arg("bucketId"), py::arg("slotId"),
+           "The type of the entry that covers the slot; empty for a free slot");
 
   py::enum_<RequestOutcome>(m, "RequestOutcome")
       .value("unchanged", RequestOutcome::unchanged)
@@ -603,7 +732,55 @@ class AssertionStopped(RuntimeError):
       .def("configurationCheck", &MultiHashTableBase::configurationCheck,
            "Every problem of the table's shape, banks and links that keeps it from serving its requests")
       .def("configurationProblem", &MultiHashTableBase::configurationProblem,
-           "The configuration check's problems, one per line; empty when the table can serve");
+           "The configuration check's problems, one per line; empty when the table can serve")
+      .def("resyncCheck", &MultiHashTableBase::resyncCheck,
+           "Whether the full resync, handleHashUpdate(), would stop: run on a scratch copy of the table")
+      .def("resyncProblem", &MultiHashTableBase::resyncProblem,
+           "The resync check's problem in one line; empty when handleHashUpdate() is safe to call")
+      .def(
+          "handleHashUpdate",
+          [](MultiHashTableBase& t) {
+            judgeResync(t);
+            publishing([&] { t.handleHashUpdate(); });
+          },
+          "The full resync: reacts to every current request, removes nothing. Raises ConfigurationRefused or "
+          "RequestRefused, doing nothing, where the table would stop on it")
+      .def(
+          "reconcile",
+          [](MultiHashTableBase& t) {
+            return publishing([&] { return trapped("reconcile", [&] { return t.reconcile(); }); });
+          },
+          "Brings the results in line with the requests without stopping; returns the ReconcileReport")
+      .def("auditReport", &MultiHashTableBase::auditReport,
+           "The audit's corruption and, apart from it, the hazards that reconcile() repairs")
+      .def(
+          "candidates", [](const MultiHashTableBase& t, const HashEntryKey& key) { return t.candidates(key).places(); },
+          py::arg("key"), "The places the key may take, in the order in which its placement tries them")
+      .def_property_readonly("moveSearch", &MultiHashTableBase::moveSearch)
+      .def(
+          "moveSearchIs",
+          [](MultiHashTableBase& t, const py::object& search) { t.moveSearchIs(mhtpython::moveSearchOf(search)); },
+          py::arg("moveSearch"),
+          "How the table searches for room from the next placement: a MoveSearch, or its name in any spelling "
+          "('breadthFirst', 'breadth-first')")
+      .def_property_readonly("notificationActive", [](const MultiHashTableBase& t) { return t.notificationActive(); })
+      .def("hasNotificationActiveIs", &MultiHashTableBase::hasNotificationActiveIs, py::arg("active"),
+           "Subscribes the table to its requests (True) or unsubscribes it (False); an unsubscribed table "
+           "neither reacts to nor judges the writes")
+      .def_property_readonly("fapId", [](const MultiHashTableBase& t) { return t.fapId().value(); })
+      .def(
+          "fapIdIs", [](MultiHashTableBase& t, U8 fapId) { t.fapIdIs(SlotId(fapId)); }, py::arg("fapId"))
+      .def(
+          "hashTableEntryOf",
+          [](const MultiHashTableBase& t, U32 id) -> std::optional<HashEntryKey> {
+            const HashEntryKey* key = t.hashTableEntryFind(EntryId(id));
+            if (key == nullptr) return std::nullopt;
+            return *key;
+          },
+          py::arg("id"), "The key recorded at the id, or None")
+      .def(
+          "checkSanity", [](MultiHashTableBase& t) { trapped("checkSanity", [&] { t.checkSanity(); }); },
+          "The table's own sanity check after a placement; raises AssertionStopped where it would stop");
 
   py::class_<MultiHashTable, MultiHashTableBase, Fwk::Ptr<MultiHashTable>>(m, "MultiHashTable",
                                                                            "The single-width table")
@@ -626,6 +803,21 @@ class AssertionStopped(RuntimeError):
           py::arg("baseEntryType"), py::arg("bankId"), py::arg("numBuckets"), py::arg("bucketSize"),
           py::arg("hashFunc"), py::arg("hashOffSet"), py::arg("hashBits"), py::arg("hashMask"))
       .def("bank", &MultiHashTable::bank, py::arg("bankId"))
+      .def(
+          "bankDel",
+          [](MultiHashTable& t, U32 bankId) { return trapped("bankDel", [&] { return t.bankDel(bankId); }); },
+          py::arg("bankId"))
+      .def(
+          "banks",
+          [](const MultiHashTable& t) {
+            std::map<U32, Ptr<Bank>> banks;
+            for (const auto& [id, bank] : t.bankCollection()) banks[id] = bank;
+            return banks;
+          },
+          "Every bank, as a dict {bankId: Bank}")
+      .def(
+          "slotOfId", [](const MultiHashTable& t, U32 id) { return t.slotOfId(EntryId(id)); }, py::arg("id"),
+          "The slot that an id names, as a Candidate: the inverse of calcEntryId")
       .def(
           "calcEntryId",
           [](const MultiHashTable& t, U32 bankId, U32 bucketId, U8 slot) {
@@ -656,6 +848,18 @@ class AssertionStopped(RuntimeError):
           py::arg("hashFunc"), py::arg("hashOffSet"), py::arg("hashBits"), py::arg("hashMask"), py::arg("phyBankId"),
           py::arg("doubleEntryTwoBucketMode") = false)
       .def("bank", &MultiEntryTypeHashTable::bank, py::arg("bankId"))
+      .def(
+          "bankDel",
+          [](MultiEntryTypeHashTable& t, U32 bankId) { return trapped("bankDel", [&] { return t.bankDel(bankId); }); },
+          py::arg("bankId"))
+      .def(
+          "banks",
+          [](const MultiEntryTypeHashTable& t) {
+            std::map<U32, Ptr<MultiEntryTypeBank>> banks;
+            for (const auto& [id, bank] : t.bankCollection()) banks[id] = bank;
+            return banks;
+          },
+          "Every bank, as a dict {bankId: MultiEntryTypeBank}")
       .def_property_readonly("entryIdHelper", &MultiEntryTypeHashTable::entryIdHelper)
       .def(
           "entryIdHelperIs",
@@ -674,7 +878,17 @@ class AssertionStopped(RuntimeError):
       .def("getBucketState", &EntryIdHelper::getBucketState, py::arg("id"))
       .def("getHashEntryKey", &EntryIdHelper::getHashEntryKey, py::arg("id"))
       .def("getHwPosition", &EntryIdHelper::getHwPosition, py::arg("id"),
-           "The position with the physical bank id in bits 31..24");
+           "The position with the physical bank id in bits 31..24")
+      .def("entryIdToPos", &EntryIdHelper::entryIdToPos, py::arg("id"),
+           "The position of the key that holds the id; 0 when no key does")
+      .def(
+          "posToEntryId", [](EntryIdHelper& h, U32 pos) { return h.posToEntryId(pos).value(); }, py::arg("pos"))
+      .def(
+          "checkEntryIdValidity",
+          [](EntryIdHelper& h, const HashEntryKey& key, U32 id) {
+            return trapped("checkEntryIdValidity", [&] { return h.checkEntryIdValidity(key, EntryId(id)); });
+          },
+          py::arg("key"), py::arg("id"), "Whether the id lies in one of the key's candidate buckets");
   // The helper's id arguments are EntryIds; Python passes ints.
   py::class_<EntryId>(m, "EntryId").def(py::init<U32>()).def_property_readonly("value", &EntryId::value);
   py::implicitly_convertible<py::int_, EntryId>();
@@ -697,7 +911,7 @@ class AssertionStopped(RuntimeError):
          WriteRefusal refusal) {
         requireReacting(config, table);
         judgeRequest(config, key, id, &table);
-        return checkedConfigIs(config, table, key, entryIdOf(id), refusal);
+        return publishing([&] { return checkedConfigIs(config, table, key, entryIdOf(id), refusal); });
       },
       py::arg("config"), py::arg("table"), py::arg("key"), py::arg("id") = py::none(),
       py::arg("refusal") = WriteRefusal::fatal,
@@ -707,18 +921,16 @@ class AssertionStopped(RuntimeError):
       [](HashEntryConfig& config, const MultiHashTableBase& table, const HashEntryKey& key, WriteRefusal refusal) {
         requireReacting(config, table);
         judgeRemoval(config, key, &table);
-        return checkedConfigDel(config, table, key, refusal);
+        return publishing([&] { return checkedConfigDel(config, table, key, refusal); });
       },
       py::arg("config"), py::arg("table"), py::arg("key"), py::arg("refusal") = WriteRefusal::fatal,
       "config.configDel(key) unless the table's removal check refuses it; returns the verdict either way");
 
-  m.def("simulate", &simulateForPython,
-        "Runs mht simulate's simulation; returns the figures of its --json report as a dict", py::kw_only(),
-        py::arg("table") = "multi", py::arg("banks") = 4, py::arg("buckets") = 4096, py::arg("slots") = 4,
-        py::arg("steps") = 3, py::arg("bucketSpanBanks") = false, py::arg("doubleEntryTwoBucketMode") = false,
-        py::arg("bankHash") = std::vector<std::tuple<U32, std::string, U32, U32, U32>>{},
-        py::arg("mix") = std::make_tuple(70.0, 20.0, 10.0), py::arg("keys") = "random",
-        py::arg("prefixes") = std::vector<std::string>{}, py::arg("requests") = py::none(),
-        py::arg("fillTarget") = py::none(), py::arg("churn") = 20000, py::arg("seed") = 1,
-        py::arg("moveSearch") = "depthFirst");
+  defSimulation(m, "simulate", &simulateForPython,
+                "Runs mht simulate's simulation; returns the figures of its --json report as a dict. Raises "
+                "OptionRefused (a ValueError) for an argument the tool refuses, ConfigurationRefused for a table "
+                "the library's configuration check refuses");
+  defSimulation(m, "simulationCheck", &simulationCheckForPython,
+                "Raises what simulate() with the same arguments would refuse, without simulating: OptionRefused "
+                "or ConfigurationRefused; returns None for a simulation that would run");
 }

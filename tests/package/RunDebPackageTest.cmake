@@ -5,7 +5,10 @@
 # beyond the accepted ones.
 #   cmake -DBUILD_DIR=<build> -DSOURCE_DIR=<tests/package> -DWORK_DIR=<scratch>
 #         -DCPACK=<cpack> -DCXX=<compiler> -DPKG_CONFIG=<pkg-config>
-#         -DLINTIAN=<lintian> -DLINTIAN_ACCEPTED=<packaging/lintian-accepted> -P RunDebPackageTest.cmake
+#         -DLINTIAN=<lintian> -DLINTIAN_ACCEPTED=<packaging/lintian-accepted> [-DWITH_PYTHON=ON]
+#         -P RunDebPackageTest.cmake
+# (WITH_PYTHON: the build makes the Python module, and so its package; RunPythonPackageTest
+# runs the module's tests in it.)
 file(REMOVE_RECURSE "${WORK_DIR}")
 set(root "${WORK_DIR}/root")
 
@@ -29,8 +32,12 @@ endfunction()
 run(${CPACK} -G DEB --config "${BUILD_DIR}/CPackConfig.cmake" -B "${WORK_DIR}/packages")
 file(GLOB debs "${WORK_DIR}/packages/*.deb")
 list(LENGTH debs count)
-if(NOT count EQUAL 3)
-  message(FATAL_ERROR "expected 3 packages, got: ${debs}")
+set(expected 3)
+if(WITH_PYTHON)
+  set(expected 4)
+endif()
+if(NOT count EQUAL expected)
+  message(FATAL_ERROR "expected ${expected} packages, got: ${debs}")
 endif()
 
 run(${LINTIAN} --fail-on error,warning --suppress-tags-from-file "${LINTIAN_ACCEPTED}" ${debs})
@@ -50,6 +57,9 @@ foreach(deb IN LISTS debs)
   elseif(package STREQUAL "multihashtable-tools")
     set(tools_depends "${depends}")
     expect_match("${package} Depends" "${depends}" "libedit2")
+  elseif(package STREQUAL "python3-multihashtable" AND WITH_PYTHON)
+    set(python_depends "${depends}")
+    expect_match("${package} Depends" "${depends}" "python3 \\(>= 3\\.[0-9]+~\\), python3 \\(<< 3\\.[0-9]+\\)")
   else()
     message(FATAL_ERROR "unexpected package ${package} in ${deb}")
   endif()
@@ -58,6 +68,9 @@ endforeach()
 string(REPLACE "+" "\\+" runtime_re "${runtime}")
 expect_match("libmultihashtable-dev Depends" "${dev_depends}" "${runtime_re} \\(= ${dev_version}\\)")
 expect_match("multihashtable-tools Depends" "${tools_depends}" "${runtime_re}")
+if(WITH_PYTHON)
+  expect_match("python3-multihashtable Depends" "${python_depends}" "${runtime_re} \\(= ${dev_version}\\)")
+endif()
 
 set(libdir "${root}/usr/lib")
 if(NOT EXISTS "${libdir}/pkgconfig/multihashtable.pc")
