@@ -47,6 +47,7 @@
 #include "RequestCheck.h"         // what a write would do, told before it is made
 #include "RequestsAndResults.h"   // HashEntryConfig and HashEntryStatus
 #include "TableBase.h"            // the abstract table and its config reaction
+#include "TableStatistics.h"      // what a table has done: placements, failures, moves, effort
 
 // One folder per table kind.
 #include "multiwidth/BucketState.h"              // a multi-width bucket's state word

@@ -100,12 +100,7 @@ class TableSession {
   TesselCentral::MultiHashTable* single() const noexcept { return single_.ptr(); }
   TesselCentral::MultiEntryTypeHashTable* multi() const noexcept { return multi_.ptr(); }
 
-  // Slots that placed keys cover (a key's width in a multi-width table, 1 otherwise).
-  U64 slotsUsed() const;
   U64 capacity() const noexcept { return base_->tableCapacity(); }
-  // Slots used per logical bank.
-  std::vector<U64> slotsUsedPerBank() const;
-  U32 widthOf(const TesselCentral::HashEntryKey& key) const noexcept;
 
   // The canonical text of the table's state: counters, status, entries, bucket states.
   void dump(std::ostream& out) const;
