@@ -106,9 +106,8 @@ class Simulator {
   const TableStatistics& statistics() const noexcept { return session_.table().statistics(); }
 
   double fill() const {
-    return session_.capacity()
-               ? static_cast<double>(statistics().slotsUsedInAllBanks()) / static_cast<double>(session_.capacity())
-               : 0;
+    return session_.capacity() ? static_cast<double>(session_.slotsUsed()) / static_cast<double>(session_.capacity())
+                               : 0;
   }
 
   // One request for a new key; failed requests are withdrawn, as an agent would.
@@ -140,7 +139,7 @@ class Simulator {
   void finish(U64 capacity) {
     const TableStatistics& counted = statistics();
     result_.capacity = capacity;
-    result_.slotsUsed = counted.slotsUsedInAllBanks();
+    result_.slotsUsed = session_.slotsUsed();
     result_.fillAtEnd = capacity ? static_cast<double>(result_.slotsUsed) / static_cast<double>(capacity) : 0;
     for (std::size_t m = 0; m < TableStatistics::movesHistogramSize; ++m) {
       if (counted.placementsByMoves()[m] != 0) result_.movesHistogram[m] = counted.placementsByMoves()[m];

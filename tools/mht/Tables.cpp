@@ -79,6 +79,10 @@ void TableSession::requireConfiguration(const std::string& context) const {
   if (!check.passes()) throw ConfigurationRefused(std::move(check), context);
 }
 
+U32 TableSession::widthOf(const HashEntryKey& key) const noexcept {
+  return multi_ ? static_cast<U32>(key.entryType()) : 1;
+}
+
 void TableSession::dump(std::ostream& out) const {
   out << "counters insertions=" << base_->numInsertions() << " deletions=" << base_->numDeletions()
       << " moves=" << base_->numMoves() << '\n';
