@@ -23,7 +23,10 @@ bool refuses(WriteRefusal refusal, const RequestCheck& verdict) noexcept {
 CheckedWrite checkedConfigIs(HashEntryConfig& config, const MultiHashTableBase& table, const HashEntryKey& key,
                              EntryId id, WriteRefusal refusal) {
   CheckedWrite write{table.requestCheck(key, id), false};
-  if (refusesNow(table, refusal, write.verdict)) return write;
+  if (refusesNow(table, refusal, write.verdict)) {
+    if (id.isValid()) table.requestedIdRefused();
+    return write;
+  }
   config.configIs(key, id);
   write.written = true;
   return write;

@@ -51,6 +51,7 @@
 #include "MultiHashTable/RequestCheck.h"         // what a write would do, told before it is made
 #include "MultiHashTable/RequestsAndResults.h"   // HashEntryConfig and HashEntryStatus
 #include "MultiHashTable/TableBase.h"            // the abstract table and its config reaction
+#include "MultiHashTable/TableStatistics.h"      // what a table has done: placements, failures, moves, effort
 
 // One folder per table kind.
 #include "MultiHashTable/multiwidth/BucketState.h"              // a multi-width bucket's state word

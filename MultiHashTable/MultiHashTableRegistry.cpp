@@ -107,6 +107,8 @@ const Fwk::TypeInfo* registerMultiHashTableBase(Fwk::Module& module, [[maybe_unu
       .operation<&MultiHashTableBase::configurationCheck>(own + 29, "configurationCheck", {})
       .operation<&MultiHashTableBase::configurationProblem>(own + 30, "configurationProblem", {})
       .operation<&MultiHashTableBase::auditReport>(own + 31, "auditReport", {})
+      .attribute<&MultiHashTableBase::statistics>(own + 32, "statistics")
+      .operation<&MultiHashTableBase::statisticsReset>(own + 33, "statisticsReset", {})
       .factory<&multiHashTableBaseFactory>(tableParameters);
   return &base.info();
 }

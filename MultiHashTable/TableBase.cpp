@@ -30,6 +30,7 @@ MultiHashTableBase::MultiHashTableBase(U32 numBanks, U32 numBuckets, U32 numBuck
       hashEntryConfig_(std::move(hashEntryConfig)),
       hashEntryStatus_(std::move(hashEntryStatus)),
       maxRecursiveSteps_(maxRecursiveSteps),
+      statistics_(numBanks),
       hashTableEntry_(denseSlotCount(), hashTableEntrySeed) {
   if (hashEntryConfig_) hashEntryConfig_->publisher().subscriberIs(*this);
 }
@@ -367,6 +368,7 @@ ReconcileReport MultiHashTableBase::reconcile() {
       continue;
     }
     if (RequestCheck verdict = reactionCheck(key, requested); !verdict.passes()) {
+      if (requested.isValid()) statistics_.failed(PlacementFailure::requestedIdRefused);
       keep(key, requested, verdict.problem());
       continue;
     }

@@ -14,6 +14,7 @@
 #include "MultiHashTable/MultiHashTableTypes.h"
 #include "MultiHashTable/RequestCheck.h"
 #include "MultiHashTable/RequestsAndResults.h"
+#include "MultiHashTable/TableStatistics.h"
 #include "MultiHashTable/fwk/IndexedMap.h"
 
 namespace TesselCentral {
@@ -70,6 +71,15 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
   U32 numDeletionsInc(U32 n) noexcept { return numDeletions_ += n; }
   U32 numMovesInc(U32 n) noexcept { return numMoves_ += n; }
 
+  // What the table has done since it was made or since the last statisticsReset(), and the
+  // slots its records cover in each bank (docs/statistics.md).
+  const TableStatistics& statistics() const noexcept { return statistics_; }
+  // Every count of the statistics back to 0; the slots used stay as the table stands.
+  void statisticsReset() noexcept { statistics_.reset(); }
+  // A checked write that refused a request for an id counts it here: the table's request
+  // check gave the verdict, and the table never saw the request.
+  void requestedIdRefused() const noexcept { statistics_.failed(PlacementFailure::requestedIdRefused); }
+
   // Which key occupies each used EntryId. Changing it publishes nothing.
   HashEntryKey hashTableEntry(EntryId eId) const noexcept {
     const HashEntryKey* key = hashTableEntry_.find(eId);
@@ -89,6 +99,12 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
   }
   bool hashTableEntryHas(EntryId eId) const noexcept { return hashTableEntry_.has(eId); }
   void hashTableEntryIs(EntryId eId, const HashEntryKey& key) { hashTableEntry_.is(eId, key); }
+  // hashTableEntryIs, telling whether eId held no record before.
+  bool hashTableEntryAdded(EntryId eId, const HashEntryKey& key) {
+    const auto [held, added] = hashTableEntry_.findOrInsert(eId);
+    *held = key;
+    return added;
+  }
   // Frees the id; false when no key held it.
   bool hashTableEntryDel(EntryId eId) { return hashTableEntry_.erase(eId); }
   void hashTableEntryDelAll() { hashTableEntry_.delAll(); }
@@ -195,6 +211,14 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
   // The first step of every table's destruction: no notification reaches it afterwards.
   void retireReactors();
 
+  // The statistics as the derived tables count them.
+  TableStatistics& statisticsKept() noexcept { return statistics_; }
+  // One key moved from one place to another: the described counter and the statistics.
+  void moveMade() noexcept {
+    numMovesInc(1);
+    statistics_.moved();
+  }
+
   // Whether the table reacts to its requests now.
   bool listening() const noexcept;
 
@@ -222,6 +246,8 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
   U32 numInsertions_ = 0;
   U32 numDeletions_ = 0;
   U32 numMoves_ = 0;
+  // Figures about the table rather than its state: a const checked write counts its refusal.
+  mutable TableStatistics statistics_;
   KeyByEntryId hashTableEntry_;
   MoveSearch moveSearch_ = MoveSearch::depthFirst;
   U32 reactionDepth_ = 0;

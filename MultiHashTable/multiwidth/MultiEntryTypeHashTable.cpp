@@ -254,6 +254,10 @@ void MultiEntryTypeHashTable::insertEntryWithId(const HashEntryKey& key, EntryId
   if (claimBlockedBy(eId, key) != nullptr) MHT_ASSERT_TEXT(false, condition::requestedIdHeldByAnother);
   hashTableEntryIs(eId, key);
   numInsertionsInc(1);
+  statisticsKept().placedAtRequestedId();
+  // At the inclusive upper end of a bucket's range the key stands at a position whose own id
+  // is another one.
+  if (translator.entryIdOfPosition(pos) != eId) statisticsKept().failed(PlacementFailure::requestedIdNotHonoured);
   // The client gets back the id it asked for, as given.
   hashEntryStatus()->statusIs(key, eId);
 }

@@ -239,6 +239,10 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   // Room for the key by evicting, bank by bank but origBankId: the key's position, or
   // INVALID_POSITION (with the invalid id published for a key that had no result).
   U32 makeRoom(const Eviction& e, U32 origBankId);
+  // insertEntry's placement, which a victim's eviction calls again one level deeper: the
+  // table counts a placement and its moves in the statistics once, at the outermost call.
+  // `function` is insertEntry's signature, which its assertions report.
+  U32 place(const HashEntryKey& key, U32 origBankId, U32 recursionStep, const char* function);
   bool makeRoomInBank(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32& freePos);
   bool makeRoomInBucket(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 entrySize, U32& freePos);
   bool evictOne(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 s, U32 entrySize, U32 freePos);

@@ -39,7 +39,22 @@ class BucketGroupLock {
 }  // namespace
 
 U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId, U32 recursionStep) {
-  MHT_TRACE(2, "MultiEntryTypeHashTable::"
+  // The placement's own figures: the moves it made, its victims' included, and why it failed.
+  const U64 movesBefore = statistics().moves();
+  const U64 searchesCutShortBefore = statistics().searchesCutShort();
+  const U32 pos = place(key, origBankId, recursionStep, __PRETTY_FUNCTION__);
+  if (pos != INVALID_POSITION) {
+    statisticsKept().placed(statistics().moves() - movesBefore);
+  } else {
+    statisticsKept().failed(statistics().searchesCutShort() != searchesCutShortBefore ? PlacementFailure::searchCutShort
+                                                                                      : PlacementFailure::noRoom);
+  }
+  return pos;
+}
+
+U32 MultiEntryTypeHashTable::place(const HashEntryKey& key, U32 origBankId, U32 recursionStep, const char* function) {
+  MHT_TRACE_IN("insertEntry", 2,
+               "MultiEntryTypeHashTable::"
                    << "insertEntry"
                    << " Insert key: " << key << " origBankId " << origBankId << " recursionStep " << recursionStep
                    << ", debugEnabled: " << debugEnabled_);
@@ -50,23 +65,25 @@ U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId
   if (pos != INVALID_POSITION) {
     // The search has already marked the space in the bucket state.
     const bool move = keyToPosHas(key);
-    MHT_ASSERT_TEXT(!posToKeyHas(pos), condition::foundPositionUnclaimed);
+    MHT_ASSERT_TEXT_IN(function, !posToKeyHas(pos), condition::foundPositionUnclaimed);
     doAddOrMoveEntry(key, pos, move);
     return pos;
   }
 
   if (maxRecursiveSteps() == 0) {
-    MHT_TRACE(2, "MultiEntryTypeHashTable::"
+    MHT_TRACE_IN("insertEntry", 2,
+                 "MultiEntryTypeHashTable::"
                      << "insertEntry"
                      << " doesn't support "
                      << " recursion and failed to allocate entry for " << key);
     hashEntryStatus()->statusIs(key, EntryId());
     return INVALID_POSITION;
   }
-  MHT_ASSERT_TEXT(recursionStep <= maxRecursiveSteps(), "recursionStep <= maxRecursiveSteps()");
+  MHT_ASSERT_TEXT_IN(function, recursionStep <= maxRecursiveSteps(), "recursionStep <= maxRecursiveSteps()");
   if (recursionStep == 0) {
     // A victim that cannot go deeper stays where it is.
-    MHT_TRACE(2, "MultiEntryTypeHashTable::"
+    MHT_TRACE_IN("insertEntry", 2,
+                 "MultiEntryTypeHashTable::"
                      << "insertEntry"
                      << " end of recursion "
                      << " failed to allocate entry for " << key);
@@ -77,15 +94,18 @@ U32 MultiEntryTypeHashTable::insertEntry(const HashEntryKey& key, U32 origBankId
   // out of plans, the depth-first search has its turn.
   if (moveSearch() == MoveSearch::breadthFirst && recursionStep == maxRecursiveSteps()) {
     const MultiWidthMovePlanner::Plan plan = movePlanner_.plan(*this, key);
+    statisticsKept().runsExaminedAdd(plan.runsExamined);
     const U32 placed = placeByShortestMoves(key, plan);
     if (placed != INVALID_POSITION || !plan.cutShort) return placed;
+    statisticsKept().searchCutShort();
   }
-  MHT_TRACE(2, "MultiEntryTypeHashTable::"
+  MHT_TRACE_IN("insertEntry", 2,
+               "MultiEntryTypeHashTable::"
                    << "insertEntry"
                    << " no space found"
                    << " rehashing the key: " << key);
 
-  return makeRoom(Eviction{key, recursionStep, step, __PRETTY_FUNCTION__}, origBankId);
+  return makeRoom(Eviction{key, recursionStep, step, function}, origBankId);
 }
 
 U32 MultiEntryTypeHashTable::makeRoom(const Eviction& e, U32 origBankId) {
@@ -155,6 +175,7 @@ bool MultiEntryTypeHashTable::makeRoomInBucket(const Eviction& e, U32 i, MultiEn
       continue;
     }
     freePos = packPosition(i, k, s);
+    statisticsKept().runsExaminedAdd(1);
     const HashEntryType t = b.getEntryType(k, s);
 
     if (t == HashEntryType::empty && entrySize == 1) {
@@ -186,7 +207,7 @@ bool MultiEntryTypeHashTable::evictOne(const Eviction& e, U32 i, MultiEntryTypeB
                           "insertEntry"
                               << " entryPos: 0x" << Fwk::hex << freePos << Fwk::dec);
   const HashEntryKey victim = posToKey(freePos);
-  const U32 r = insertEntry(victim, i, e.recursionStep - 1);
+  const U32 r = place(victim, i, e.recursionStep - 1, e.function);
   MHT_TRACE_IN("insertEntry", 5,
                " entrySize: " << entrySize << " slotEntrySize: " << occSize << " recursion yields newPos: 0x"
                               << Fwk::hex << r << Fwk::dec);
@@ -209,7 +230,7 @@ bool MultiEntryTypeHashTable::evictRun(const Eviction& e, U32 i, MultiEntryTypeB
       MHT_ASSERT_MSG_NAMED_IN(e.function, posToKeyHas(entryPos), condition::entryStartsAtSlot,
                               "insertEntry"
                                   << " entryPos: 0x" << Fwk::hex << entryPos << Fwk::dec);
-      const U32 r = insertEntry(posToKey(entryPos), i, e.recursionStep - 1);
+      const U32 r = place(posToKey(entryPos), i, e.recursionStep - 1, e.function);
       MHT_TRACE_IN("insertEntry", 5,
                    " entrySize: " << entrySize << " slotEntrySize: " << w << " recursion yields newPos: 0x" << Fwk::hex
                                   << r << Fwk::dec);
@@ -243,7 +264,7 @@ void MultiEntryTypeHashTable::doAddOrMoveEntry(const HashEntryKey& key, U32 newP
                      << "doAddOrMoveEntry"
                      << " oldPosition 0x" << Fwk::hex << curPos << Fwk::dec << " oldEntryId " << oldEntryId);
     hashTableEntryDel(oldEntryId);
-    numMovesInc(1);
+    moveMade();
   } else {
     MHT_ASSERT_TEXT(!keyToPosHas(key), "!keyToPosHas( key )");
     MHT_ASSERT_TEXT(!posToKeyHas(newPos), "!posToKeyHas( newPos )");

@@ -58,7 +58,7 @@ void MultiEntryTypeHashTable::relocate(const HashEntryKey& key, const SlotRun& f
   vacate(key, RunStart::of(from), Vacate::moving);
   const EntryId oldEntryId = translator.posToEntryId(fromPos);
   hashTableEntryDel(oldEntryId);
-  numMovesInc(1);
+  moveMade();
   MHT_TRACE_IN("insertEntry", 2,
                "insertEntry"
                    << " breadth-first move key: " << key << " from eId: " << oldEntryId << " to eId: " << newEntryId);

@@ -9,7 +9,11 @@
 namespace TesselCentral {
 
 void MultiEntryTypeHashTable::occupy(const HashEntryKey& key, const RunStart& run, OccupyStep step) {
-  if (step != OccupyStep::record) bankAt(run.bank).updateBucketState(key.entryType(), run.bucket, run.slot, true);
+  if (step != OccupyStep::record) {
+    MultiEntryTypeBank& b = bankAt(run.bank);
+    b.updateBucketState(key.entryType(), run.bucket, run.slot, true);
+    statisticsKept().slotsTaken(run.bank, b.entrySize(key.entryType()));
+  }
   if (step == OccupyStep::mark) return;
   const U32 pos = run.position();
   posToKey_.is(pos, key);
@@ -18,11 +22,15 @@ void MultiEntryTypeHashTable::occupy(const HashEntryKey& key, const RunStart& ru
 }
 
 U32 MultiEntryTypeHashTable::reserveFreeRun(MultiEntryTypeBank& b, const HashEntryKey& key, U32 bucketId) {
-  return b.checkBucketSpace(key.entryType(), bucketId, true);
+  const U32 pos = b.checkBucketSpace(key.entryType(), bucketId, true);
+  if (pos != INVALID_POSITION) statisticsKept().slotsTaken(positionBank(pos), b.entrySize(key.entryType()));
+  return pos;
 }
 
 void MultiEntryTypeHashTable::vacate(const HashEntryKey& key, const RunStart& run, Vacate why) {
-  bankAt(run.bank).updateBucketState(key.entryType(), run.bucket, run.slot, false);
+  MultiEntryTypeBank& b = bankAt(run.bank);
+  b.updateBucketState(key.entryType(), run.bucket, run.slot, false);
+  statisticsKept().slotsFreed(run.bank, b.entrySize(key.entryType()));
   if (why == Vacate::leaving) keyToPos_.del(key);
   posToKey_.erase(run.position());
 }

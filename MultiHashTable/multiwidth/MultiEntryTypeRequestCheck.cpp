@@ -260,6 +260,7 @@ Ptr<MultiHashTableBase> MultiEntryTypeHashTable::scratchCopy(const Ptr<const Has
   copy->numInsertionsInc(numInsertions());
   copy->numDeletionsInc(numDeletions());
   copy->numMovesInc(numMoves());
+  copy->statisticsKept() = statistics();
   copy->entryIdHelperIs(entryIdHelperFactory(copy));
   return copy;
 }

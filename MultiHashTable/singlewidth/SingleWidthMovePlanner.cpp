@@ -15,7 +15,11 @@ constexpr U32 visitedSeed = 0x5EA2C4EDu;
 SingleWidthMovePlanner::SingleWidthMovePlanner() : visited_(visitedSeed) {}
 
 void SingleWidthMovePlanner::visit(EntryId eId, U32 bank, U32 parent, U32 moves) {
-  if (nodes_.size() >= maxMoveSearchSlots || !visited_.findOrInsert(eId).second) return;
+  if (nodes_.size() >= maxMoveSearchSlots) {
+    cutShort_ = true;
+    return;
+  }
+  if (!visited_.findOrInsert(eId).second) return;
   nodes_.push_back(Node{eId, bank, parent, moves});
 }
 
@@ -23,6 +27,7 @@ bool SingleWidthMovePlanner::plan(const MultiHashTable& table, const HashEntryKe
   nodes_.clear();
   visited_.delAll();
   chain_.clear();
+  cutShort_ = false;
   const U32 slots = table.numBucketEntries();
   for (U32 b = 0; b < table.numBanks(); ++b) {
     const U32 bucket = table.bucketOf(key, b);

@@ -30,6 +30,9 @@ class SingleWidthMovePlanner {
   U32 moves() const noexcept { return static_cast<U32>(chain_.empty() ? 0 : chain_.size() - 1); }
   // How many slots the last search examined.
   U32 slotsExamined() const noexcept { return static_cast<U32>(nodes_.size()); }
+  // Whether the last search reached maxMoveSearchSlots and passed over slots it would have
+  // examined: one that found nothing may have missed a sequence.
+  bool cutShort() const noexcept { return cutShort_; }
 
  private:
   // A slot of the search: its id and bank, the slot whose occupant would move into it
@@ -48,6 +51,7 @@ class SingleWidthMovePlanner {
   std::vector<Node> nodes_;
   Fwk::HashMap<EntryId, bool> visited_;
   std::vector<EntryId> chain_;
+  bool cutShort_ = false;
 };
 
 }  // namespace TesselCentral

@@ -51,7 +51,7 @@ void MultiHashTable::releaseUnplacedRecords(ReconcileReport& report) {
                  "MultiHashTableBase::"
                      << "reconcile"
                      << " releases eId: " << r.id << " key: " << r.key << " reason: " << reason);
-    hashTableEntryDel(r.id);
+    releaseRecord(r.id);
     numDeletionsInc(1);
     report.released(ReleasedId{r.id, r.key, std::move(reason)});
   }

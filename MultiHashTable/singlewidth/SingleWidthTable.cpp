@@ -104,6 +104,16 @@ U32 MultiHashTable::bucketOf(const HashEntryKey& key, U32 bankId) const {
   return bankAt(bankId).calcBucketId(key.crc16(), key.crc32(), key.entryType(), false, 0);
 }
 
+void MultiHashTable::recordAt(EntryId eId, const HashEntryKey& key) {
+  if (hashTableEntryAdded(eId, key)) statisticsKept().slotsTaken(slotOfId(eId).bank, 1);
+}
+
+bool MultiHashTable::releaseRecord(EntryId eId) {
+  if (!hashTableEntryDel(eId)) return false;
+  statisticsKept().slotsFreed(slotOfId(eId).bank, 1);
+  return true;
+}
+
 Candidate MultiHashTable::slotOfId(EntryId eId) const noexcept {
   const U32 slots = numBucketEntries();
   const U32 lines = bucketSpanBanks_ ? numBanks() : numBuckets();  // the inner of bank and bucket
@@ -237,6 +247,8 @@ U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep)
   // A key that failed once is tried again only after its request is deleted and re-added.
   if (const EntryId* current = status.statusFind(key); current != nullptr && !current->isValid()) return 0;
 
+  const U64 movesBefore = statistics().moves();
+  const U64 searchesCutShortBefore = statistics().searchesCutShort();
   std::optional<EntryId> chosen;
   TracedFirstPass traced;
   const FirstPass first = firstPass(key, traced);
@@ -257,11 +269,14 @@ U32 MultiHashTable::insertEntry(const HashEntryKey& key, U32, U32 recursionStep)
   if (!chosen) {
     MHT_TRACE(2, "insertEntry"
                      << "Failed to find empty slot for key: " << key);
+    statisticsKept().failed(statistics().searchesCutShort() != searchesCutShortBefore ? PlacementFailure::searchCutShort
+                                                                                      : PlacementFailure::noRoom);
     status.statusIs(key, EntryId());
     return 0;
   }
-  hashTableEntryIs(*chosen, key);
+  recordAt(*chosen, key);
   numInsertionsInc(1);
+  statisticsKept().placed(statistics().moves() - movesBefore);
   MHT_TRACE(2, "insertEntry"
                    << " Insert key: " << key << " at eId: " << *chosen);
   status.statusIs(key, *chosen);
@@ -283,6 +298,7 @@ class MultiHashTable::LiveMoves {
   std::vector<EntryId>& chain() noexcept { return table_.rehashChain_; }
 
   void entering(EntryId eId, U32 targetBank, U32 stepsRemaining) const {
+    table_.statisticsKept().slotsExaminedAdd(1);
     MHT_TRACE_IN("rehashEntry", 2,
                  "rehashEntry"
                      << " rehash eId: " << eId << " to bank " << targetBank << " with " << stepsRemaining
@@ -294,10 +310,10 @@ class MultiHashTable::LiveMoves {
                      << " eId: " << eId << " is already being moved further up the chain; not moved");
   }
   void move(EntryId from, EntryId to, const HashEntryKey& key) {
-    table_.hashTableEntryDel(from);
-    table_.hashTableEntryIs(to, key);
+    table_.releaseRecord(from);
+    table_.recordAt(to, key);
     table_.hashEntryStatus()->statusIs(key, to);
-    table_.numMovesInc(1);
+    table_.moveMade();
     MHT_TRACE_IN("rehashEntry", 2,
                  "rehashEntry"
                      << " Insert key: " << key << " at eId: " << to);
@@ -372,7 +388,10 @@ MultiHashTable::CandidateWalk MultiHashTable::secondPassIn(Moves& moves, Observe
 
 std::optional<EntryId> MultiHashTable::shortestMoves(const HashEntryKey& key, U32 maxMoves) {
   SingleWidthMovePlanner& planner = movePlanner_;
-  if (!planner.plan(*this, key, maxMoves)) {
+  const bool found = planner.plan(*this, key, maxMoves);
+  statisticsKept().slotsExaminedAdd(planner.slotsExamined());
+  if (!found) {
+    if (planner.cutShort()) statisticsKept().searchCutShort();
     MHT_TRACE_IN("insertEntry", 2,
                  "insertEntry"
                      << " breadth-first search: " << planner.slotsExamined() << " slots examined, no free slot within "
@@ -391,10 +410,10 @@ std::optional<EntryId> MultiHashTable::shortestMoves(const HashEntryKey& key, U3
     const EntryId from = slots[i];
     const EntryId target = slots[i - 1];
     const HashEntryKey moving = hashTableEntry(from);
-    hashTableEntryIs(target, moving);
+    recordAt(target, moving);
     hashEntryStatus()->statusIs(moving, target);
-    hashTableEntryDel(from);
-    numMovesInc(1);
+    releaseRecord(from);
+    moveMade();
     MHT_TRACE_IN("insertEntry", 2,
                  "insertEntry"
                      << " breadth-first move key: " << moving << " from eId: " << from << " to eId: " << target);
@@ -499,8 +518,9 @@ void MultiHashTable::insertEntryWithId(const HashEntryKey& key, EntryId eId) {
   MHT_ASSERT_TEXT(checkEntryIdValidity(key, eId), condition::requestedIdIsCandidate);
   // A position held by another key is never taken over by a request.
   if (claimBlockedBy(eId, key) != nullptr) MHT_ASSERT_TEXT(false, condition::requestedIdHeldByAnother);
-  hashTableEntryIs(eId, key);
+  recordAt(eId, key);
   numInsertionsInc(1);
+  statisticsKept().placedAtRequestedId();
   // The key's previous position, if any, stays recorded until its request is deleted.
   hashEntryStatus()->statusIs(key, eId);
 }
@@ -514,7 +534,7 @@ void MultiHashTable::removeEntry(const HashEntryKey& key) {
   MHT_TRACE(1, "removeEntry"
                    << " entryId: " << e);
   // The position is freed whoever holds it.
-  if (hashTableEntryDel(e)) numDeletionsInc(1);
+  if (releaseRecord(e)) numDeletionsInc(1);
   hashEntryStatus()->statusDelFound(key, status);
 }
 
@@ -543,6 +563,7 @@ Ptr<MultiHashTableBase> MultiHashTable::scratchCopy(const Ptr<const HashEntryCon
   copy->numInsertionsInc(numInsertions());
   copy->numDeletionsInc(numDeletions());
   copy->numMovesInc(numMoves());
+  copy->statisticsKept() = statistics();
   return copy;
 }
 

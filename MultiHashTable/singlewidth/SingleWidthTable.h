@@ -158,6 +158,13 @@ class MultiHashTable : public MultiHashTableBase {
 
   Bank& bankAt(U32 bankId) const noexcept;
 
+  // The writes of the table's own placements, moves and removals to its records, which
+  // keep the slots used of the id's bank in the statistics: an id counts once, however
+  // often a key is written to it.
+  void recordAt(EntryId eId, const HashEntryKey& key);
+  // Frees the id; false when no key held it.
+  bool releaseRecord(EntryId eId);
+
   // The one walk of a key's candidate slots. For each bank in ascending order the observer
   // computes the key's bucket (the placement's observer traces it, and stops the agent on a
   // bank that selects none), then each slot's id (the placement's traces it);

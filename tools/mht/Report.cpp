@@ -126,7 +126,9 @@ void writeJsonReport(const SimulationOptions& o, const SimulationResult& r, std:
                 {"moves", p.moves},         {"seconds", p.seconds}, {"requestsPerSecond", perSecond(p)}};
   };
   json histogram = json::object();
-  for (const auto& [m, n] : r.movesHistogram) histogram[std::to_string(m)] = n;
+  for (const auto& [m, n] : r.movesHistogram) {
+    histogram[std::to_string(m) + (m + 1 == TableStatistics::movesHistogramSize ? "+" : "")] = n;
+  }
   json doc{{"table",
             {{"kind", kindName(t.kind)},
              {"numBanks", t.numBanks},

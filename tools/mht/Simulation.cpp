@@ -66,10 +66,13 @@ class Simulator {
                       "requests", 1023);
     sampleEvery_ = std::max<U64>(1, (options_.requests ? *options_.requests : capacity) / 500);
 
+    // Each phase's figures are the table's statistics at its end less those at its start.
+    TableStatistics before = statistics();
     Clock::time_point start = Clock::now();
     while (result_.fill.requested < fillLimit) {
       if (options_.fillTarget && fill() >= *options_.fillTarget) break;
-      const bool placed = request(result_.fill);
+      const bool placed = request();
+      ++result_.fill.requested;
       progress.update(requests_);
       if (!placed && !result_.fillAtFirstFailure) {
         result_.fillAtFirstFailure = fill();
@@ -78,68 +81,78 @@ class Simulator {
       }
     }
     result_.fill.seconds = seconds(start);
+    phaseFigures(before, result_.fill);
 
+    before = statistics();
     start = Clock::now();
     for (U64 i = 0; i < options_.churn && !placedKeys_.empty(); ++i) {
       const std::size_t victim = pick_() % placedKeys_.size();
       session_.config().configDel(placedKeys_[victim]);
-      used_ -= session_.widthOf(placedKeys_[victim]);
       placedKeys_[victim] = placedKeys_.back();
       placedKeys_.pop_back();
-      request(result_.churn);
+      request();
+      ++result_.churn.requested;
       progress.update(requests_);
     }
     result_.churn.seconds = seconds(start);
+    phaseFigures(before, result_.churn);
 
     finish(capacity);
     return std::move(result_);
   }
 
  private:
+  // What the table has counted: the tool counts none of it itself.
+  const TableStatistics& statistics() const noexcept { return session_.table().statistics(); }
+
   double fill() const {
-    return session_.capacity() ? static_cast<double>(used_) / static_cast<double>(session_.capacity()) : 0;
+    return session_.capacity() ? static_cast<double>(session_.slotsUsed()) / static_cast<double>(session_.capacity())
+                               : 0;
   }
 
   // One request for a new key; failed requests are withdrawn, as an agent would.
-  bool request(PhaseFigures& phase) {
+  bool request() {
     const HashEntryKey key = keys_.next();
-    const U32 movesBefore = session_.table().numMoves();
+    const U64 movesBefore = statistics().moves();
     session_.config().configIs(key, EntryId());
-    const U32 moves = session_.table().numMoves() - movesBefore;
+    const U64 moves = statistics().moves() - movesBefore;
     ++requests_;
-    ++phase.requested;
-    phase.moves += moves;
     const bool placed = session_.status().status(key).isValid();
     if (placed) {
-      ++phase.placed;
       placedKeys_.push_back(key);
-      used_ += session_.widthOf(key);
-      ++result_.movesHistogram[moves];
-      result_.movesMax = std::max<U64>(result_.movesMax, moves);
     } else {
-      ++phase.failed;
       session_.config().configDel(key);
     }
-    if (requests_ % sampleEvery_ == 0 || moves > 0) result_.timeline.push_back(Sample{requests_, fill(), moves});
+    if (requests_ % sampleEvery_ == 0 || moves > 0) {
+      result_.timeline.push_back(Sample{requests_, fill(), static_cast<U32>(moves)});
+    }
     return placed;
   }
 
+  void phaseFigures(const TableStatistics& before, PhaseFigures& phase) const {
+    const TableStatistics& after = statistics();
+    phase.placed = after.placements() - before.placements();
+    phase.failed = after.failures() - before.failures();
+    phase.moves = after.moves() - before.moves();
+  }
+
   void finish(U64 capacity) {
+    const TableStatistics& counted = statistics();
     result_.capacity = capacity;
     result_.slotsUsed = session_.slotsUsed();
     result_.fillAtEnd = capacity ? static_cast<double>(result_.slotsUsed) / static_cast<double>(capacity) : 0;
-    U64 placements = 0, moves = 0;
-    for (const auto& [m, n] : result_.movesHistogram) {
-      placements += n;
-      moves += m * n;
+    for (std::size_t m = 0; m < TableStatistics::movesHistogramSize; ++m) {
+      if (counted.placementsByMoves()[m] != 0) result_.movesHistogram[m] = counted.placementsByMoves()[m];
     }
-    result_.movesMean = placements ? static_cast<double>(moves) / static_cast<double>(placements) : 0;
-    const std::vector<U64> perBank = session_.slotsUsedPerBank();
-    for (std::size_t i = 0; i < perBank.size(); ++i) {
+    result_.movesMax = counted.largestChain();
+    const U64 placements = counted.placements();
+    result_.movesMean =
+        placements ? static_cast<double>(counted.placementMoves()) / static_cast<double>(placements) : 0;
+    for (U32 i = 0; i < options_.table.numBanks; ++i) {
       const BankSpec& b = options_.banks.at(i);
       const double slots =
           static_cast<double>(b.numBuckets) * (session_.multi() ? b.bucketSize : options_.table.numBucketEntries);
-      result_.bankFill.push_back(slots > 0 ? static_cast<double>(perBank[i]) / slots : 0);
+      result_.bankFill.push_back(slots > 0 ? static_cast<double>(counted.slotsUsed(i)) / slots : 0);
     }
     result_.occupancy = occupancy();
     result_.insertions = session_.table().numInsertions();
@@ -184,7 +197,6 @@ class Simulator {
   KeySource keys_;
   std::mt19937_64 pick_;
   std::vector<HashEntryKey> placedKeys_;
-  U64 used_ = 0;
   U64 requests_ = 0;
   U64 sampleEvery_ = 1;
   SimulationResult result_;

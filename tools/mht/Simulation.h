@@ -69,7 +69,9 @@ struct SimulationResult {
   double fillAtEnd = 0;
   U64 slotsUsed = 0;
   U64 capacity = 0;
-  std::map<U64, U64> movesHistogram;  // moves in one placement -> placements
+  // Moves in one placement -> placements, as the table counted them; the last of the
+  // table's counts (TableStatistics::movesHistogramSize - 1) holds that many moves or more.
+  std::map<U64, U64> movesHistogram;
   U64 movesMax = 0;
   double movesMean = 0;
   std::vector<double> bankFill;

@@ -83,33 +83,6 @@ U32 TableSession::widthOf(const HashEntryKey& key) const noexcept {
   return multi_ ? static_cast<U32>(key.entryType()) : 1;
 }
 
-U64 TableSession::slotsUsed() const {
-  U64 used = 0;
-  if (multi_) {
-    for (const auto& [key, pos] : multi_->keyToPosCollection()) used += widthOf(key);
-  } else {
-    used = single_->hashTableEntryCollection().size();
-  }
-  return used;
-}
-
-std::vector<U64> TableSession::slotsUsedPerBank() const {
-  std::vector<U64> used(spec_.numBanks, 0);
-  if (multi_) {
-    for (const auto& [bankId, bank] : multi_->bankCollection()) {
-      if (bankId >= used.size()) continue;
-      for (const auto& [bucket, state] : bank->bucketCollection()) used[bankId] += std::popcount(state & 0xFFFF);
-    }
-    return used;
-  }
-  // Single-width ids decode by the table's layout; an id past the capacity names no bank.
-  for (const auto& [id, key] : single_->hashTableEntryCollection()) {
-    const U32 bank = single_->slotOfId(id).bank;
-    if (bank < used.size()) ++used[bank];
-  }
-  return used;
-}
-
 void TableSession::dump(std::ostream& out) const {
   out << "counters insertions=" << base_->numInsertions() << " deletions=" << base_->numDeletions()
       << " moves=" << base_->numMoves() << '\n';

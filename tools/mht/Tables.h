@@ -100,11 +100,10 @@ class TableSession {
   TesselCentral::MultiHashTable* single() const noexcept { return single_.ptr(); }
   TesselCentral::MultiEntryTypeHashTable* multi() const noexcept { return multi_.ptr(); }
 
-  // Slots that placed keys cover (a key's width in a multi-width table, 1 otherwise).
-  U64 slotsUsed() const;
+  // Slots that placed keys cover, as the table's statistics count them.
+  U64 slotsUsed() const noexcept { return base_->statistics().slotsUsedInAllBanks(); }
   U64 capacity() const noexcept { return base_->tableCapacity(); }
-  // Slots used per logical bank.
-  std::vector<U64> slotsUsedPerBank() const;
+  // The slots a key of the table takes: its width in a multi-width table, 1 otherwise.
   U32 widthOf(const TesselCentral::HashEntryKey& key) const noexcept;
 
   // The canonical text of the table's state: counters, status, entries, bucket states.
