@@ -102,6 +102,10 @@ const Fwk::TypeInfo* registerMultiHashTableBase(Fwk::Module& module, [[maybe_unu
       .operation<&MultiHashTableBase::configurationCheck>(own + 29, "configurationCheck", {})
       .operation<&MultiHashTableBase::configurationProblem>(own + 30, "configurationProblem", {})
       .operation<&MultiHashTableBase::auditReport>(own + 31, "auditReport", {})
+      .operation<static_cast<RestoreCheck (MultiHashTableBase::*)(Ptr<HashEntryStatus>)>(&MultiHashTableBase::restore)>(
+          own + 32, "restore", {"saved"})
+      .operation<static_cast<RestoreCheck (MultiHashTableBase::*)(Ptr<HashEntryStatus>) const>(
+          &MultiHashTableBase::restoreCheck)>(own + 33, "restoreCheck", {"saved"})
       .factory<&multiHashTableBaseFactory>(tableParameters);
   return &base.info();
 }

@@ -2,7 +2,8 @@
 #
 #   libmultihashtable1       runtime: libMultiHashTable.so.1 and libmhtframework.so.1
 #   libmultihashtable-dev    dev:     headers, .so links, CMake package, pkg-config files,
-#                                     the documents hardware.md, requests.md, architecture.md
+#                                     the documents hardware.md, requests.md, architecture.md,
+#                                     restart.md
 #   multihashtable-tools     tools:   mht, its man page and its bash completion
 #
 # The runtime package's name carries the SONAME version, so that a later incompatible
@@ -34,7 +35,7 @@ endforeach()
 # The documents for the agent's developers go with the headers, in the dev package's own
 # documentation directory, compressed as Debian's policy asks of documents over 4 kB (the
 # man page of mht names them there).
-set(MHT_DEV_DOCS hardware requests architecture)
+set(MHT_DEV_DOCS hardware requests architecture restart)
 set(MHT_DEV_DOCS_GZ "")
 foreach(doc IN LISTS MHT_DEV_DOCS)
   set(gz ${CMAKE_CURRENT_BINARY_DIR}/packaging/${doc}.md.gz)

@@ -32,6 +32,8 @@ class LineParser {
   U32 u32(std::string_view field);
   U16 u16(std::string_view field);
   bool boolean(std::string_view field);
+  // A key's four fields, as the tool's text lines write them: crc16 crc32 fapId entryType.
+  TesselCentral::HashEntryKey key();
 
   template <Fwk::RegisteredEnum E>
   E name(std::string_view field) {
