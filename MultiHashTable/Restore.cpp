@@ -42,6 +42,7 @@ bool RestoreCheck::has(RestoreRule rule) const noexcept {
 }
 
 std::string RestoreCheck::text() const {
+  if (passes()) return "restores " + std::to_string(keys_) + " key(s)";
   std::string out;
   for (const RestoreProblem& p : problems_) {
     if (!out.empty()) out += '\n';
@@ -54,10 +55,7 @@ RestoreCheck RestoreCheck::fromText(std::string_view text) {
   throw Fwk::SyntaxError("nothing: a restore check is an answer of the table", text, 0);
 }
 
-std::ostream& operator<<(std::ostream& os, const RestoreCheck& check) {
-  if (check.passes()) return os << "restores " << check.keys() << " key(s)";
-  return os << check.text();
-}
+std::ostream& operator<<(std::ostream& os, const RestoreCheck& check) { return os << check.text(); }
 
 SavedPlacement savedPlacementOf(const HashEntryStatus& status) {
   SavedPlacement saved;

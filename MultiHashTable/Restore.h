@@ -54,8 +54,11 @@ class RestoreCheck {
   U32 keys() const noexcept { return keys_; }
   void keysIs(U32 keys) noexcept { keys_ = keys; }
 
-  // "" when the check passes; otherwise one line per problem, "<rule>: <text>".
+  // "restores <n> key(s)" when the check passes; otherwise one line per problem,
+  // "<rule>: <text>".
   std::string text() const;
+  // "" when the check passes; otherwise text().
+  std::string problem() const { return passes() ? std::string() : text(); }
 
   static constexpr std::string_view typeName() { return "TesselCentral::RestoreCheck"; }
   // An answer of the table, never an argument: parsing one always fails.
@@ -66,7 +69,7 @@ class RestoreCheck {
   U32 keys_ = 0;
 };
 
-// "restores N key(s)", or the problems one per line.
+// text().
 std::ostream& operator<<(std::ostream& os, const RestoreCheck& check);
 
 class HashEntryStatus;

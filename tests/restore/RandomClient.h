@@ -19,7 +19,11 @@ struct RandomWrite {
 
 class RandomClient {
  public:
-  RandomClient(unsigned seed, std::vector<HashEntryType> widths) : rng_(seed), widths_(std::move(widths)) {}
+  // `refusal` is what the request check keeps from the table: a multi-width request at an id
+  // that names another id's position is hazardous, and a restore puts such a key where its
+  // id names, not where the request put it.
+  RandomClient(unsigned seed, std::vector<HashEntryType> widths, WriteRefusal refusal)
+      : rng_(seed), widths_(std::move(widths)), refusal_(refusal) {}
 
   // One time in four the deletion of a requested key, one in eight a requested key asked for
   // anywhere again, one in four a new key at one of its candidate ids, otherwise a new key
@@ -41,8 +45,9 @@ class RandomClient {
   }
 
   // Writes through the request check: a write that would stop the agent is refused.
-  static CheckedWrite apply(HashEntryConfig& config, const MultiHashTableBase& table, const RandomWrite& w) {
-    return w.deletion ? checkedConfigDel(config, table, w.key) : checkedConfigIs(config, table, w.key, w.id);
+  CheckedWrite apply(HashEntryConfig& config, const MultiHashTableBase& table, const RandomWrite& w) const {
+    return w.deletion ? checkedConfigDel(config, table, w.key, refusal_)
+                      : checkedConfigIs(config, table, w.key, w.id, refusal_);
   }
 
   // Keeps the list of requested keys in step with a write that was made.
@@ -60,6 +65,7 @@ class RandomClient {
   std::mt19937 rng_;
   std::vector<HashEntryType> widths_;
   std::vector<HashEntryKey> requested_;
+  WriteRefusal refusal_;
 };
 
 }  // namespace TesselCentral::test

@@ -39,6 +39,7 @@ void expectRefused(MultiHashTableBase& table, const SavedPlacement& saved, const
   const RestoreCheck check = table.restore(saved);
   EXPECT_FALSE(check.passes());
   EXPECT_EQ(check.text(), text);
+  EXPECT_EQ(check.problem(), text);
   EXPECT_EQ(check.keys(), 0u);
   EXPECT_EQ(stateOf(table), before);
   EXPECT_TRUE(publications.changes.empty());

@@ -28,7 +28,7 @@ struct Side {
 void takeOverAndContinue(const Side& original, const Side& restored, RandomClient& client) {
   for (int i = 0; i < fillWrites; ++i) {
     const RandomWrite w = client.next(original.table);
-    if (RandomClient::apply(original.config, original.table, w).written) client.written(w, original.config);
+    if (client.apply(original.config, original.table, w).written) client.written(w, original.config);
   }
   ASSERT_GT(original.table.numMoves(), 0u);
   ASSERT_GT(original.table.numDeletions(), 0u);
@@ -66,8 +66,8 @@ void takeOverAndContinue(const Side& original, const Side& restored, RandomClien
 
   for (int i = 0; i < furtherWrites; ++i) {
     const RandomWrite w = client.next(original.table);
-    const CheckedWrite there = RandomClient::apply(original.config, original.table, w);
-    const CheckedWrite here = RandomClient::apply(restored.config, restored.table, w);
+    const CheckedWrite there = client.apply(original.config, original.table, w);
+    const CheckedWrite here = client.apply(restored.config, restored.table, w);
     ASSERT_EQ(here.written, there.written) << "write " << i << ": " << here.verdict.text();
     ASSERT_EQ(restored.status.statusFind(w.key) != nullptr, original.status.statusFind(w.key) != nullptr)
         << "write " << i;
@@ -84,8 +84,8 @@ Ptr<MultiHashTable> singleWidthTable(const Ptr<HashEntryConfig>& config, const P
   auto table = multiHashTableFactory(4, 32, 2, config, status, 3, false);
   table->bankIs(HashEntryType::singleWide, 0, 32, 2, HashFunc::hashCrc32Lower, 0, 0, 31);
   table->bankIs(HashEntryType::singleWide, 1, 32, 2, HashFunc::hashCrc16Lower, 0, 0, 31);
-  table->bankIs(HashEntryType::singleWide, 2, 32, 2, HashFunc::hashCrc32Upper, 0, 0, 31);
-  table->bankIs(HashEntryType::singleWide, 3, 32, 2, HashFunc::hashCrc16Upper, 0, 0, 31);
+  table->bankIs(HashEntryType::singleWide, 2, 32, 2, HashFunc::hashCrc32Lower, 8, 0, 31);
+  table->bankIs(HashEntryType::singleWide, 3, 32, 2, HashFunc::hashCrc16Lower, 8, 0, 31);
   return table;
 }
 
@@ -98,18 +98,17 @@ TEST(RestoreTakeOver, SingleWidthTableTakesOverARandomPlacementAndAnswersLikeThe
   auto restoredStatus = hashEntryStatusFactory();
   auto restored = singleWidthTable(restoredConfig, restoredStatus);
 
-  RandomClient client(2024, {HashEntryType::singleWide});
+  RandomClient client(2024, {HashEntryType::singleWide}, WriteRefusal::fatal);
   takeOverAndContinue(Side{*original, *config, *status}, Side{*restored, *restoredConfig, *restoredStatus}, client);
 }
 
 std::vector<test::BankArgs> fourMultiWidthBanks() {
   std::vector<test::BankArgs> banks(4);
-  const HashFunc functions[] = {HashFunc::hashCrc32Lower, HashFunc::hashCrc16Lower, HashFunc::hashCrc32Upper,
-                                HashFunc::hashCrc16Upper};
   for (U32 i = 0; i < 4; ++i) {
     banks[i].numBuckets = 16;
     banks[i].bucketSize = 4;
-    banks[i].hashFunc = functions[i];
+    banks[i].hashFunc = i % 2 == 0 ? HashFunc::hashCrc32Lower : HashFunc::hashCrc16Lower;
+    banks[i].hashOffSet = i < 2 ? 0 : 8;
     banks[i].phyBankId = i;  // bank 0 holds position 0, which no placement hands out
   }
   return banks;
@@ -120,7 +119,8 @@ TEST(RestoreTakeOver, MultiWidthTableTakesOverARandomPlacementAndAnswersLikeTheO
   ASSERT_EQ(original.table->configurationProblem(), "");
   test::MultiWidthTable restored(4, 3, fourMultiWidthBanks());
 
-  RandomClient client(7, {HashEntryType::singleWide, HashEntryType::doubleWide, HashEntryType::quadWide});
+  RandomClient client(7, {HashEntryType::singleWide, HashEntryType::doubleWide, HashEntryType::quadWide},
+                      WriteRefusal::fatalOrHazard);
   takeOverAndContinue(Side{*original.table, *original.config, *original.status},
                       Side{*restored.table, *restored.config, *restored.status}, client);
   EXPECT_TRUE(test::invariantViolations(restored).empty());

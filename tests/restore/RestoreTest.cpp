@@ -48,7 +48,8 @@ TEST(Restore, SingleWidthRecordsEachKeyAtItsSavedIdAndPublishesItOnce) {
   EXPECT_EQ(publications.changes[2].key, d);
   EXPECT_EQ(publications.changes[2].current, EntryId());
   EXPECT_TRUE(publications.changes[2].present);
-  EXPECT_EQ(check.text(), "");
+  EXPECT_EQ(check.problem(), "");
+  EXPECT_EQ(check.text(), "restores 3 key(s)");
   std::ostringstream os;
   os << check;
   EXPECT_EQ(os.str(), "restores 3 key(s)");
