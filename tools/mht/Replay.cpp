@@ -201,9 +201,17 @@ class Replay {
     p.end("snapshot file");
     std::filesystem::path path(file);
     if (path.is_relative()) path = std::filesystem::path(fileName_).parent_path() / path;
-    std::ifstream in(path);
-    if (!in) throw LineError("restore " + file + ": cannot open " + path.string());
-    const Snapshot snapshot = readSnapshot(in, file);
+    // Only a regular file ends: a device or a pipe named by a script could be read forever.
+    std::error_code error;
+    std::ifstream in;
+    if (std::filesystem::is_regular_file(path, error)) in.open(path);
+    if (!in.is_open()) throw LineError("restore " + file + ": cannot open " + path.string());
+    Snapshot snapshot;
+    try {
+      snapshot = readSnapshot(in, file);
+    } catch (const LineError& e) {
+      throw LineError("restore " + file + ": " + e.what());
+    }
     const RestoreCheck check = restoreSnapshot(*session_, snapshot);
     if (!check.passes()) throw LineError("restore " + file + ": " + restoreRefusal(check));
   }
