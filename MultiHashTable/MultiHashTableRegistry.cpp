@@ -109,6 +109,10 @@ const Fwk::TypeInfo* registerMultiHashTableBase(Fwk::Module& module, [[maybe_unu
       .operation<&MultiHashTableBase::auditReport>(own + 31, "auditReport", {})
       .attribute<&MultiHashTableBase::statistics>(own + 32, "statistics")
       .operation<&MultiHashTableBase::statisticsReset>(own + 33, "statisticsReset", {})
+      .operation<static_cast<RestoreCheck (MultiHashTableBase::*)(Ptr<HashEntryStatus>)>(&MultiHashTableBase::restore)>(
+          own + 34, "restore", {"saved"})
+      .operation<static_cast<RestoreCheck (MultiHashTableBase::*)(Ptr<HashEntryStatus>) const>(
+          &MultiHashTableBase::restoreCheck)>(own + 35, "restoreCheck", {"saved"})
       .factory<&multiHashTableBaseFactory>(tableParameters);
   return &base.info();
 }

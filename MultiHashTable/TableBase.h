@@ -14,6 +14,7 @@
 #include "MultiHashTable/MultiHashTableTypes.h"
 #include "MultiHashTable/RequestCheck.h"
 #include "MultiHashTable/RequestsAndResults.h"
+#include "MultiHashTable/Restore.h"
 #include "MultiHashTable/TableStatistics.h"
 #include "MultiHashTable/fwk/IndexedMap.h"
 
@@ -194,9 +195,31 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
   // Drops what a scratch copy of a table holds of itself, before the copy is dropped.
   virtual void scratchRelease() {}
 
+  // Takes a saved placement over without a move: each key recorded at its saved id with
+  // the records, bucket states and result that a placement there gives it, each key's
+  // result published once, nothing else published, counted as insertions. The table must
+  // hold nothing and every saved key must have its request already (write the requests
+  // while the table does not listen: docs/restart.md). The whole placement is checked
+  // first; a refused one changes nothing, and the check names every problem.
+  RestoreCheck restore(const SavedPlacement& saved);
+  RestoreCheck restore(Ptr<HashEntryStatus> saved);
+  // The restore's check alone. Reads only.
+  RestoreCheck restoreCheck(const SavedPlacement& saved) const;
+  RestoreCheck restoreCheck(Ptr<HashEntryStatus> saved) const;
+
   const Fwk::TypeInfo* fwkType() const noexcept override;
 
  protected:
+  // The run that a placement of the key publishes at id: one of its candidates, as the
+  // derived table walks them without allocating. False, with the problem added to `check`,
+  // when no placement of the table gives the key that id.
+  virtual bool restoredRun(const HashEntryKey& key, EntryId id, Candidate& run, RestoreCheck& check) const;
+  // Records the key in the derived table's own records (positions, bucket states) at the
+  // run; the base records the id, counts the insertion and publishes the result.
+  virtual void restoreRun(const HashEntryKey& key, const Candidate& run);
+  // The check and, when `runs` is given, the run of every saved key with a valid id.
+  RestoreCheck checkRestore(const SavedPlacement& saved, std::vector<Candidate>* runs) const;
+
   // How many ids or positions the table records in arrays: all its slots, up to
   // maxDenseTableSlots.
   std::size_t denseSlotCount() const noexcept {

@@ -3,7 +3,7 @@
 #   libmultihashtable1       runtime: libMultiHashTable.so.1 and libmhtframework.so.1
 #   libmultihashtable-dev    dev:     headers, .so links, CMake package, pkg-config files,
 #                                     the documents hardware.md, requests.md, architecture.md,
-#                                     statistics.md
+#                                     statistics.md, restart.md
 #   multihashtable-tools     tools:   mht, its man page and its bash completion
 #   python3-multihashtable   python:  the Python module, in /usr/lib/python3/dist-packages
 #                                     (when the build makes it: MHT_BUILD_PYTHON)
@@ -42,7 +42,7 @@ endforeach()
 # The documents for the agent's developers go with the headers, in the dev package's own
 # documentation directory, compressed as Debian's policy asks of documents over 4 kB (the
 # man page of mht names them there).
-set(MHT_DEV_DOCS hardware requests architecture statistics)
+set(MHT_DEV_DOCS hardware requests architecture statistics restart)
 set(MHT_DEV_DOCS_GZ "")
 foreach(doc IN LISTS MHT_DEV_DOCS)
   set(gz ${CMAKE_CURRENT_BINARY_DIR}/packaging/${doc}.md.gz)

@@ -154,6 +154,8 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   RequestCheck checkRemoval(const HashEntryKey& key) const override;
   Ptr<MultiHashTableBase> scratchCopy(const Ptr<const HashEntryConfig>& config,
                                       const Ptr<HashEntryStatus>& status) const override;
+  bool restoredRun(const HashEntryKey& key, EntryId id, Candidate& run, RestoreCheck& check) const override;
+  void restoreRun(const HashEntryKey& key, const Candidate& run) override;
 
  public:
   void handleInitialized();

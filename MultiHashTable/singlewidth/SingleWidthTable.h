@@ -144,6 +144,7 @@ class MultiHashTable : public MultiHashTableBase {
                                       const Ptr<HashEntryStatus>& status) const override;
   void auditHazards(AuditReport& report) const override;
   void releaseUnplacedRecords(ReconcileReport& report) override;
+  bool restoredRun(const HashEntryKey& key, EntryId id, Candidate& run, RestoreCheck& check) const override;
 
  public:
   void handleInitialized();

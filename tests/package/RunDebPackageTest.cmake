@@ -112,7 +112,7 @@ execute_process(COMMAND gzip -dc "${root}/usr/share/man/man1/mht.1.gz" OUTPUT_VA
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "cannot read the man page of mht (${rc})")
 endif()
-foreach(doc hardware requests architecture statistics)
+foreach(doc hardware requests architecture statistics restart)
   if(NOT EXISTS "${docdir}/${doc}.md.gz")
     message(FATAL_ERROR "libmultihashtable-dev lacks /usr/share/doc/libmultihashtable-dev/${doc}.md.gz")
   endif()

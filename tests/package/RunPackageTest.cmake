@@ -8,7 +8,7 @@ include("${CMAKE_CURRENT_LIST_DIR}/Run.cmake")
 
 run(${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${prefix}")
 # The documents for the agent's developers, in the dev package's documentation directory.
-foreach(doc hardware requests architecture statistics)
+foreach(doc hardware requests architecture statistics restart)
   if(NOT EXISTS "${prefix}/share/doc/libmultihashtable-dev/${doc}.md.gz")
     message(FATAL_ERROR "the install lacks share/doc/libmultihashtable-dev/${doc}.md.gz")
   endif()

@@ -112,4 +112,12 @@ ScriptPosition::~ScriptPosition() {
   activeLine = nullptr;
 }
 
+TesselCentral::HashEntryKey LineParser::key() {
+  const U16 crc16 = u16("crc16");
+  const U32 crc32 = u32("crc32");
+  const U32 fapId = u32("fapId");
+  const auto entryType = name<TesselCentral::HashEntryType>("entryType");
+  return TesselCentral::HashEntryKey(crc16, crc32, fapId, entryType);
+}
+
 }  // namespace mht

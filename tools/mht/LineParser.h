@@ -39,6 +39,8 @@ class LineParser {
   // An id: a number, or `any` for the invalid id (the key placed anywhere). The invalid id
   // typed as a number is refused, naming `any`.
   TesselCentral::EntryId entryId(std::string_view field);
+  // A key's four fields, as the tool's text lines write them: crc16 crc32 fapId entryType.
+  TesselCentral::HashEntryKey key();
 
   template <Fwk::RegisteredEnum E>
   E name(std::string_view field) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <istream>
 #include <memory>
 #include <ostream>
@@ -9,6 +11,7 @@
 #include <vector>
 
 #include "LineParser.h"
+#include "Snapshot.h"
 #include "Tables.h"
 
 namespace mht {
@@ -16,14 +19,6 @@ namespace mht {
 using namespace TesselCentral;
 
 namespace {
-
-HashEntryKey readKey(LineParser& p) {
-  const U16 crc16 = p.u16("crc16");
-  const U32 crc32 = p.u32("crc32");
-  const U32 fapId = p.u32("fapId");
-  const auto entryType = p.name<HashEntryType>("entryType");
-  return HashEntryKey(crc16, crc32, fapId, entryType);
-}
 
 using TesselCentral::detail::idText;
 
@@ -47,6 +42,8 @@ class Replay {
       resync(p);
     else if (verb == "reconcile")
       reconcile(p);
+    else if (verb == "restore")
+      restore(p);
     else
       throw LineError("unknown verb '" + verb + "' (table, bank, moveSearch, set, del, resync, reconcile, trace)");
     if (options_.audit) audit();
@@ -55,6 +52,7 @@ class Replay {
   void finish(std::ostream& out) {
     if (!session_) throw LineError("no table line");
     session_->dump(out);
+    if (!options_.snapshot.empty()) writeSnapshotFile();
     if (!options_.explain) return;
     std::vector<HashEntryKey> unplaced;
     for (const auto& [key, id] : session_->status().statusCollection()) {
@@ -145,7 +143,7 @@ class Replay {
 
   void set(LineParser& p) {
     requireConfiguration();
-    const HashEntryKey key = readKey(p);
+    const HashEntryKey key = p.key();
     const EntryId id = p.entryId("id");
     p.end("id");
     judge(session_->table().requestCheck(key, id), "set " + keyFields(key) + " " + idText(id));
@@ -154,7 +152,7 @@ class Replay {
 
   void del(LineParser& p) {
     requireConfiguration();
-    const HashEntryKey key = readKey(p);
+    const HashEntryKey key = p.key();
     p.end("entryType");
     judge(session_->table().removalCheck(key), "del " + keyFields(key));
     session_->config().configDel(key);
@@ -185,6 +183,38 @@ class Replay {
       err_ << fileName_ << ':' << position_.line() << ": note: reconcile releases id " << idText(released.id) << " of "
            << keyFields(released.key) << ": " << released.reason << '\n';
     }
+  }
+
+  // The restart from a snapshot: the requests written while the table does not listen, the
+  // results taken over by the table's restore, which checks the whole placement first and
+  // refuses it with every problem named. The snapshot's path is taken from the script's
+  // directory.
+  void restore(LineParser& p) {
+    requireConfiguration();
+    const std::string file = p.word("snapshot file");
+    p.end("snapshot file");
+    std::filesystem::path path(file);
+    if (path.is_relative()) path = std::filesystem::path(fileName_).parent_path() / path;
+    // Only a regular file ends: a device or a pipe named by a script could be read forever.
+    std::error_code error;
+    std::ifstream in;
+    if (std::filesystem::is_regular_file(path, error)) in.open(path);
+    if (!in.is_open()) throw LineError("restore " + file + ": cannot open " + path.string());
+    Snapshot snapshot;
+    try {
+      snapshot = readSnapshot(in, file);
+    } catch (const LineError& e) {
+      throw LineError("restore " + file + ": " + e.what());
+    }
+    const RestoreCheck check = restoreSnapshot(*session_, snapshot);
+    if (!check.passes()) throw LineError("restore " + file + ": " + restoreRefusal(check));
+  }
+
+  void writeSnapshotFile() {
+    std::ostringstream text;
+    writeSnapshot(*session_, text);
+    std::ofstream file(options_.snapshot);
+    if (!(file << text.str()) || !file.flush()) throw LineError("snapshot: cannot write " + options_.snapshot);
   }
 
   // The tables' consistency audit: a corruption stops the replay like a bad line; a

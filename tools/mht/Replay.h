@@ -11,8 +11,11 @@
 //   resync                       the table's full resync (handleHashUpdate())
 //   reconcile                    the table's reconcile()
 //   trace <levelMask>
+//   restore <snapshotFile>       takes over a snapshot's requests and results (Snapshot.h),
+//                                after the table and bank lines, before any request
 //
-// At the end it prints the table's canonical state (see TableSession::dump). A bad line is
+// At the end it prints the table's canonical state (see TableSession::dump), and with
+// --snapshot FILE writes the requests and results to FILE for a later 'restore FILE'. A bad line is
 // reported as FILE:LINE: message, before anything of that line reaches the table, and the
 // replay stops with a non-zero exit. The table and bank lines are held to what parses (and
 // a multi-width bank to a base type it can be built with); the table itself judges its
@@ -40,6 +43,7 @@ struct ReplayOptions {
   bool audit = false;    // check the table's consistency after every request
   bool strict = false;   // a hazardous request is an error, not a warning
   std::optional<TesselCentral::U32> traceMask;
+  std::string snapshot;  // when set, the file that takes the table's requests and results at the end
 };
 
 // Returns the process exit code: 0, or 1 after a reported error.

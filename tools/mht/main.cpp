@@ -464,6 +464,8 @@ struct ReplayCommand {
         "show the candidates of every key left without a place, and the request check of every request reported");
     command->add_flag("--audit", options.audit, "check the table's consistency after every request");
     command->add_flag("--strict", options.strict, "make a hazardous request an error, not a warning");
+    command->add_option("--snapshot", options.snapshot,
+                        "write the requests and results at the end to FILE, for a later script's 'restore FILE'");
     traceOption = command->add_option("--trace", traceMask, "trace level mask (lines go to standard error)")
                       ->transform(wholeNumber<U32>());
   }
