@@ -13,8 +13,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "CountingAllocator.h"
-#include "KeySource.h"
 #include "Simulation.h"
 #include "Tables.h"
 
@@ -22,45 +22,12 @@ namespace {
 
 using namespace mht;
 using namespace TesselCentral;
-
-constexpr U64 seed = 20261122;
+using namespace bench;
 
 struct KeyHasher {
   std::size_t operator()(const HashEntryKey& k) const noexcept { return k.hash(0); }
 };
 using Baseline = std::unordered_map<HashEntryKey, EntryId, KeyHasher>;
-
-TableSpec geometry(TableKind kind, U32 numBuckets) { return TableSpec{kind, 4, numBuckets, 4, 3, false}; }
-
-std::unique_ptr<TableSession> newTable(const TableSpec& shape) {
-  auto session = std::make_unique<TableSession>(shape);
-  for (const BankSpec& b : defaultBanks(shape, false)) session->bankIs(b);
-  return session;
-}
-
-std::vector<HashEntryKey> keysFor(TableKind kind, std::size_t n, U64 keySeed = seed) {
-  KeySource source(KeySourceKind::random, keySeed, kind == TableKind::single ? WidthMix{100, 0, 0} : WidthMix{}, {});
-  std::vector<HashEntryKey> keys;
-  keys.reserve(n);
-  for (std::size_t i = 0; i < n; ++i) keys.push_back(source.next());
-  return keys;
-}
-
-// Places keys from `next` on until `target` slots are used or a key finds no room.
-// Returns the keys placed.
-std::vector<HashEntryKey> fillTo(TableSession& t, const std::vector<HashEntryKey>& keys, std::size_t& next,
-                                 U64 targetSlots) {
-  std::vector<HashEntryKey> placed;
-  U64 used = t.slotsUsed();
-  while (used < targetSlots && next < keys.size()) {
-    const HashEntryKey& k = keys[next++];
-    t.config().configIs(k, EntryId());
-    if (!t.status().status(k).isValid()) break;
-    used += t.widthOf(k);
-    placed.push_back(k);
-  }
-  return placed;
-}
 
 void perOperation(benchmark::State& state, U64 operations) {
   state.counters["time_per_op"] =
@@ -308,14 +275,6 @@ void BM_FirstFailure(benchmark::State& state, TableKind kind) {
   state.counters["fill"] = fill;
 }
 
-// 4 banks x 16384 buckets x 4 slots; MHT_BENCH_BUCKETS=N makes it N buckets a bank, as the
-// test suite's quick pass (bench_smoke) does to run every benchmark once on a small table.
-int64_t bucketsFromEnvironment() {
-  const char* text = std::getenv("MHT_BENCH_BUCKETS");
-  if (text == nullptr || *text == '\0') return 16384;
-  const long long buckets = std::atoll(text);
-  return buckets > 0 ? buckets : 16384;
-}
 const int64_t defaultBuckets = bucketsFromEnvironment();
 
 void scaling(benchmark::internal::Benchmark* b) {
