@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 
 #include "MultiHashTable/MultiHashTable.h"
+#include "MultiHashTable/fwk/TypeInfo.h"
 #include "MultiWidthSupport.h"
 #include "TestSupport.h"
-#include "MultiHashTable/fwk/TypeInfo.h"
 
 namespace TesselCentral::test {
 namespace {

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "../multiwidth/MultiWidthSupport.h"
-#include "RestoreSupport.h"
 #include "MultiHashTable/fwk/Registry.h"
 #include "MultiHashTable/fwk/Scope.h"
+#include "RestoreSupport.h"
 
 #include <sstream>
 

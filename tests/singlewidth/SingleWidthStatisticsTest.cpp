@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 
 #include "MultiHashTable/MultiHashTable.h"
-#include "SingleWidthSupport.h"
-#include "TestSupport.h"
 #include "MultiHashTable/fwk/Scope.h"
 #include "MultiHashTable/fwk/TypeInfo.h"
+#include "SingleWidthSupport.h"
+#include "TestSupport.h"
 
 namespace TesselCentral::test {
 namespace {
