@@ -26,4 +26,10 @@ std::string moveSearchProblem(const std::string& text);
 
 void bindReports(pybind11::module_& m);
 
+// A saved placement given as a HashEntryStatus or as [(key, id or None)], and back.
+TesselCentral::SavedPlacement savedPlacementFrom(const pybind11::handle& saved);
+pybind11::list savedPlacementList(const TesselCentral::SavedPlacement& placement);
+// RestoreCheck, TableStatistics and their enumerations; savedPlacementOf().
+void bindRestoreAndStatistics(pybind11::module_& m);
+
 }  // namespace mhtpython

@@ -490,6 +490,17 @@ class ConfigurationRefused(RuntimeError):
         self.table = table
 
 
+class RestoreRefused(RuntimeError):
+    """A saved placement that a table refuses to take over. Nothing changed. check is the
+    RestoreCheck; problems lists each problem's text; table is the table."""
+
+    def __init__(self, message, check, table):
+        super().__init__(message)
+        self.check = check
+        self.problems = [problem.text for problem in check.problems]
+        self.table = table
+
+
 class OptionRefused(ValueError):
     """An argument of simulate() or simulationCheck() that the tool refuses. keyword names
     the argument; reason says why."""
@@ -528,6 +539,7 @@ class AssertionStopped(RuntimeError):
       .value("quadWide", HashEntryType::quadWide);
 
   mhtpython::bindReports(m);
+  mhtpython::bindRestoreAndStatistics(m);
 
   py::class_<HashEntryKey>(m, "HashEntryKey", "What the client knows of an entry: its hashes, chip instance and width")
       .def(py::init<U16, U32, U32, HashEntryType>(), py::arg("crc16"), py::arg("crc32"), py::arg("fapId") = 0,
@@ -756,6 +768,35 @@ class AssertionStopped(RuntimeError):
       .def(
           "candidates", [](const MultiHashTableBase& t, const HashEntryKey& key) { return t.candidates(key).places(); },
           py::arg("key"), "The places the key may take, in the order in which its placement tries them")
+      .def(
+          "restoreCheck",
+          [](const MultiHashTableBase& t, const py::object& saved) {
+            return t.restoreCheck(mhtpython::savedPlacementFrom(saved));
+          },
+          py::arg("saved"),
+          "Whether restore(saved) would take the placement over, and every reason why not; changes nothing")
+      .def(
+          "restore",
+          [](py::object self, const py::object& saved) {
+            MultiHashTableBase& t = self.cast<MultiHashTableBase&>();
+            const SavedPlacement placement = mhtpython::savedPlacementFrom(saved);
+            RestoreCheck check = publishing([&] { return t.restore(placement); });
+            if (!check.passes()) {
+              const std::string message = "restore refused: " + check.text();
+              raiseError("RestoreRefused", message, py::cast(std::move(check)), self);
+            }
+            return check;
+          },
+          py::arg("saved"),
+          "Takes a saved placement over after a restart: a HashEntryStatus saved before it, or [(key, id or "
+          "None)]. Each key is recorded at its saved id and its result published once; nothing moves. The "
+          "requests must be written first, with the table's notification off (hasNotificationActiveIs(False)), "
+          "and the notification turned on after. Raises RestoreRefused, changing nothing, when the check fails")
+      .def_property_readonly(
+          "statistics", [](const MultiHashTableBase& t) { return t.statistics(); },
+          "A copy of the table's TableStatistics as they stand")
+      .def("statisticsReset", &MultiHashTableBase::statisticsReset,
+           "Every count of the statistics back to 0; the slots used stay, being the table's as it stands")
       .def_property_readonly("moveSearch", &MultiHashTableBase::moveSearch)
       .def(
           "moveSearchIs",
