@@ -174,8 +174,7 @@ RestoreCheck MultiHashTableBase::restore(const SavedPlacement& saved) {
   for (std::size_t i = 0; i < saved.size(); ++i) {
     const auto& [key, id] = saved[i];
     if (id.isValid()) {
-      restoreRun(key, runs[i]);
-      hashTableEntryIs(id, key);
+      restoreRun(key, id, runs[i]);
       numInsertionsInc(1);
     }
     status.statusIs(key, id);
@@ -197,6 +196,8 @@ bool MultiHashTableBase::restoredRun(const HashEntryKey& key, EntryId id, Candid
   return false;
 }
 
-void MultiHashTableBase::restoreRun(const HashEntryKey&, const Candidate&) {}
+void MultiHashTableBase::restoreRun(const HashEntryKey& key, EntryId id, const Candidate&) {
+  hashTableEntryIs(id, key);
+}
 
 }  // namespace TesselCentral

@@ -214,9 +214,10 @@ class MultiHashTableBase : public Fwk::Entity, private Fwk::Reactor {
   // derived table walks them without allocating. False, with the problem added to `check`,
   // when no placement of the table gives the key that id.
   virtual bool restoredRun(const HashEntryKey& key, EntryId id, Candidate& run, RestoreCheck& check) const;
-  // Records the key in the derived table's own records (positions, bucket states) at the
-  // run; the base records the id, counts the insertion and publishes the result.
-  virtual void restoreRun(const HashEntryKey& key, const Candidate& run);
+  // Records the key at its saved id and run as the derived table's placement records it
+  // (the id, and its positions, bucket states and slots used); the base counts the
+  // insertion and publishes the result.
+  virtual void restoreRun(const HashEntryKey& key, EntryId id, const Candidate& run);
   // The check and, when `runs` is given, the run of every saved key with a valid id.
   RestoreCheck checkRestore(const SavedPlacement& saved, std::vector<Candidate>* runs) const;
 

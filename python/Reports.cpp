@@ -4,23 +4,10 @@
 
 #include <pybind11/operators.h>
 
-#include <sstream>
-
 namespace py = pybind11;
 using namespace TesselCentral;
 
 namespace mhtpython {
-
-namespace {
-
-template <class T>
-std::string textOf(const T& value) {
-  std::ostringstream out;
-  out << value;
-  return out.str();
-}
-
-}  // namespace
 
 std::string moveSearchProblem(const std::string& text) {
   try {

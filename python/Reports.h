@@ -5,11 +5,20 @@
 #include <pybind11/pybind11.h>
 
 #include <optional>
+#include <sstream>
 #include <string>
 
 #include "MultiHashTable/MultiHashTable.h"
 
 namespace mhtpython {
+
+// A value's text form, as its operator<< writes it: the answers' __str__ and __repr__.
+template <class T>
+std::string textOf(const T& value) {
+  std::ostringstream out;
+  out << value;
+  return out.str();
+}
 
 // An EntryId as Python holds it: an int, or None for the invalid one.
 inline std::optional<U32> idValue(TesselCentral::EntryId id) {

@@ -1,7 +1,6 @@
 // A restart's take-over and a table's statistics as Python sees them.
 #include <pybind11/stl.h>
 
-#include <sstream>
 #include <string>
 
 #include "Reports.h"
@@ -10,17 +9,6 @@ namespace py = pybind11;
 using namespace TesselCentral;
 
 namespace mhtpython {
-
-namespace {
-
-template <class T>
-std::string textOf(const T& value) {
-  std::ostringstream out;
-  out << value;
-  return out.str();
-}
-
-}  // namespace
 
 SavedPlacement savedPlacementFrom(const py::handle& saved) {
   if (py::isinstance<HashEntryStatus>(saved)) return savedPlacementOf(saved.cast<const HashEntryStatus&>());

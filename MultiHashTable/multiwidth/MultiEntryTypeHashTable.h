@@ -155,7 +155,7 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   Ptr<MultiHashTableBase> scratchCopy(const Ptr<const HashEntryConfig>& config,
                                       const Ptr<HashEntryStatus>& status) const override;
   bool restoredRun(const HashEntryKey& key, EntryId id, Candidate& run, RestoreCheck& check) const override;
-  void restoreRun(const HashEntryKey& key, const Candidate& run) override;
+  void restoreRun(const HashEntryKey& key, EntryId id, const Candidate& run) override;
 
  public:
   void handleInitialized();

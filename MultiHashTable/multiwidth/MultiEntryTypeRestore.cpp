@@ -46,8 +46,9 @@ bool MultiEntryTypeHashTable::restoredRun(const HashEntryKey& key, EntryId id, C
   return false;
 }
 
-void MultiEntryTypeHashTable::restoreRun(const HashEntryKey& key, const Candidate& run) {
+void MultiEntryTypeHashTable::restoreRun(const HashEntryKey& key, EntryId id, const Candidate& run) {
   occupy(key, RunStart{run.bank, run.bucket, run.slot}, OccupyStep::markAndRecord);
+  hashTableEntryIs(id, key);
 }
 
 }  // namespace TesselCentral

@@ -17,4 +17,6 @@ bool MultiHashTable::restoredRun(const HashEntryKey& key, EntryId id, Candidate&
   return false;
 }
 
+void MultiHashTable::restoreRun(const HashEntryKey& key, EntryId id, const Candidate&) { recordAt(id, key); }
+
 }  // namespace TesselCentral

@@ -145,6 +145,7 @@ class MultiHashTable : public MultiHashTableBase {
   void auditHazards(AuditReport& report) const override;
   void releaseUnplacedRecords(ReconcileReport& report) override;
   bool restoredRun(const HashEntryKey& key, EntryId id, Candidate& run, RestoreCheck& check) const override;
+  void restoreRun(const HashEntryKey& key, EntryId id, const Candidate& run) override;
 
  public:
   void handleInitialized();

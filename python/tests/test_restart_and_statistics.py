@@ -59,6 +59,7 @@ class RestoreTest(unittest.TestCase):
         self.assertEqual(sorted(published, key=lambda item: item[1]), [(Z, 2), (A, 5), (Y, 7)])
         self.assertEqual(table.numMoves, 0)
         self.assertEqual(table.statistics.moves, 0)
+        self.assertEqual(table.statistics.slotsUsed, first.statistics.slotsUsed)
         self.assertTrue(table.auditReport().clean())
 
     def test_a_restore_takes_a_status_collection_as_well(self):

@@ -52,6 +52,8 @@ void takeOverAndContinue(const Side& original, const Side& restored, RandomClien
   EXPECT_EQ(check.keys(), saved.size());
 
   EXPECT_EQ(placementOf(restored.table), placementOf(original.table));
+  // The slots used are a figure of the placement, the same however the keys came there.
+  EXPECT_EQ(restored.table.statistics().slotsUsed(), original.table.statistics().slotsUsed());
   EXPECT_EQ(restored.table.numMoves(), 0u);
   EXPECT_EQ(restored.table.numInsertions(), placed);
   EXPECT_EQ(restored.table.numDeletions(), 0u);
@@ -75,6 +77,7 @@ void takeOverAndContinue(const Side& original, const Side& restored, RandomClien
     if (there.written) client.written(w, original.config);
   }
   EXPECT_EQ(placementOf(restored.table), placementOf(original.table));
+  EXPECT_EQ(restored.table.statistics().slotsUsed(), original.table.statistics().slotsUsed());
   // From the restore on, the two tables count alike.
   EXPECT_EQ(restored.table.numMoves(), original.table.numMoves() - movesAtSave);
   EXPECT_EQ(restored.table.numDeletions(), original.table.numDeletions() - deletionsAtSave);
