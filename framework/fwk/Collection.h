@@ -12,6 +12,12 @@
 // iterator survives the deletion of the member it stands on and a walk may delete as it
 // goes. An insertion may grow the table and invalidates iterators.
 //
+// A table of 4096 slots or more is never rehashed all at once inside one insertion (that
+// costs milliseconds at 2^15 slots): its successor is allocated, and each insertion moves a
+// few dozen members of the old table into it, until the old table is empty and freed.
+// Meanwhile a lookup that misses in the new table looks in the old one. The same happens
+// when a map that churns at a steady size has filled its table with deleted slots.
+//
 // Keys hash with the per-process seed XOR a constant that belongs to the collection, so
 // that collections holding the same keys spread them differently. Numbers and
 // enumerations hash to their own value; class keys provide hash(seed).
@@ -101,14 +107,16 @@ class HashMap {
     V value{};
   };
 
+  // Walks the slots of the table being drained (during a resize) and then those of the
+  // current one, as one run of indices.
   class Iterator {
    public:
     using value_type = Entry;
     using difference_type = std::ptrdiff_t;
 
     Iterator() = default;
-    const Entry& operator*() const noexcept { return map_->slots_[index_]; }
-    const Entry* operator->() const noexcept { return &map_->slots_[index_]; }
+    const Entry& operator*() const noexcept { return map_->entryAt(index_); }
+    const Entry* operator->() const noexcept { return &map_->entryAt(index_); }
     Iterator& operator++() noexcept {
       index_ = map_->nextOccupied(index_ + 1);
       return *this;
@@ -138,9 +146,11 @@ class HashMap {
     return *this;
   }
   void swap(HashMap& other) noexcept {
-    std::swap(control_, other.control_);
-    std::swap(slots_, other.slots_);
-    std::swap(capacity_, other.capacity_);
+    std::swap(table_, other.table_);
+    std::swap(draining_, other.draining_);
+    std::swap(drainNext_, other.drainNext_);
+    std::swap(drainingLeft_, other.drainingLeft_);
+    std::swap(drainStep_, other.drainStep_);
     std::swap(size_, other.size_);
     std::swap(deleted_, other.deleted_);
     std::swap(seed_, other.seed_);
@@ -148,19 +158,22 @@ class HashMap {
 
   std::size_t size() const noexcept { return size_; }
   bool empty() const noexcept { return size_ == 0; }
-  std::size_t capacity() const noexcept { return capacity_; }
+  // The slots of the current table (a resize in progress adds the old table's until it is drained).
+  std::size_t capacity() const noexcept { return table_.capacity; }
   std::uint32_t seed() const noexcept { return seed_; }
+  // Whether a resize is moving members from the old table, a few at each insertion.
+  bool resizing() const noexcept { return draining_.capacity != 0; }
 
   // The raw lookup: the stored value, or null when the key is absent.
   const V* find(const K& key) const noexcept {
-    const std::size_t i = findIndex(key);
-    return i == npos ? nullptr : &slots_[i].value;
+    Entry* e = findEntry(key);
+    return e == nullptr ? nullptr : &e->value;
   }
   V* find(const K& key) noexcept {
-    const std::size_t i = findIndex(key);
-    return i == npos ? nullptr : &slots_[i].value;
+    Entry* e = findEntry(key);
+    return e == nullptr ? nullptr : &e->value;
   }
-  bool has(const K& key) const noexcept { return findIndex(key) != npos; }
+  bool has(const K& key) const noexcept { return findEntry(key) != nullptr; }
 
   // The stored value, or the value type's default when the key is absent.
   V get(const K& key) const {
@@ -170,33 +183,41 @@ class HashMap {
 
   // Finds the key or adds it with a default value; the bool says whether it was added.
   std::pair<V*, bool> findOrInsert(const K& key) {
-    Hashed h = hashOf(key);
-    if (capacity_ != 0) {
-      std::size_t firstDeleted = npos;
-      for (std::size_t i = h.index;; i = advance(i)) {
-        const Group g(&control_[i]);
+    const std::uint64_t mixed = mix(key);
+    std::size_t firstDeleted = npos;
+    if (table_.capacity != 0) {
+      const Hashed h = at(mixed, table_.capacity);
+      for (std::size_t i = h.index;; i = table_.advance(i)) {
+        const Group g(&table_.control[i]);
         const unsigned empty = g.match(emptyControl);
         const unsigned before = beforeFirstEmpty(empty);
-        if (const std::size_t j = slotOfKeyIn(g, i, before, h.fragment, key); j != npos) {
-          return {&slots_[j].value, false};
+        if (const std::size_t j = table_.slotOfKeyIn(g, i, before, h.fragment, key); j != npos) {
+          return {&table_.slots[j].value, false};
         }
         if (firstDeleted == npos) {
           if (const unsigned d = g.match(deletedControl) & before) {
-            firstDeleted = wrap(i + static_cast<unsigned>(std::countr_zero(d)));
+            firstDeleted = table_.wrap(i + static_cast<unsigned>(std::countr_zero(d)));
           }
         }
         if (empty) break;
       }
-      if (firstDeleted != npos) {
-        --deleted_;
-        return {occupy(firstDeleted, h.fragment, key), true};
+    }
+    if (resizing()) {
+      if (const std::size_t j = draining_.indexOf(at(mixed, draining_.capacity), key); j != npos) {
+        return {&draining_.slots[j].value, false};
       }
     }
-    if (overloaded(size_ + deleted_ + 1, capacity_)) {
-      rehash(size_ + 1);
-      h = hashOf(key);
+    V* added;
+    if (firstDeleted != npos) {
+      --deleted_;
+      added = occupy(firstDeleted, at(mixed, table_.capacity).fragment, key);
+    } else {
+      if (overloaded(used() + 1, table_.capacity)) grow();
+      const Hashed h = at(mixed, table_.capacity);
+      added = occupy(table_.freeSlotFor(h), h.fragment, key);
     }
-    return {occupy(emptySlotFor(h), h.fragment, key), true};
+    if (resizing()) drainSome();
+    return {added, true};
   }
 
   // Inserts the key or overwrites its value.
@@ -211,38 +232,41 @@ class HashMap {
 
   // Removes the key if present, handing its value to the caller; false when absent.
   bool delInto(const K& key, V& removed) {
-    const std::size_t i = findIndex(key);
-    if (i == npos) return false;
-    removed = eraseAt(i);
+    Entry* e = findEntry(key);
+    if (e == nullptr) return false;
+    removed = eraseEntry(e);
     return true;
   }
 
   // Removes the member whose value a find() of this map returned, with no change to the
   // map since, without probing for its key again. Returns the removed value.
   V delFound(const V* found) {
-    const auto offset =
-        reinterpret_cast<std::uintptr_t>(found) - reinterpret_cast<std::uintptr_t>(&slots_.data()->value);
-    return eraseAt(offset / sizeof(Entry));
+    Table& holder = draining_.holdsValue(found) ? draining_ : table_;
+    return eraseEntry(&holder.slots.data()[holder.slotOfValue(found)]);
   }
 
   void delAll() {
-    if (capacity_ == 0) return;
-    for (std::size_t i = 0; i < capacity_; ++i) {
-      if (control_[i] & occupiedBit) slots_[i] = Entry{};
+    draining_ = Table{};
+    if (table_.capacity != 0) {
+      for (std::size_t i = 0; i < table_.capacity; ++i) {
+        if (table_.control[i] & occupiedBit) table_.slots[i] = Entry{};
+      }
+      std::fill_n(table_.control.get(), table_.capacity + groupWidth, emptyControl);
     }
-    std::fill_n(control_.get(), capacity_ + groupWidth, emptyControl);
     size_ = 0;
     deleted_ = 0;
   }
 
+  // Makes room for n members at once: no insertion up to n pays for a resize.
   void reserve(std::size_t n) {
-    if (overloaded(n, capacity_)) rehash(n);
+    finishResize();
+    if (overloaded(n, table_.capacity)) rehash(capacityFor(n));
   }
 
   Iterator begin() const noexcept { return Iterator(this, nextOccupied(0)); }
-  Iterator end() const noexcept { return Iterator(this, capacity_); }
+  Iterator end() const noexcept { return Iterator(this, draining_.capacity + table_.capacity); }
 
-  std::size_t bytesAllocated() const noexcept { return capacity_ * (sizeof(Entry) + 1); }
+  std::size_t bytesAllocated() const noexcept { return (table_.capacity + draining_.capacity) * (sizeof(Entry) + 1); }
 
  private:
   static constexpr std::size_t npos = ~std::size_t{0};
@@ -296,91 +320,160 @@ class HashMap {
 #endif
   };
 
-  std::size_t wrap(std::size_t i) const noexcept { return i < capacity_ ? i : i % capacity_; }
-  // The start of the next group; a capacity below the group width still probes whole.
-  std::size_t advance(std::size_t i) const noexcept { return wrap(i + std::min(groupWidth, capacity_)); }
+  // Keys stand before the first empty slot of their probe sequence: the group's bits up to
+  // its first empty slot (all of them when it has none).
+  static unsigned beforeFirstEmpty(unsigned empty) noexcept { return empty ? (empty & (0u - empty)) - 1 : 0xFFFFu; }
 
-  void setControl(std::size_t i, std::uint8_t c) noexcept {
-    control_[i] = c;
-    if (i < groupWidth) {
-      // Mirror into the bytes past the end; small tables repeat their bytes to fill them.
-      for (std::size_t j = capacity_ + i; j < capacity_ + groupWidth; j += capacity_) control_[j] = c;
+  // One array of control bytes and slots. A map has one; a resize has two for a while.
+  struct Table {
+    // A slot is written when it is occupied, and only occupied slots are read.
+    std::unique_ptr<std::uint8_t[]> control;
+    detail::SlotArray<Entry> slots;
+    std::size_t capacity = 0;
+
+    Table() = default;
+    explicit Table(std::size_t n) : control(std::make_unique<std::uint8_t[]>(n + groupWidth)), slots(n), capacity(n) {}
+    Table(Table&& other) noexcept
+        : control(std::move(other.control)),
+          slots(std::move(other.slots)),
+          capacity(std::exchange(other.capacity, 0)) {}
+    Table& operator=(Table&& other) noexcept {
+      control = std::move(other.control);
+      slots = std::move(other.slots);
+      capacity = std::exchange(other.capacity, 0);
+      return *this;
     }
+
+    bool holds(const Entry* e) const noexcept {
+      return capacity != 0 && e >= slots.data() && e < slots.data() + capacity;
+    }
+    // Where the value that a find() returned stands, found by its address.
+    std::size_t slotOfValue(const V* v) const noexcept {
+      const auto first = reinterpret_cast<std::uintptr_t>(&slots.data()->value);
+      return (reinterpret_cast<std::uintptr_t>(v) - first) / sizeof(Entry);
+    }
+    bool holdsValue(const V* v) const noexcept { return capacity != 0 && slotOfValue(v) < capacity; }
+
+    std::size_t wrap(std::size_t i) const noexcept { return i < capacity ? i : i % capacity; }
+    // The start of the next group; a capacity below the group width still probes whole.
+    std::size_t advance(std::size_t i) const noexcept { return wrap(i + std::min(groupWidth, capacity)); }
+
+    void setControl(std::size_t i, std::uint8_t c) noexcept {
+      control[i] = c;
+      if (i < groupWidth) {
+        // Mirror into the bytes past the end; small tables repeat their bytes to fill them.
+        for (std::size_t j = capacity + i; j < capacity + groupWidth; j += capacity) control[j] = c;
+      }
+    }
+
+    // The slot of the group starting at i that holds the key, among the `candidates` whose
+    // control byte carries the key's hash fragment; npos when none does.
+    std::size_t slotOfKeyIn(const Group& g, std::size_t i, unsigned candidates, std::uint8_t fragment,
+                            const K& key) const noexcept {
+      for (unsigned m = g.match(fragment) & candidates; m != 0; m &= m - 1) {
+        const std::size_t j = wrap(i + static_cast<unsigned>(std::countr_zero(m)));
+        if (slots[j].key == key) return j;
+      }
+      return npos;
+    }
+
+    std::size_t indexOf(const Hashed& h, const K& key) const noexcept {
+      for (std::size_t i = h.index;; i = advance(i)) {
+        const Group g(&control[i]);
+        const unsigned empty = g.match(emptyControl);
+        if (const std::size_t j = slotOfKeyIn(g, i, beforeFirstEmpty(empty), h.fragment, key); j != npos) return j;
+        if (empty) return npos;
+      }
+    }
+
+    // The first empty or deleted slot of the key's probe sequence.
+    std::size_t freeSlotFor(const Hashed& h) const noexcept {
+      for (std::size_t i = h.index;; i = advance(i)) {
+        if (const unsigned free = Group(&control[i]).matchFree())
+          return wrap(i + static_cast<unsigned>(std::countr_zero(free)));
+      }
+    }
+  };
+
+  // Fibonacci spreading, so that keys differing only in high bits (packed positions) still
+  // land apart; the product's high half scaled to a capacity chooses the slot.
+  std::uint64_t mix(const K& key) const noexcept {
+    return std::uint64_t{KeyHash<K>::hash(key, seed_)} * 0x9E3779B97F4A7C15ull;
+  }
+  static Hashed at(std::uint64_t mixed, std::size_t capacity) noexcept {
+    return {static_cast<std::size_t>(((mixed >> 32) * capacity) >> 32),
+            static_cast<std::uint8_t>(occupiedBit | ((mixed >> 25) & 0x7F))};
   }
 
-  Hashed hashOf(const K& key) const noexcept {
-    // Fibonacci spreading, so that keys differing only in high bits (packed positions)
-    // still land apart; the product's high half scaled to the capacity chooses the slot.
-    const std::uint64_t m = std::uint64_t{KeyHash<K>::hash(key, seed_)} * 0x9E3779B97F4A7C15ull;
-    return {static_cast<std::size_t>(((m >> 32) * capacity_) >> 32),
-            static_cast<std::uint8_t>(occupiedBit | ((m >> 25) & 0x7F))};
+  Entry* findEntry(const K& key) const noexcept {
+    if (size_ == 0) return nullptr;
+    const std::uint64_t mixed = mix(key);
+    if (const std::size_t i = table_.indexOf(at(mixed, table_.capacity), key); i != npos) {
+      return const_cast<Entry*>(&table_.slots[i]);
+    }
+    if (!resizing()) return nullptr;
+    const std::size_t j = draining_.indexOf(at(mixed, draining_.capacity), key);
+    return j == npos ? nullptr : const_cast<Entry*>(&draining_.slots[j]);
+  }
+
+  // The slots a probe passes in the current table: its members and its deleted slots.
+  std::size_t used() const noexcept { return size_ - drainingLeft_ + deleted_; }
+
+  V eraseEntry(Entry* e) {
+    if (draining_.holds(e)) {
+      // The old table takes no insertions: its slot stays deleted until the next insertion
+      // frees the table (not now: a walk may stand in it).
+      const std::size_t i = static_cast<std::size_t>(e - draining_.slots.data());
+      V removed = std::move(e->value);
+      if constexpr (!detail::SlotArray<Entry>::plain) e->value = V{};
+      draining_.setControl(i, deletedControl);
+      --drainingLeft_;
+      --size_;
+      return removed;
+    }
+    return eraseAt(static_cast<std::size_t>(e - table_.slots.data()));
   }
 
   V eraseAt(std::size_t i) {
-    V removed = std::move(slots_[i].value);
+    V removed = std::move(table_.slots[i].value);
     // A value that owns something (a counted pointer) lets go of it now; a plain one is
     // overwritten when its slot is occupied again.
-    if constexpr (!detail::SlotArray<Entry>::plain) slots_[i].value = V{};
+    if constexpr (!detail::SlotArray<Entry>::plain) table_.slots[i].value = V{};
     --size_;
-    if (control_[wrap(i + 1)] != emptyControl) {
-      setControl(i, deletedControl);
+    if (table_.control[table_.wrap(i + 1)] != emptyControl) {
+      table_.setControl(i, deletedControl);
       ++deleted_;
       return removed;
     }
     // No probe passes this slot to reach a later one: it becomes empty again, and so do
     // the deleted slots right before it, which keeps runs of deleted slots short.
-    setControl(i, emptyControl);
-    for (std::size_t p = i == 0 ? capacity_ - 1 : i - 1; control_[p] == deletedControl;
-         p = p == 0 ? capacity_ - 1 : p - 1) {
-      setControl(p, emptyControl);
+    table_.setControl(i, emptyControl);
+    const std::size_t last = table_.capacity - 1;
+    for (std::size_t p = i == 0 ? last : i - 1; table_.control[p] == deletedControl; p = p == 0 ? last : p - 1) {
+      table_.setControl(p, emptyControl);
       --deleted_;
     }
     return removed;
   }
 
-  // Keys stand before the first empty slot of their probe sequence: the group's bits up to
-  // its first empty slot (all of them when it has none).
-  static unsigned beforeFirstEmpty(unsigned empty) noexcept { return empty ? (empty & (0u - empty)) - 1 : 0xFFFFu; }
-
-  // The slot of the group starting at i that holds the key, among the `candidates` whose
-  // control byte carries the key's hash fragment; npos when none does.
-  std::size_t slotOfKeyIn(const Group& g, std::size_t i, unsigned candidates, std::uint8_t fragment,
-                          const K& key) const noexcept {
-    for (unsigned m = g.match(fragment) & candidates; m != 0; m &= m - 1) {
-      const std::size_t j = wrap(i + static_cast<unsigned>(std::countr_zero(m)));
-      if (slots_[j].key == key) return j;
-    }
-    return npos;
-  }
-
-  std::size_t findIndex(const K& key) const noexcept {
-    if (size_ == 0) return npos;
-    const Hashed h = hashOf(key);
-    for (std::size_t i = h.index;; i = advance(i)) {
-      const Group g(&control_[i]);
-      const unsigned empty = g.match(emptyControl);
-      if (const std::size_t j = slotOfKeyIn(g, i, beforeFirstEmpty(empty), h.fragment, key); j != npos) return j;
-      if (empty) return npos;
-    }
-  }
-
-  std::size_t emptySlotFor(const Hashed& h) const noexcept {
-    for (std::size_t i = h.index;; i = advance(i)) {
-      if (const unsigned free = Group(&control_[i]).matchFree())
-        return wrap(i + static_cast<unsigned>(std::countr_zero(free)));
-    }
-  }
-
   V* occupy(std::size_t i, std::uint8_t fragment, const K& key) {
-    setControl(i, fragment);
-    slots_[i].key = key;
-    if constexpr (detail::SlotArray<Entry>::plain) slots_[i].value = V{};
+    table_.setControl(i, fragment);
+    table_.slots[i].key = key;
+    if constexpr (detail::SlotArray<Entry>::plain) table_.slots[i].value = V{};
     ++size_;
-    return &slots_[i].value;
+    return &table_.slots[i].value;
   }
 
+  // Walk indices: the old table's slots first, then the current table's.
+  const Entry& entryAt(std::size_t i) const noexcept {
+    return i < draining_.capacity ? draining_.slots[i] : table_.slots[i - draining_.capacity];
+  }
   std::size_t nextOccupied(std::size_t i) const noexcept {
-    while (i < capacity_ && !(control_[i] & occupiedBit)) ++i;
+    for (; i < draining_.capacity; ++i) {
+      if (draining_.control[i] & occupiedBit) return i;
+    }
+    const std::size_t end = draining_.capacity + table_.capacity;
+    while (i < end && !(table_.control[i - draining_.capacity] & occupiedBit)) ++i;
     return i;
   }
 
@@ -392,30 +485,90 @@ class HashMap {
     if (capacity < doublingLimit) return capacity * 2;
     return std::has_single_bit(capacity) ? capacity / 2 * 3 : capacity / 3 * 4;
   }
+  static constexpr std::size_t capacityFor(std::size_t wanted) noexcept {
+    std::size_t capacity = 8;
+    while (overloaded(wanted, capacity)) capacity = nextCapacity(capacity);
+    return capacity;
+  }
 
-  void rehash(std::size_t wanted) {
-    std::size_t newCapacity = 8;
-    while (overloaded(wanted, newCapacity)) newCapacity = nextCapacity(newCapacity);
-    auto oldControl = std::move(control_);
-    auto oldSlots = std::move(slots_);
-    const std::size_t oldCapacity = capacity_;
-    control_ = std::make_unique<std::uint8_t[]>(newCapacity + groupWidth);
-    slots_ = detail::SlotArray<Entry>(newCapacity);
-    capacity_ = newCapacity;
+  // A table of fewer slots than this is rehashed at once (a few microseconds); a larger one
+  // is drained into its successor a few slots at each insertion, so that no insertion pays
+  // for a whole rehash: at 2^15 slots and more that costs milliseconds.
+  static constexpr std::size_t drainedFrom = std::size_t{1} << 12;
+  // The fewest old slots an insertion moves on while a resize drains.
+  static constexpr std::size_t minDrainStep = 32;
+
+  // The current table has no room for another member: a larger one takes its place, or one
+  // of the same size without the deleted slots that filled it.
+  void grow() {
+    finishResize();
+    if (table_.capacity < drainedFrom) {
+      rehash(capacityFor(size_ + 1));
+      return;
+    }
+    // A map that churns at a steady size fills its table with deleted slots: the new table
+    // keeps a sixteenth of its slots free beyond the load limit, or it would be drained
+    // again soon after; a growing map's next capacity has that room already.
+    std::size_t capacity = capacityFor(size_ + 1);
+    while ((size_ + 1) * 16 > capacity * 13) capacity = nextCapacity(capacity);
+    draining_ = std::move(table_);
+    table_ = Table(capacity);
     deleted_ = 0;
-    for (std::size_t i = 0; i < oldCapacity; ++i) {
-      if (!(oldControl[i] & occupiedBit)) continue;
-      const Hashed h = hashOf(oldSlots[i].key);
-      const std::size_t j = emptySlotFor(h);
-      setControl(j, h.fragment);
-      slots_[j] = std::move(oldSlots[i]);
+    drainNext_ = 0;
+    drainingLeft_ = size_;
+    // The old table is drained by the time half the new table's free room is taken.
+    const std::size_t room = std::max<std::size_t>(capacity * 7 / 8 - size_ - 1, 1);
+    drainStep_ = std::max(minDrainStep, (2 * draining_.capacity + room - 1) / room);
+  }
+
+  void drainSome() {
+    const std::size_t stop = std::min(draining_.capacity, drainNext_ + drainStep_);
+    for (; drainNext_ < stop && drainingLeft_ != 0; ++drainNext_) {
+      if (!(draining_.control[drainNext_] & occupiedBit)) continue;
+      moveIn(draining_.slots[drainNext_]);
+      // Deleted, not empty: lookups of the members still in the old table probe past it.
+      draining_.setControl(drainNext_, deletedControl);
+    }
+    if (drainNext_ == draining_.capacity || drainingLeft_ == 0) draining_ = Table{};
+  }
+
+  void finishResize() {
+    if (!resizing()) return;
+    drainStep_ = draining_.capacity;
+    drainSome();
+  }
+
+  // Moves a member of the old table into the current one, where it is not.
+  void moveIn(Entry& e) {
+    const Hashed h = at(mix(e.key), table_.capacity);
+    const std::size_t j = table_.freeSlotFor(h);
+    if (table_.control[j] == deletedControl) --deleted_;
+    table_.setControl(j, h.fragment);
+    table_.slots[j] = std::move(e);
+    --drainingLeft_;
+  }
+
+  // Moves every member into a new table of the given capacity at once.
+  void rehash(std::size_t capacity) {
+    Table old = std::move(table_);
+    table_ = Table(capacity);
+    deleted_ = 0;
+    for (std::size_t i = 0; i < old.capacity; ++i) {
+      if (!(old.control[i] & occupiedBit)) continue;
+      const Hashed h = at(mix(old.slots[i].key), table_.capacity);
+      const std::size_t j = table_.freeSlotFor(h);
+      table_.setControl(j, h.fragment);
+      table_.slots[j] = std::move(old.slots[i]);
     }
   }
 
-  // A slot is written when it is occupied, and only occupied slots are read.
-  std::unique_ptr<std::uint8_t[]> control_;
-  detail::SlotArray<Entry> slots_;
-  std::size_t capacity_ = 0;
+  Table table_;
+  // The table a resize drains: the next slot to move on, the members it still holds, and
+  // how many slots each insertion moves on.
+  Table draining_;
+  std::size_t drainNext_ = 0;
+  std::size_t drainingLeft_ = 0;
+  std::size_t drainStep_ = 0;
   std::size_t size_ = 0;
   std::size_t deleted_ = 0;
   std::uint32_t seed_;

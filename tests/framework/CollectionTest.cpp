@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <set>
@@ -197,6 +198,132 @@ TEST(HashMap, GrowsOverThousandsOfKeys) {
     ++walked;
   }
   EXPECT_EQ(walked, n);
+}
+
+// 4096 slots hold 3584 members; the 3585th starts the move into 8192 slots.
+constexpr U32 membersThatFill4096Slots = 3584;
+
+TEST(HashMap, LargeMapGrowsAFewMembersAtEachInsertionNotAllAtOnce) {
+  KeyToId map(0x51);
+  for (U32 i = 0; i < membersThatFill4096Slots; ++i) map.is(keyNumber(i), EntryId(i));
+  EXPECT_EQ(map.capacity(), 4096u);
+  EXPECT_FALSE(map.resizing());
+
+  map.is(keyNumber(membersThatFill4096Slots), EntryId(membersThatFill4096Slots));
+  EXPECT_EQ(map.capacity(), 8192u);
+  EXPECT_TRUE(map.resizing());
+  EXPECT_EQ(map.bytesAllocated(), (4096u + 8192u) * (sizeof(KeyToId::Entry) + 1));
+
+  // 32 old slots move on at each insertion: the growth's own insertion and 127 more drain
+  // the 4096 old slots.
+  U32 next = membersThatFill4096Slots + 1;
+  U32 insertionsWhileResizing = 1;
+  while (map.resizing()) {
+    // Every member stays visible wherever it stands meanwhile.
+    for (U32 i = 0; i < next; i += 97) ASSERT_EQ(map.get(keyNumber(i)), EntryId(i)) << i;
+    map.is(keyNumber(next), EntryId(next));
+    ++next;
+    ++insertionsWhileResizing;
+  }
+  EXPECT_EQ(insertionsWhileResizing, 128u);
+  EXPECT_EQ(map.bytesAllocated(), 8192u * (sizeof(KeyToId::Entry) + 1));
+  EXPECT_EQ(map.size(), next);
+  for (U32 i = 0; i < next; ++i) ASSERT_EQ(map.get(keyNumber(i)), EntryId(i)) << i;
+}
+
+TEST(HashMap, MapWhileResizingFindsUpdatesAndDeletesMembersOfBothTables) {
+  Numbers map(0x52);
+  for (U32 i = 0; i <= membersThatFill4096Slots; ++i) map.is(i, i);
+  ASSERT_TRUE(map.resizing());
+  // An existing key is found, wherever it stands, and not added twice.
+  for (U32 i = 0; i <= membersThatFill4096Slots; ++i) {
+    const auto [value, added] = map.findOrInsert(i);
+    ASSERT_FALSE(added) << i;
+    ASSERT_EQ(*value, i);
+    *value = i + 1;
+  }
+  ASSERT_TRUE(map.resizing());
+  for (U32 i = 0; i <= membersThatFill4096Slots; i += 2) {
+    U32 removed = 0;
+    ASSERT_TRUE(map.delInto(i, removed)) << i;
+    EXPECT_EQ(removed, i + 1);
+  }
+  const U32* found = map.find(1);
+  ASSERT_NE(found, nullptr);
+  EXPECT_EQ(map.delFound(found), 2u);
+  EXPECT_FALSE(map.has(1));
+  EXPECT_EQ(map.size(), membersThatFill4096Slots / 2 - 1);
+  for (U32 i = 3; i <= membersThatFill4096Slots; i += 2) ASSERT_EQ(map.get(i), i + 1) << i;
+  for (U32 i = 0; i <= membersThatFill4096Slots; i += 2) ASSERT_FALSE(map.has(i)) << i;
+}
+
+TEST(HashMap, WalkWhileResizingVisitsEachMemberOnceAndMayDeleteAsItGoes) {
+  Numbers map(0x53);
+  constexpr U32 n = membersThatFill4096Slots + 40;
+  for (U32 i = 0; i < n; ++i) map.is(i, i * 3);
+  ASSERT_TRUE(map.resizing());
+  std::set<U32> seen;
+  for (auto it = map.begin(); it != map.end(); ++it) {
+    EXPECT_TRUE(seen.insert(it->key).second) << it->key;
+    EXPECT_EQ(it->value, it->key * 3);
+    if (it->key % 3 == 0) map.del(it->key);
+  }
+  EXPECT_EQ(seen.size(), n);
+  EXPECT_EQ(map.size(), n - (n + 2) / 3);
+  EXPECT_TRUE(map.resizing());
+}
+
+TEST(HashMap, ChurnAtASteadySizeClearsItsDeletedSlotsAFewAtATime) {
+  // 5000 members in 8192 slots: deleting one and adding another leaves deleted slots that
+  // fill the table; they are cleared by draining into a fresh table of the same size.
+  Numbers map(0x54);
+  constexpr U32 members = 5000;
+  for (U32 i = 0; i < members; ++i) map.is(i, i);
+  ASSERT_EQ(map.capacity(), 8192u);
+  U32 resizes = 0;
+  U32 longestResize = 0;
+  U32 current = 0;
+  for (U32 i = members; i < members + 100000; ++i) {
+    ASSERT_EQ(map.del(i - members), i - members);
+    map.is(i, i);
+    if (map.resizing()) {
+      if (current++ == 0) ++resizes;
+      longestResize = std::max(longestResize, current);
+    } else {
+      current = 0;
+    }
+    ASSERT_EQ(map.size(), members);
+    ASSERT_EQ(map.capacity(), 8192u);
+  }
+  EXPECT_GT(resizes, 0u);
+  // Each resize drains 8192 old slots, 32 at each insertion: it is still draining after 255
+  // insertions, and the 256th empties the old table.
+  EXPECT_EQ(longestResize, 8192u / 32 - 1);
+  for (U32 i = 100000; i < members + 100000; ++i) ASSERT_EQ(map.get(i), i) << i;
+  EXPECT_FALSE(map.has(99999));
+}
+
+TEST(HashMap, ReserveWhileResizingFinishesTheResizeFirst) {
+  Numbers map(0x55);
+  for (U32 i = 0; i <= membersThatFill4096Slots; ++i) map.is(i, i);
+  ASSERT_TRUE(map.resizing());
+  map.reserve(20000);
+  EXPECT_FALSE(map.resizing());
+  EXPECT_EQ(map.bytesAllocated(), map.capacity() * (sizeof(Numbers::Entry) + 1));
+  for (U32 i = 0; i <= membersThatFill4096Slots; ++i) ASSERT_EQ(map.get(i), i) << i;
+}
+
+TEST(HashMap, CountedPointerValuesSurviveAResizeAndAreDroppedByDelAll) {
+  int destroyed = 0;
+  Fwk::HashMap<U32, Fwk::Ptr<Counted>> map(0x56);
+  for (U32 i = 0; i <= membersThatFill4096Slots; ++i) map.is(i, Fwk::makeEntity<Counted>(&destroyed));
+  ASSERT_TRUE(map.resizing());
+  EXPECT_EQ(map.get(0)->references(), 2u);  // the map's and the temporary copy's
+  map.del(0);
+  EXPECT_EQ(destroyed, 1);
+  map.delAll();
+  EXPECT_FALSE(map.resizing());
+  EXPECT_EQ(destroyed, static_cast<int>(membersThatFill4096Slots) + 1);
 }
 
 TEST(HashMap, ReserveMakesRoomWithoutLosingMembers) {
