@@ -26,16 +26,23 @@ namespace TesselCentral {
 // full, and it is allocated by the first placement, not by the table's creation.
 inline constexpr U32 maxDenseTableSlots = U32{1} << 22;
 
-// The most slots that one breadth-first search for room examines (moveSearch
+// The most slots that one single-width breadth-first search for room examines (moveSearch
 // breadthFirst): with 4 banks of 4-slot buckets, the key's 16 candidates, the 192 slots one
-// move away and most of those two moves away. A placement's work stays bounded whatever
-// the step budget.
+// move away and most of those two moves away. The single-width search hands nothing over,
+// so its placement's work stays bounded whatever the step budget. The multi-width search
+// holds its chain search's nodes to this many as well.
 inline constexpr U32 maxMoveSearchSlots = 2048;
-// The most candidate runs that one multi-width search for the fewest moves examines
-// (moveSearch breadthFirst), over all the move counts it tries. At a step budget of 3 on 4
-// banks of 4-slot buckets it is seldom reached; a search that reaches it leaves the key to
-// the depth-first search, whose moves are many but quickly found.
-inline constexpr U32 maxMoveSearchRuns = 8192;
+// The most runs that one multi-width search for the fewest moves examines (moveSearch
+// breadthFirst), the chain search and every move count of the plans after it together.
+// A search that finds no plan within them hands the key to the depth-first search.
+inline constexpr U32 maxMoveSearchRuns = 1024;
+// The most runs that the depth-first search examines for a key that the multi-width
+// breadth-first search handed over. The depth-first search's own placements (moveSearch
+// depthFirst) are never bounded: its work grows with the step budget's power.
+inline constexpr U32 maxHandedOverRuns = 4096;
+// The most runs that one multi-width breadth-first placement examines, the search for the
+// fewest moves and the depth-first search after it together, whatever the step budget.
+inline constexpr U32 maxBreadthFirstPlacementRuns = maxMoveSearchRuns + maxHandedOverRuns;
 
 // Table base and the config reaction
 

@@ -98,11 +98,12 @@ bool MultiWidthMovePlanner::shortestChain(Search& s, const HashEntryKey& key, Sl
     if (occupants.movable && occupants.count == 1) enqueue(run, occupants.entries[0], noParent, 1);
     return false;
   });
-  for (U32 i = 0; i < chainNodes_.size(); ++i) {
+  for (U32 i = 0; i < chainNodes_.size() && s.runsExamined < maxMoveSearchRuns; ++i) {
     const ChainNode node = chainNodes_[i];
     SlotRun target;
     const bool found = s.table.forEachCandidateRun(
         s.table.posToKey(node.occupant.position()), node.moves, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
+          if (s.runsExamined >= maxMoveSearchRuns) return false;
           ++s.runsExamined;
           // Neither where the entry stands nor any slot that the chain empties.
           if (run == node.occupant || chainCrosses(i, run)) return false;
@@ -197,12 +198,31 @@ MultiWidthMovePlanner::Outcome MultiWidthMovePlanner::planMoveOut(Search& s, con
   // with a larger count may finish: the memo records it.
   bool cut = false;
   const HashEntryKey moving = s.table.posToKey(entry.position());
+  // A free run first, wherever it stands among the candidates: the move is then the entry's
+  // only one, which leaves the most moves to the entries after it, and nothing below it is
+  // searched. Reading a run's occupancy is all it takes to see that it is free.
+  SlotRun free;
+  const bool freeFound =
+      s.table.forEachCandidateRun(moving, depth, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
+        if (s.runsExamined >= maxMoveSearchRuns) return false;
+        ++s.runsExamined;
+        if (BucketState(b.bucket(run.bucket)).covers(run.mask()) || reservedOverlaps(run)) return false;
+        free = run;
+        return true;
+      });
+  if (freeFound) {
+    budget -= 1;
+    reserved_.push_back(free);
+    plan_.push_back(Move{entry, free});
+    return Outcome{true, false};
+  }
   const bool moved = s.table.forEachCandidateRun(moving, depth, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
     if (s.runsExamined >= maxMoveSearchRuns) return false;
     ++s.runsExamined;
     if (run == entry || reservedOverlaps(run)) return false;
     const Occupants occupants = occupantsOf(s, b, run);
-    if (!occupants.movable) return false;
+    // Free runs were all looked at above.
+    if (!occupants.movable || occupants.count == 0) return false;
     const std::size_t planned = plan_.size();
     const std::size_t held = reserved_.size();
     const U32 left = budget;
