@@ -26,16 +26,34 @@ namespace TesselCentral {
 // full, and it is allocated by the first placement, not by the table's creation.
 inline constexpr U32 maxDenseTableSlots = U32{1} << 22;
 
-// The most slots that one breadth-first search for room examines (moveSearch
+// The most slots that one single-width breadth-first search for room examines (moveSearch
 // breadthFirst): with 4 banks of 4-slot buckets, the key's 16 candidates, the 192 slots one
-// move away and most of those two moves away. A placement's work stays bounded whatever
-// the step budget.
+// move away and most of those two moves away. The single-width search hands nothing over,
+// so its placement's work stays bounded whatever the step budget. The multi-width search
+// holds its chain search's nodes to this many as well.
 inline constexpr U32 maxMoveSearchSlots = 2048;
-// The most candidate runs that one multi-width search for the fewest moves examines
-// (moveSearch breadthFirst), over all the move counts it tries. At a step budget of 3 on 4
-// banks of 4-slot buckets it is seldom reached; a search that reaches it leaves the key to
-// the depth-first search, whose moves are many but quickly found.
-inline constexpr U32 maxMoveSearchRuns = 8192;
+// The most runs that one multi-width search for the fewest moves examines (moveSearch
+// breadthFirst), the chain search and every move count of the plans after it together; a
+// run is counted each time the search reads it as a place that an entry standing in the
+// table could move to (the key's own candidates, read once per move count, are not). On 4
+// banks x 4096 buckets x 4 slots near full a run costs about 25 ns on the development
+// machine, so a search at its bound takes about 26 us. A search that finds no plan within
+// it hands the key to the depth-first search.
+inline constexpr U32 maxMoveSearchRuns = 1024;
+// The most runs that the depth-first search examines for a key that the multi-width
+// breadth-first search handed over, counted as that search counts them (one per run it
+// looks at evicting). Its runs cost more, 110-140 ns each with its victims' free-space
+// walks and bucket locks: 0.45-0.6 ms at the bound. At a step budget of 3 its whole tree
+// fits (the most a placement examined there was 1,192 runs, search and hand-over
+// together); at 5 a smaller bound fills less (2,048: 99.40 % at the first failure against
+// 99.65 %). The depth-first search's own placements (moveSearch depthFirst) are never
+// bounded: their work grows as a power of the step budget.
+inline constexpr U32 maxHandedOverRuns = 4096;
+// The most runs that one multi-width breadth-first placement examines, the search for the
+// fewest moves and the depth-first search after it together, whatever the step budget:
+// 5,120 runs, which the placements that reached it at budgets 5 and 6 on 4 x 4096 x 4 took
+// 0.55 ms on average and 0.73 ms at most on the development machine (shared with a build).
+inline constexpr U32 maxBreadthFirstPlacementRuns = maxMoveSearchRuns + maxHandedOverRuns;
 
 // Table base and the config reaction
 

@@ -101,10 +101,12 @@ void keepFastest(std::vector<double>& fastest, const std::vector<double>& pass, 
   }
 }
 
-void BM_Tail(benchmark::State& state, TableKind kind, MoveSearch search) {
+// `steps`: the step budget, 3 unless a benchmark names another.
+void BM_Tail(benchmark::State& state, TableKind kind, MoveSearch search, U32 steps = 3) {
   const U32 buckets = static_cast<U32>(state.range(0));
   TableSpec shape = geometry(kind, buckets);
   shape.moveSearch = search;
+  shape.maxRecursiveSteps = steps;
   const U64 capacity = U64{shape.numBanks} * buckets * shape.numBucketEntries;
   const U64 churnRequests = capacity / 4;
   const auto keys = keysFor(kind, capacity * 2);
@@ -141,6 +143,16 @@ BENCHMARK_CAPTURE(BM_Tail, multi_depth_first, TableKind::multi, MoveSearch::dept
     ->Iterations(1)
     ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_Tail, multi_breadth_first, TableKind::multi, MoveSearch::breadthFirst)
+    ->Arg(tailBuckets)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
+// The multi-width searches at a step budget of 5, where a depth-first search that fails
+// examines its whole tree and the breadth-first one stops at its bound.
+BENCHMARK_CAPTURE(BM_Tail, multi_depth_first_steps5, TableKind::multi, MoveSearch::depthFirst, 5u)
+    ->Arg(tailBuckets)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Tail, multi_breadth_first_steps5, TableKind::multi, MoveSearch::breadthFirst, 5u)
     ->Arg(tailBuckets)
     ->Iterations(1)
     ->Unit(benchmark::kMillisecond);

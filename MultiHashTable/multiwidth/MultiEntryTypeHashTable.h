@@ -245,6 +245,25 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   // table counts a placement and its moves in the statistics once, at the outermost call.
   // `function` is insertEntry's signature, which its assertions report.
   U32 place(const HashEntryKey& key, U32 origBankId, U32 recursionStep, const char* function);
+  // makeRoom for a key that the breadth-first search found no plan for, examining at most
+  // maxHandedOverRuns runs: the key's position, or INVALID_POSITION, a failure at the bound
+  // counted as a search cut short.
+  U32 makeRoomWithin(const Eviction& e, U32 origBankId);
+  // The runs that such a search may still examine, while it is engaged.
+  struct HandOverBound {
+    bool engaged = false;
+    bool reached = false;
+    U32 runsLeft = 0;
+  };
+  // Takes one run of the bound, or finds it reached.
+  bool handOverRunTaken() noexcept {
+    if (handOver_.runsLeft == 0) {
+      handOver_.reached = true;
+      return false;
+    }
+    --handOver_.runsLeft;
+    return true;
+  }
   bool makeRoomInBank(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32& freePos);
   bool makeRoomInBucket(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 entrySize, U32& freePos);
   bool evictOne(const Eviction& e, U32 i, MultiEntryTypeBank& b, U32 k, U32 s, U32 entrySize, U32 freePos);
@@ -252,8 +271,8 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
 
   // Room by the fewest moves (moveSearch breadthFirst): movePlanner_ finds the moves and
   // the table applies them. Traces the search, applies the plan's moves in order and places
-  // the key in the run they have freed: the key's position, or INVALID_POSITION (with the
-  // key's status made invalid unless the search was cut short).
+  // the key in the run they have freed: the key's position, or INVALID_POSITION, which
+  // leaves the key to makeRoomWithin.
   U32 placeByShortestMoves(const HashEntryKey& key, const MultiWidthMovePlanner::Plan& plan);
   void relocate(const HashEntryKey& key, const SlotRun& from, const SlotRun& to);
 
@@ -285,6 +304,7 @@ class MultiEntryTypeHashTable : public MultiHashTableBase {
   // The search for the fewest moves, whose scratch state is kept between placements, so
   // that a warm table allocates nothing to search.
   MultiWidthMovePlanner movePlanner_;
+  HandOverBound handOver_;
 };
 
 template <class Visit>

@@ -90,14 +90,17 @@ U32 MultiEntryTypeHashTable::place(const HashEntryKey& key, U32 origBankId, U32 
     return INVALID_POSITION;
   }
   // The fewest moves are searched for the key itself (the depth-first search's victims come
-  // here with fewer steps left). When the search runs out of runs to examine before it runs
-  // out of plans, the depth-first search has its turn.
-  if (moveSearch() == MoveSearch::breadthFirst && recursionStep == maxRecursiveSteps()) {
+  // here with fewer steps left). When the search finds no plan within its runs, the
+  // depth-first search has its turn, bounded in its own runs: its moves that stay made when
+  // an eviction fails half-way spread entries over the banks in a way that a whole plan
+  // never does, and that is what places many of the wide keys near full.
+  const bool handedOver = moveSearch() == MoveSearch::breadthFirst && recursionStep == maxRecursiveSteps();
+  if (handedOver) {
     const MultiWidthMovePlanner::Plan plan = movePlanner_.plan(*this, key);
     statisticsKept().runsExaminedAdd(plan.runsExamined);
     const U32 placed = placeByShortestMoves(key, plan);
-    if (placed != INVALID_POSITION || !plan.cutShort) return placed;
-    statisticsKept().searchCutShort();
+    if (placed != INVALID_POSITION) return placed;
+    if (plan.cutShort) statisticsKept().searchCutShort();
   }
   MHT_TRACE_IN("insertEntry", 2,
                "MultiEntryTypeHashTable::"
@@ -105,7 +108,30 @@ U32 MultiEntryTypeHashTable::place(const HashEntryKey& key, U32 origBankId, U32 
                    << " no space found"
                    << " rehashing the key: " << key);
 
-  return makeRoom(Eviction{key, recursionStep, step, function}, origBankId);
+  if (!handedOver) return makeRoom(Eviction{key, recursionStep, step, function}, origBankId);
+  return makeRoomWithin(Eviction{key, recursionStep, step, function}, origBankId);
+}
+
+U32 MultiEntryTypeHashTable::makeRoomWithin(const Eviction& e, U32 origBankId) {
+  // Engaged for this placement only, whatever leaves it: the depth-first search's own
+  // placements are never bounded.
+  struct Engagement {
+    HandOverBound& bound;
+    explicit Engagement(HandOverBound& b) : bound(b) { bound = HandOverBound{true, false, maxHandedOverRuns}; }
+    ~Engagement() { bound.engaged = false; }
+    Engagement(const Engagement&) = delete;
+    Engagement& operator=(const Engagement&) = delete;
+  };
+  const Engagement engagement(handOver_);
+  const U32 pos = makeRoom(e, origBankId);
+  if (handOver_.reached) {
+    MHT_TRACE_IN("insertEntry", 2,
+                 "insertEntry"
+                     << " depth-first search: " << maxHandedOverRuns
+                     << " runs examined, the bound, for key: " << e.key);
+    statisticsKept().searchCutShort();
+  }
+  return pos;
 }
 
 U32 MultiEntryTypeHashTable::makeRoom(const Eviction& e, U32 origBankId) {
@@ -174,6 +200,9 @@ bool MultiEntryTypeHashTable::makeRoomInBucket(const Eviction& e, U32 i, MultiEn
                        << " skip position 0 ");
       continue;
     }
+    // A search handed over from the breadth-first one stops at its bound; one of its own
+    // never does.
+    if (handOver_.engaged && !handOverRunTaken()) return false;
     freePos = packPosition(i, k, s);
     statisticsKept().runsExaminedAdd(1);
     const HashEntryType t = b.getEntryType(k, s);

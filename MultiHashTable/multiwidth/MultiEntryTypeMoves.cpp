@@ -22,8 +22,8 @@ U32 MultiEntryTypeHashTable::placeByShortestMoves(const HashEntryKey& key, const
   } else if (!plan.found) {
     MHT_TRACE_IN("insertEntry", 2,
                  "insertEntry"
-                     << " breadth-first search: " << plan.runsExamined << " runs examined, no room within "
-                     << maxRecursiveSteps() << " moves deep for key: " << key);
+                     << " breadth-first search: " << plan.runsExamined << " runs examined, no plan within "
+                     << maxRecursiveSteps() << " moves deep: the depth-first search takes over for key: " << key);
   } else {
     MHT_TRACE_IN("insertEntry", 2,
                  "insertEntry"
@@ -33,11 +33,9 @@ U32 MultiEntryTypeHashTable::placeByShortestMoves(const HashEntryKey& key, const
     pos = plan.freed.position();
   }
   // A freed run whose packed position reads as INVALID_POSITION (the last slot of the last
-  // bucket of a 256th bank) is no room to the callers either.
-  if (pos == INVALID_POSITION) {
-    if (!plan.cutShort && !hashEntryStatus()->statusHas(key)) hashEntryStatus()->statusIs(key, EntryId());
-    return INVALID_POSITION;
-  }
+  // bucket of a 256th bank) is no room to the callers either; the depth-first search that
+  // takes the key over publishes its failure.
+  if (pos == INVALID_POSITION) return INVALID_POSITION;
   occupy(key, RunStart::at(pos), OccupyStep::mark);
   doAddOrMoveEntry(key, pos, keyToPosHas(key));
   return pos;

@@ -5,9 +5,11 @@
 // which is free or is emptied the same way first, with chains of displacement at most
 // maxRecursiveSteps deep. The shortest single chain is found first, breadth first; plans of
 // fewer moves that empty a run several entries stand in are then sought with at most 1, 2,
-// 3... moves in all, candidates in order. A search that examines maxMoveSearchRuns runs
-// without a plan leaves the key to the depth-first search. The search only reads the table:
-// the table applies the plan.
+// 3... moves in all, candidates in order, each entry of a plan taking a free run of its own
+// candidates before it tries to empty an occupied one. Every run read as a place to move to
+// counts towards maxMoveSearchRuns, where the search stops; a search that finds no plan,
+// at its bound or not, leaves the key to the table's bounded depth-first search. The search
+// only reads the table: the table applies the plan.
 #include "MultiHashTable/multiwidth/MultiWidthMovePlanner.h"
 
 #include <cstddef>
@@ -18,15 +20,14 @@ namespace TesselCentral {
 
 namespace {
 
-// Each keyed collection of the planner mixes its own constant into the process seed.
-constexpr U32 visitedRunsSeed = 0x715E4004u;
-constexpr U32 failedMovesSeed = 0xFA11E005u;
-
 U64 visitKey(const SlotRun& run) { return (U64{run.position()} << 8) | run.width; }
 
 }  // namespace
 
-MultiWidthMovePlanner::MultiWidthMovePlanner() : visitedRuns_(visitedRunsSeed), failedMoves_(failedMovesSeed) {
+// A run is visited when it is enqueued, at most maxMoveSearchSlots times; a move fails after
+// a run is examined, or on its way back from a search at its bound, a few times at each
+// depth of that search.
+MultiWidthMovePlanner::MultiWidthMovePlanner() : visitedRuns_(maxMoveSearchSlots), failedMoves_(2 * maxMoveSearchRuns) {
   chainNodes_.reserve(maxMoveSearchSlots);
 }
 
@@ -57,7 +58,7 @@ MultiWidthMovePlanner::Occupants MultiWidthMovePlanner::occupantsOf(const Search
 
 MultiWidthMovePlanner::Plan MultiWidthMovePlanner::plan(const MultiEntryTypeHashTable& table, const HashEntryKey& key) {
   Search s{table, table.keyToPosHas(key) ? table.keyToPos(key) : INVALID_POSITION};
-  failedMoves_.delAll();
+  failedMoves_.newSearch();
   // The shortest chain from a candidate that one entry stands in is quickly found; only
   // plans of fewer moves, which empty a candidate that several stand in, are sought beyond it.
   SlotRun chainFreed;
@@ -85,10 +86,11 @@ bool MultiWidthMovePlanner::reservedOverlaps(const SlotRun& run) const noexcept 
 bool MultiWidthMovePlanner::shortestChain(Search& s, const HashEntryKey& key, SlotRun& freed) {
   // Breadth first over runs that one entry stands in, each run enqueued once: the key's
   // candidates, then the runs their entries could move to, level by level. At most
-  // maxMoveSearchSlots runs are enqueued.
+  // maxMoveSearchSlots runs are enqueued, and the search stops at maxMoveSearchRuns runs
+  // examined, which leaves nothing to the plans of fewer moves after it.
   chainNodes_.clear();
   chainPlan_.clear();
-  visitedRuns_.delAll();
+  visitedRuns_.newSearch();
   const auto enqueue = [this](const SlotRun& run, const SlotRun& occupant, U32 parent, U32 moves) {
     if (chainNodes_.size() >= maxMoveSearchSlots || !visitedRuns_.findOrInsert(visitKey(run)).second) return;
     chainNodes_.push_back(ChainNode{run, occupant, parent, moves});
@@ -98,25 +100,36 @@ bool MultiWidthMovePlanner::shortestChain(Search& s, const HashEntryKey& key, Sl
     if (occupants.movable && occupants.count == 1) enqueue(run, occupants.entries[0], noParent, 1);
     return false;
   });
-  for (U32 i = 0; i < chainNodes_.size(); ++i) {
+  for (U32 i = 0; i < chainNodes_.size() && s.runsExamined < maxMoveSearchRuns; ++i) {
     const ChainNode node = chainNodes_[i];
     SlotRun target;
-    const bool found = s.table.forEachCandidateRun(
-        s.table.posToKey(node.occupant.position()), node.moves, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
-          ++s.runsExamined;
-          // Neither where the entry stands nor any slot that the chain empties.
-          if (run == node.occupant || chainCrosses(i, run)) return false;
-          const Occupants occupants = occupantsOf(s, b, run);
-          if (!occupants.movable || occupants.count > 1) return false;
-          if (occupants.count == 0) {
-            target = run;
-            return true;
-          }
-          if (node.moves < s.table.maxRecursiveSteps() && !chainCrosses(i, occupants.entries[0])) {
-            enqueue(run, occupants.entries[0], i, node.moves + 1);
-          }
-          return false;
-        });
+    const bool found = s.table.forEachCandidateRun(s.table.posToKey(node.occupant.position()), node.moves,
+                                                   [&](const MultiEntryTypeBank& b, const SlotRun& run) {
+                                                     if (s.runsExamined >= maxMoveSearchRuns) return false;
+                                                     ++s.runsExamined;
+                                                     // Neither where the entry stands nor any slot that the chain
+                                                     // empties.
+                                                     if (run == node.occupant || chainCrosses(i, run)) return false;
+                                                     if (node.moves == s.table.maxRecursiveSteps()) {
+                                                       // The last level enqueues nothing: only a free run ends the
+                                                       // chain there, and the bucket's occupancy tells it without
+                                                       // reading who stands in the run.
+                                                       if (BucketState(b.bucket(run.bucket)).covers(run.mask()))
+                                                         return false;
+                                                       target = run;
+                                                       return true;
+                                                     }
+                                                     const Occupants occupants = occupantsOf(s, b, run);
+                                                     if (!occupants.movable || occupants.count > 1) return false;
+                                                     if (occupants.count == 0) {
+                                                       target = run;
+                                                       return true;
+                                                     }
+                                                     if (!chainCrosses(i, occupants.entries[0])) {
+                                                       enqueue(run, occupants.entries[0], i, node.moves + 1);
+                                                     }
+                                                     return false;
+                                                   });
     if (!found) continue;
     // From the free end backwards: each entry into the run that the next one leaves.
     for (U32 j = i; j != noParent; j = chainNodes_[j].parent) {
@@ -197,12 +210,31 @@ MultiWidthMovePlanner::Outcome MultiWidthMovePlanner::planMoveOut(Search& s, con
   // with a larger count may finish: the memo records it.
   bool cut = false;
   const HashEntryKey moving = s.table.posToKey(entry.position());
+  // A free run first, wherever it stands among the candidates: the move is then the entry's
+  // only one, which leaves the most moves to the entries after it, and nothing below it is
+  // searched. Reading a run's occupancy is all it takes to see that it is free.
+  SlotRun free;
+  const bool freeFound =
+      s.table.forEachCandidateRun(moving, depth, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
+        if (s.runsExamined >= maxMoveSearchRuns) return false;
+        ++s.runsExamined;
+        if (BucketState(b.bucket(run.bucket)).covers(run.mask()) || reservedOverlaps(run)) return false;
+        free = run;
+        return true;
+      });
+  if (freeFound) {
+    budget -= 1;
+    reserved_.push_back(free);
+    plan_.push_back(Move{entry, free});
+    return Outcome{true, false};
+  }
   const bool moved = s.table.forEachCandidateRun(moving, depth, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
     if (s.runsExamined >= maxMoveSearchRuns) return false;
     ++s.runsExamined;
     if (run == entry || reservedOverlaps(run)) return false;
     const Occupants occupants = occupantsOf(s, b, run);
-    if (!occupants.movable) return false;
+    // Free runs were all looked at above.
+    if (!occupants.movable || occupants.count == 0) return false;
     const std::size_t planned = plan_.size();
     const std::size_t held = reserved_.size();
     const U32 left = budget;
@@ -220,8 +252,10 @@ MultiWidthMovePlanner::Outcome MultiWidthMovePlanner::planMoveOut(Search& s, con
     return false;
   });
   if (!moved) {
-    FailedMove& failed = *failedMoves_.findOrInsert(memo).first;
-    if (budget >= failed.budget) failed = FailedMove{budget, cut};
+    // A failure that the memo has no room for is only searched again.
+    if (FailedMove* failed = failedMoves_.findOrInsert(memo).first; failed != nullptr && budget >= failed->budget) {
+      *failed = FailedMove{budget, cut};
+    }
   }
   return Outcome{moved, cut};
 }
