@@ -71,7 +71,7 @@ class Simulator {
     Clock::time_point start = Clock::now();
     while (result_.fill.requested < fillLimit) {
       if (options_.fillTarget && fill() >= *options_.fillTarget) break;
-      const bool placed = request();
+      const bool placed = request("fill");
       ++result_.fill.requested;
       progress.update(requests_);
       if (!placed && !result_.fillAtFirstFailure) {
@@ -90,7 +90,7 @@ class Simulator {
       session_.config().configDel(placedKeys_[victim]);
       placedKeys_[victim] = placedKeys_.back();
       placedKeys_.pop_back();
-      request();
+      request("churn");
       ++result_.churn.requested;
       progress.update(requests_);
     }
@@ -111,13 +111,21 @@ class Simulator {
   }
 
   // One request for a new key; failed requests are withdrawn, as an agent would.
-  bool request() {
+  // Each is timed on its own: the slowest one is what an agent waits for at worst.
+  bool request(const char* phase) {
     const HashEntryKey key = keys_.next();
     const U64 movesBefore = statistics().moves();
+    const Clock::time_point start = Clock::now();
     session_.config().configIs(key, EntryId());
+    const Clock::duration took = Clock::now() - start;
     const U64 moves = statistics().moves() - movesBefore;
     ++requests_;
     const bool placed = session_.status().status(key).isValid();
+    if (took > slowest_) {
+      slowest_ = took;
+      result_.slowest =
+          SlowestRequest{requests_, phase, std::chrono::duration<double, std::micro>(took).count(), key, placed};
+    }
     if (placed) {
       placedKeys_.push_back(key);
     } else {
@@ -199,6 +207,7 @@ class Simulator {
   std::vector<HashEntryKey> placedKeys_;
   U64 requests_ = 0;
   U64 sampleEvery_ = 1;
+  Clock::duration slowest_ = Clock::duration::min();
   SimulationResult result_;
 };
 
