@@ -66,12 +66,29 @@ PassTimes nearFullPass(const TableSpec& shape, bool doubleEntryTwoBucketMode, co
   const U64 capacity = U64{shape.numBanks} * shape.numBuckets * shape.numBucketEntries;
   auto t = newTable(shape, doubleEntryTwoBucketMode);
   std::size_t next = 0;
-  auto placed = fillTo(*t, keys, next, capacity * 90 / 100);
-  // A table whose first key without room comes before 90 % churns from there.
-  const bool failedBefore = next > 0 && !t->status().status(keys[next - 1]).isValid();
-  if (failedBefore) t->config().configDel(keys[next - 1]);
   PassTimes times;
-  double timed = 0;
+  std::vector<HashEntryKey> placed;
+  bool failedBefore = false;
+  if (limits.timeEarlyFailure) {
+    // fillTo's requests, each timed and the time of a failure kept.
+    for (U64 used = t->slotsUsed(); used < capacity * 90 / 100 && next < keys.size();) {
+      const HashEntryKey& k = keys[next++];
+      const double took = placementTime(*t, k);
+      if (!t->status().status(k).isValid()) {
+        times.fill.push_back(took);
+        failedBefore = true;
+        break;
+      }
+      used += t->widthOf(k);
+      placed.push_back(k);
+    }
+  } else {
+    placed = fillTo(*t, keys, next, capacity * 90 / 100);
+    failedBefore = next > 0 && !t->status().status(keys[next - 1]).isValid();
+  }
+  // A table whose first key without room comes before 90 % churns from there.
+  if (failedBefore) t->config().configDel(keys[next - 1]);
+  double timed = times.fill.empty() ? 0 : times.fill.back();
   const auto more = [&] { return times.requests() < limits.maxRequests && timed / 1e9 < limits.maxSeconds; };
   while (!failedBefore && next < keys.size() && more()) {
     const HashEntryKey& k = keys[next++];

@@ -75,6 +75,9 @@ struct PassLimits {
   U64 churnRequests = 0;
   std::size_t maxRequests = std::numeric_limits<std::size_t>::max();
   double maxSeconds = std::numeric_limits<double>::infinity();
+  // The first key without room, when it comes before 90 %, timed too (in the fill phase's
+  // times): it is the request that searches every chain the budget allows.
+  bool timeEarlyFailure = false;
 };
 
 PassTimes nearFullPass(const TableSpec& shape, bool doubleEntryTwoBucketMode, const std::vector<HashEntryKey>& keys,

@@ -3,7 +3,8 @@
 // default geometry and at the geometry that makes them worst (BM_BudgetCostShapes compares
 // the candidates at the largest budget). Each request's time is the minimum over passes of the
 // same sequence (BenchSupport.h: nearFullPass), from 90 % fill to the first failure, then
-// churn at that load.
+// churn at that load; a first failure before 90 % is timed as well, since it is the request
+// that searches every chain the budget allows.
 //
 // A budget whose requests take long is sampled: the first pass stops its timed requests after
 // passSeconds of them, the passes after it make as many, and there are fewer passes, so that
@@ -47,22 +48,25 @@ constexpr mht::WidthMix wideMix{50, 25, 25};
 // The tool's default: 4 banks x 4096 buckets x 4 slots, 70/20/10.
 const Shape defaultShape{"4x4096x4", 4, 4096, 4, false, defaultMix};
 
-// The geometries that make the budget's cost worst, found with BM_BudgetCostShapes below.
-const Shape worstSingle{"2x4096x4", 2, 4096, 4, false, defaultMix};
-const Shape worstMulti{"4x32x4_two_bucket_50_25_25", 4, 32, 4, true, wideMix};
+// The geometries that make the budget's cost worst among the tables of 4 slots a bucket and
+// at most 4 banks, found with BM_BudgetCostShapes below. More slots or more banks widen every
+// step of the search and cost far more again (docs/capacity.md, "What a budget costs").
+const Shape worstSingle{"4x32x4", 4, 32, 4, false, defaultMix};
+const Shape worstMulti{"4x64x4_two_bucket_50_25_25", 4, 64, 4, true, wideMix};
 
-// The candidates for the worst geometry: small tables (failures come often and every
-// chain is short of room), two banks, bucket groups for the wide entries, wider mixes.
+// The candidates for the worst geometry: small tables (failures come often, and a failure
+// searches every chain the budget allows), two banks, bucket groups for the wide entries,
+// wider mixes.
 const std::vector<Shape> singleCandidates{
-    {"4x32x4", 4, 32, 4, false, defaultMix},
-    {"2x32x4", 2, 32, 4, false, defaultMix},
+    {"4x16x4", 4, 16, 4, false, defaultMix},     {"4x32x4", 4, 32, 4, false, defaultMix},
+    {"4x64x4", 4, 64, 4, false, defaultMix},     {"2x32x4", 2, 32, 4, false, defaultMix},
     {"2x4096x4", 2, 4096, 4, false, defaultMix},
-    {"4x4096x8", 4, 4096, 8, false, defaultMix},
 };
 const std::vector<Shape> multiCandidates{
-    {"4x32x4", 4, 32, 4, false, defaultMix},
     {"4x32x4_50_25_25", 4, 32, 4, false, wideMix},
+    {"4x32x4_two_bucket", 4, 32, 4, true, defaultMix},
     {"4x32x4_two_bucket_50_25_25", 4, 32, 4, true, wideMix},
+    {"4x64x4_two_bucket_50_25_25", 4, 64, 4, true, wideMix},
     {"2x32x4_two_bucket_50_25_25", 2, 32, 4, true, wideMix},
     {"2x4096x4_50_25_25", 2, 4096, 4, false, wideMix},
     {"4x4096x4_two_bucket_50_25_25", 4, 4096, 4, true, wideMix},
@@ -84,6 +88,7 @@ void BM_BudgetCost(benchmark::State& state, TableKind kind, MoveSearch search, S
       PassLimits limits;
       limits.churnRequests = churnRequests;
       limits.maxSeconds = passSeconds;
+      limits.timeEarlyFailure = true;
       const PassTimes first = nearFullPass(shape, s.twoBucketMode, keys, limits);
       sampled = first.cut;
       keepFastest(fill, first.fill, state);
