@@ -61,8 +61,8 @@ struct OptimumFigures {
   bool upperBound = false;     // a relaxation's figures (multi-width), not an exact optimum
 };
 
-// The request whose configIs took longest, timed by the steady clock around the call (the
-// table's reaction and the status publication inside it).
+// The request whose configIs took longest, timed around the call (the table's reaction and
+// the status publication inside it).
 struct SlowestRequest {
   U64 request = 0;    // numbered as the first failure is: every request of both phases, from 1
   std::string phase;  // "fill" or "churn"
