@@ -2,15 +2,26 @@
 # Builds the release preset, runs the benchmark suite (medians of 5 repetitions) and prints
 # each figure with its ratio to the plain hash map measured in the same run. Repetitions of
 # different benchmarks are interleaved, so that a slow spell of the machine does not fall on
-# one benchmark alone.
+# one benchmark alone. The budget's cost (BudgetCostBench.cpp) takes minutes and is left
+# out; `--budget-cost` runs it alone, once, and prints its tables as docs/capacity.md shows
+# them.
 #   bench/run.sh [extra benchmark options, e.g. --benchmark_filter=Place]
+#   bench/run.sh --budget-cost [extra benchmark options]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
 cmake --preset release >/dev/null
 cmake --build --preset release --target mht_bench >/dev/null
+if [[ "${1:-}" == "--budget-cost" ]]; then
+  shift
+  out=build/release/bench/budget-cost.json
+  build/release/bench/mht_bench --benchmark_filter=BM_BudgetCost --benchmark_out="$out" \
+    --benchmark_out_format=json "$@" >/dev/null
+  python3 bench/budget_cost.py "$out"
+  exit
+fi
 out=build/release/bench/results.json
 build/release/bench/mht_bench --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true \
-  --benchmark_report_aggregates_only=true \
+  --benchmark_report_aggregates_only=true --benchmark_filter=-BM_BudgetCost \
   --benchmark_out="$out" --benchmark_out_format=json "$@" >/dev/null
 python3 bench/report.py "$out"

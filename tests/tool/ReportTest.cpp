@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -99,6 +100,55 @@ TEST(Report, TextNamesTheTableAndTheFirstFailure) {
             std::string::npos)
       << out.str();
   EXPECT_NE(out.str().find("first fail at request " + std::to_string(*r.firstFailureRequest)), std::string::npos);
+}
+
+// The slowest request's time is the machine's, not the run's: the tests hold its form, and
+// that it names one of the run's requests.
+TEST(Report, TextNamesTheSlowestRequest) {
+  const SimulationOptions o = smallMultiWidthRun();
+  const SimulationResult r = simulate(o);
+  ASSERT_TRUE(r.slowest.has_value());
+  EXPECT_GE(r.slowest->request, 1u);
+  EXPECT_LE(r.slowest->request, r.fill.requested + r.churn.requested);
+  EXPECT_EQ(r.slowest->phase, r.slowest->request <= r.fill.requested ? "fill" : "churn");
+  EXPECT_GT(r.slowest->microseconds, 0);
+  std::ostringstream out;
+  writeTextReport(o, r, out);
+  const std::regex line(R"re(\nslowest    [0-9]+\.[0-9] us, request [0-9]+ \((fill|churn), (placed|no room)\), )re"
+                        R"re(key [0-9]+ [0-9]+ [0-9]+ (singleWide|doubleWide|quadWide)\ncounters )re");
+  EXPECT_TRUE(std::regex_search(out.str(), line)) << out.str();
+  EXPECT_NE(out.str().find("request " + std::to_string(r.slowest->request) + " (" + r.slowest->phase),
+            std::string::npos);
+}
+
+TEST(Report, JsonNamesTheSlowestRequest) {
+  const SimulationOptions o = smallMultiWidthRun();
+  const SimulationResult r = simulate(o);
+  std::ostringstream out;
+  writeJsonReport(o, r, out);
+  const auto doc = nlohmann::json::parse(out.str());
+  ASSERT_TRUE(doc.contains("slowestRequest")) << out.str();
+  const auto& slowest = doc["slowestRequest"];
+  EXPECT_EQ(slowest["request"], r.slowest->request);
+  EXPECT_EQ(slowest["phase"], r.slowest->phase);
+  EXPECT_TRUE(slowest["microseconds"].is_number());
+  EXPECT_GT(slowest["microseconds"].get<double>(), 0);
+  EXPECT_TRUE(slowest["placed"].is_boolean());
+  EXPECT_EQ(slowest["key"], keyFields(r.slowest->key));
+}
+
+// A simulation that makes no request has no slowest one, and says nothing of it.
+TEST(Report, NoRequestNoSlowest) {
+  SimulationOptions o = smallMultiWidthRun();
+  o.requests = 0;
+  o.churn = 0;
+  const SimulationResult r = simulate(o);
+  EXPECT_FALSE(r.slowest.has_value());
+  std::ostringstream text, json;
+  writeTextReport(o, r, text);
+  writeJsonReport(o, r, json);
+  EXPECT_EQ(text.str().find("slowest"), std::string::npos) << text.str();
+  EXPECT_FALSE(nlohmann::json::parse(json.str()).contains("slowestRequest"));
 }
 
 TEST(KeySources, HashesAreTheCrcsOfTheKeyBytes) {

@@ -102,6 +102,11 @@ void writeTextReport(const SimulationOptions& o, const SimulationResult& r, std:
   writeMovesHistogram(r, out);
   out << "speed      " << fixed(perSecond(r.fill), 0) << " requests/s filling, " << fixed(perSecond(r.churn), 0)
       << " requests/s churning\n";
+  if (r.slowest) {
+    const SlowestRequest& s = *r.slowest;
+    out << "slowest    " << fixed(s.microseconds, 1) << " us, request " << s.request << " (" << s.phase << ", "
+        << (s.placed ? "placed" : "no room") << "), key " << keyFields(s.key) << '\n';
+  }
   out << "counters   insertions=" << r.insertions << " deletions=" << r.deletions << " moves=" << r.movesCounted
       << '\n';
 }
@@ -154,6 +159,14 @@ void writeJsonReport(const SimulationOptions& o, const SimulationResult& r, std:
            {"bankFillRatio", r.bankFill},
            {"movesPerPlacement", {{"mean", r.movesMean}, {"max", r.movesMax}, {"histogram", histogram}}},
            {"counters", {{"insertions", r.insertions}, {"deletions", r.deletions}, {"moves", r.movesCounted}}}};
+  if (r.slowest) {
+    const SlowestRequest& s = *r.slowest;
+    doc["slowestRequest"] = {{"request", s.request},
+                             {"phase", s.phase},
+                             {"microseconds", s.microseconds},
+                             {"placed", s.placed},
+                             {"key", keyFields(s.key)}};
+  }
   if (r.optimum) {
     // A multi-width table's figure is a bound, and named so.
     const OptimumFigures& best = *r.optimum;

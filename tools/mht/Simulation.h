@@ -61,6 +61,16 @@ struct OptimumFigures {
   bool upperBound = false;     // a relaxation's figures (multi-width), not an exact optimum
 };
 
+// The request whose configIs took longest, timed around the call (the table's reaction and
+// the status publication inside it).
+struct SlowestRequest {
+  U64 request = 0;    // numbered as the first failure is: every request of both phases, from 1
+  std::string phase;  // "fill" or "churn"
+  double microseconds = 0;
+  TesselCentral::HashEntryKey key;
+  bool placed = false;
+};
+
 struct SimulationResult {
   PhaseFigures fill;
   PhaseFigures churn;
@@ -77,6 +87,7 @@ struct SimulationResult {
   std::vector<double> bankFill;
   std::vector<std::vector<BucketCell>> occupancy;  // [bank][bucket]
   std::vector<Sample> timeline;
+  std::optional<SlowestRequest> slowest;  // none when no request was made
   U64 insertions = 0;
   U64 deletions = 0;
   U64 movesCounted = 0;

@@ -141,6 +141,13 @@ json runJson(const SweepRun& run, const std::optional<OptimumFigures>& optimum) 
     r["movesPerPlacement"] = run.movesMean;
     r["fill"] = phaseJson(run.fill);
     r["churn"] = phaseJson(run.churn);
+    if (run.slowest) {
+      r["slowestRequest"] = {{"request", run.slowest->request},
+                             {"phase", run.slowest->phase},
+                             {"microseconds", run.slowest->microseconds},
+                             {"placed", run.slowest->placed},
+                             {"key", keyFields(run.slowest->key)}};
+    }
   }
   if (optimum) r["optimum"] = optimumJson(*optimum);
   return r;

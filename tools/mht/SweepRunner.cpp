@@ -46,6 +46,7 @@ void runTask(const SweepGrid& grid, const Task& task, SweepResult& result) {
     run.movesMean = r.movesMean;
     run.fill = r.fill;
     run.churn = r.churn;
+    run.slowest = r.slowest;
   } catch (const std::exception& e) {
     // A table that refuses the cell (a search it does not offer) is one row's news, not the sweep's end.
     run.error = e.what();
@@ -64,7 +65,7 @@ std::vector<Task> planSweep(const SweepGrid& grid, SweepResult& result) {
       for (const MoveSearch search : grid.searches) {
         SweepRow row{t, steps, search, {}};
         for (std::size_t s = 0; s < grid.seeds.size(); ++s) {
-          row.runs.push_back(SweepRun{grid.seeds[s], {}, {}, {}, 0, 0, {}, {}});
+          row.runs.push_back(SweepRun{grid.seeds[s], {}, {}, {}, 0, 0, {}, {}, {}});
           tasks.push_back(Task{false, result.rows.size(), s, t});
         }
         result.rows.push_back(std::move(row));

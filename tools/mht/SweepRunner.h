@@ -20,6 +20,7 @@ struct SweepRun {
   double movesMean = 0;
   PhaseFigures fill;
   PhaseFigures churn;
+  std::optional<SlowestRequest> slowest;
 };
 
 struct SweepRow {

@@ -198,7 +198,10 @@ struct SimulateCommand {
         ->transform(wholeNumber<U32>())
         ->capture_default_str();
     sim.add_option("--steps", table.maxRecursiveSteps,
-                   "maxRecursiveSteps, the chain depth: how many displacements deep one placement's chain may go")
+                   "maxRecursiveSteps, the chain depth: how many displacements deep one placement's chain may go; "
+                   "depth-first up to 5 single-width / 4 multi-width (3 in two-bucket mode), breadth-first up to 8 "
+                   "(the largest measured) / 4 (3) keep every placement under 1 ms on a 2-core machine; see "
+                   "docs/capacity.md")
         ->transform(wholeNumber<U32>(0, 16))
         ->capture_default_str();
     sim.add_option("--move-search", moveSearch,
@@ -349,9 +352,12 @@ struct SweepCommand {
     command->add_option("--table", tables,
                         "<single|multi>[:<banks>x<buckets>x<slots>] (repeatable or comma-separated; shape default "
                         "4x4096x4); default: single:4x4096x4, single:2x4096x4, multi:4x4096x4");
-    command->add_option("--steps", steps,
-                        "chain depths (maxRecursiveSteps) for every table, e.g. 0-8 or 1,2,3,8, each in 0..16 "
-                        "(default: 0-8 single-width, 3-5 multi-width)");
+    command->add_option(
+        "--steps", steps,
+        "chain depths (maxRecursiveSteps) for every table, e.g. 0-8 or 1,2,3,8, each in 0..16 "
+        "(default: 0-8 single-width, 3-5 multi-width); depth-first up to 5 single-width / 4 multi-width, "
+        "breadth-first up to 8 / 4 keep every placement under 1 ms on a 2-core machine "
+        "(docs/capacity.md)");
     command->add_option("--move-search", searches,
                         "move searches, comma-separated: depth-first (or depthFirst), breadth-first (or "
                         "breadthFirst) (default: both)");
