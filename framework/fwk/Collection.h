@@ -12,9 +12,9 @@
 // iterator survives the deletion of the member it stands on and a walk may delete as it
 // goes. An insertion may grow the table and invalidates iterators.
 //
-// A table of 4096 slots or more is never rehashed all at once inside one insertion (that
+// A table of 256 slots or more is never rehashed all at once inside one insertion (that
 // costs milliseconds at 2^15 slots): its successor is allocated, and each insertion moves a
-// few dozen members of the old table into it, until the old table is empty and freed.
+// few members of the old table into it, until the old table is empty and freed.
 // Meanwhile a lookup that misses in the new table looks in the old one. The same happens
 // when a map that churns at a steady size has filled its table with deleted slots.
 //
@@ -27,8 +27,10 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -82,6 +84,20 @@ class SlotArray {
  private:
   T* slots_ = nullptr;
   std::size_t count_ = 0;
+};
+
+// Control bytes start all empty (zero). They come from calloc, which hands over fresh pages
+// from the system without writing them: a large table's pages are then faulted in one at a
+// time as probes reach them, not all at once by the insertion that allocates the table.
+struct ZeroedBytes {
+  struct Free {
+    void operator()(std::uint8_t* p) const noexcept { std::free(p); }
+  };
+  static std::uint8_t* allocate(std::size_t n) {
+    void* p = std::calloc(n, 1);
+    if (p == nullptr) throw std::bad_alloc();
+    return static_cast<std::uint8_t*>(p);
+  }
 };
 
 }  // namespace detail
@@ -327,12 +343,12 @@ class HashMap {
   // One array of control bytes and slots. A map has one; a resize has two for a while.
   struct Table {
     // A slot is written when it is occupied, and only occupied slots are read.
-    std::unique_ptr<std::uint8_t[]> control;
+    std::unique_ptr<std::uint8_t[], detail::ZeroedBytes::Free> control;
     detail::SlotArray<Entry> slots;
     std::size_t capacity = 0;
 
     Table() = default;
-    explicit Table(std::size_t n) : control(std::make_unique<std::uint8_t[]>(n + groupWidth)), slots(n), capacity(n) {}
+    explicit Table(std::size_t n) : control(detail::ZeroedBytes::allocate(n + groupWidth)), slots(n), capacity(n) {}
     Table(Table&& other) noexcept
         : control(std::move(other.control)),
           slots(std::move(other.slots)),
@@ -491,12 +507,16 @@ class HashMap {
     return capacity;
   }
 
-  // A table of fewer slots than this is rehashed at once (a few microseconds); a larger one
-  // is drained into its successor a few slots at each insertion, so that no insertion pays
-  // for a whole rehash: at 2^15 slots and more that costs milliseconds.
-  static constexpr std::size_t drainedFrom = std::size_t{1} << 12;
-  // The fewest old slots an insertion moves on while a resize drains.
-  static constexpr std::size_t minDrainStep = 32;
+  // A table of fewer slots than this is rehashed at once; a larger one is drained into its
+  // successor a few slots at each insertion, so that no insertion pays for a whole rehash.
+  // What a rehash costs is mostly the first touch of the new table's pages: on a virtual
+  // machine a page fault takes several microseconds, and a table of 2048 slots keyed by a
+  // table key (21 bytes a slot) took 0.4 ms to rehash; 256 slots fill a page or two.
+  static constexpr std::size_t drainedFrom = std::size_t{1} << 8;
+  // The fewest old slots an insertion moves on while a resize drains. Each member moved
+  // lands on a page of the new table that may not have been touched yet, and on a virtual
+  // machine a first touch costs several microseconds: a few at a time keeps it cheap.
+  static constexpr std::size_t minDrainStep = 8;
 
   // The current table has no room for another member: a larger one takes its place, or one
   // of the same size without the deleted slots that filled it.

@@ -214,7 +214,7 @@ TEST(HashMap, LargeMapGrowsAFewMembersAtEachInsertionNotAllAtOnce) {
   EXPECT_TRUE(map.resizing());
   EXPECT_EQ(map.bytesAllocated(), (4096u + 8192u) * (sizeof(KeyToId::Entry) + 1));
 
-  // 32 old slots move on at each insertion: the growth's own insertion and 127 more drain
+  // 8 old slots move on at each insertion: the growth's own insertion and 511 more drain
   // the 4096 old slots.
   U32 next = membersThatFill4096Slots + 1;
   U32 insertionsWhileResizing = 1;
@@ -225,7 +225,7 @@ TEST(HashMap, LargeMapGrowsAFewMembersAtEachInsertionNotAllAtOnce) {
     ++next;
     ++insertionsWhileResizing;
   }
-  EXPECT_EQ(insertionsWhileResizing, 128u);
+  EXPECT_EQ(insertionsWhileResizing, 512u);
   EXPECT_EQ(map.bytesAllocated(), 8192u * (sizeof(KeyToId::Entry) + 1));
   EXPECT_EQ(map.size(), next);
   for (U32 i = 0; i < next; ++i) ASSERT_EQ(map.get(keyNumber(i)), EntryId(i)) << i;
@@ -296,9 +296,9 @@ TEST(HashMap, ChurnAtASteadySizeClearsItsDeletedSlotsAFewAtATime) {
     ASSERT_EQ(map.capacity(), 8192u);
   }
   EXPECT_GT(resizes, 0u);
-  // Each resize drains 8192 old slots, 32 at each insertion: it is still draining after 255
-  // insertions, and the 256th empties the old table.
-  EXPECT_EQ(longestResize, 8192u / 32 - 1);
+  // Each resize drains 8192 old slots, 8 at each insertion: it is still draining after 1023
+  // insertions, and the 1024th empties the old table.
+  EXPECT_EQ(longestResize, 8192u / 8 - 1);
   for (U32 i = 100000; i < members + 100000; ++i) ASSERT_EQ(map.get(i), i) << i;
   EXPECT_FALSE(map.has(99999));
 }
