@@ -199,9 +199,9 @@ struct SimulateCommand {
         ->capture_default_str();
     sim.add_option("--steps", table.maxRecursiveSteps,
                    "maxRecursiveSteps, the chain depth: how many displacements deep one placement's chain may go; "
-                   "depth-first up to 5 single-width / 4 multi-width (3 in two-bucket mode), breadth-first up to 8 "
-                   "(the largest measured) / 4 (3) keep every placement under 1 ms on a 2-core machine; see "
-                   "docs/capacity.md")
+                   "depth-first up to 5 single-width / 4 multi-width (3 in two-bucket mode) keep every placement "
+                   "under 1 ms on a 2-core machine, breadth-first every budget measured (8 / 6: its work is "
+                   "bounded); see docs/capacity.md")
         ->transform(wholeNumber<U32>(0, 16))
         ->capture_default_str();
     sim.add_option("--move-search", moveSearch,
@@ -355,8 +355,8 @@ struct SweepCommand {
     command->add_option(
         "--steps", steps,
         "chain depths (maxRecursiveSteps) for every table, e.g. 0-8 or 1,2,3,8, each in 0..16 "
-        "(default: 0-8 single-width, 3-5 multi-width); depth-first up to 5 single-width / 4 multi-width, "
-        "breadth-first up to 8 / 4 keep every placement under 1 ms on a 2-core machine "
+        "(default: 0-8 single-width, 3-5 multi-width); depth-first up to 5 single-width / 4 multi-width "
+        "keep every placement under 1 ms on a 2-core machine, breadth-first every budget measured (8 / 6) "
         "(docs/capacity.md)");
     command->add_option("--move-search", searches,
                         "move searches, comma-separated: depth-first (or depthFirst), breadth-first (or "
