@@ -102,18 +102,10 @@ PassTimes nearFullPass(const TableSpec& shape, bool doubleEntryTwoBucketMode, co
   }
   std::mt19937_64 pick(seed);
   for (U64 i = 0; i < limits.churnRequests && next < keys.size() && !placed.empty() && more(); ++i) {
-    const std::size_t victim = pick() % placed.size();
-    t->config().configDel(placed[victim]);
-    const HashEntryKey& k = keys[next++];
-    times.churn.push_back(placementTime(*t, k));
-    timed += times.churn.back();
-    if (t->status().status(k).isValid()) {
-      placed[victim] = k;
-    } else {
-      t->config().configDel(k);
-      placed[victim] = placed.back();
-      placed.pop_back();
-    }
+    churnOnce(*t, placed, pick, keys[next++], [&](const HashEntryKey& k) {
+      times.churn.push_back(placementTime(*t, k));
+      timed += times.churn.back();
+    });
   }
   times.cut = timed / 1e9 >= limits.maxSeconds;
   times.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - passStart).count();

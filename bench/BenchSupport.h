@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,24 @@ std::vector<HashEntryKey> keysFor(const mht::WidthMix& mix, std::size_t n, U64 k
 // Returns the keys placed.
 std::vector<HashEntryKey> fillTo(TableSession& t, const std::vector<HashEntryKey>& keys, std::size_t& next,
                                  U64 targetSlots);
+
+// One step of churn near full: deletes a random placed key and requests `key` through
+// `request` (a plain configIs, or one that times it). The new key takes the deleted one's
+// place in `placed`; a key without room is withdrawn and `placed` shrinks.
+template <class Request>
+void churnOnce(TableSession& t, std::vector<HashEntryKey>& placed, std::mt19937_64& pick, const HashEntryKey& key,
+               Request&& request) {
+  const std::size_t victim = pick() % placed.size();
+  t.config().configDel(placed[victim]);
+  request(key);
+  if (t.status().status(key).isValid()) {
+    placed[victim] = key;
+  } else {
+    t.config().configDel(key);
+    placed[victim] = placed.back();
+    placed.pop_back();
+  }
+}
 
 // 16384 buckets a bank; MHT_BENCH_BUCKETS=N makes it N, as the test suite's quick pass
 // (bench_smoke) does to run every benchmark once on a small table.

@@ -149,17 +149,7 @@ void BM_Churn(benchmark::State& state, TableKind kind, MoveSearch search = MoveS
     std::mt19937_64 pick(seed);
     state.ResumeTiming();
     for (U64 i = 0; i < pairs && next < keys.size(); ++i) {
-      const std::size_t victim = pick() % placed.size();
-      t->config().configDel(placed[victim]);
-      const HashEntryKey& k = keys[next++];
-      t->config().configIs(k, EntryId());
-      if (t->status().status(k).isValid()) {
-        placed[victim] = k;
-      } else {
-        t->config().configDel(k);
-        placed[victim] = placed.back();
-        placed.pop_back();
-      }
+      churnOnce(*t, placed, pick, keys[next++], [&](const HashEntryKey& k) { t->config().configIs(k, EntryId()); });
     }
     state.PauseTiming();
     operations += pairs;
