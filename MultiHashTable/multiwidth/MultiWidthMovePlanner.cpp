@@ -22,6 +22,11 @@ namespace {
 
 U64 visitKey(const SlotRun& run) { return (U64{run.position()} << 8) | run.width; }
 
+// Whether no entry stands in any slot of the run: its bucket's occupancy tells it.
+bool runFree(const MultiEntryTypeBank& b, const SlotRun& run) noexcept {
+  return !BucketState(b.bucket(run.bucket)).covers(run.mask());
+}
+
 }  // namespace
 
 // A run is visited when it is enqueued, at most maxMoveSearchSlots times; a move fails after
@@ -103,33 +108,30 @@ bool MultiWidthMovePlanner::shortestChain(Search& s, const HashEntryKey& key, Sl
   for (U32 i = 0; i < chainNodes_.size() && s.runsExamined < maxMoveSearchRuns; ++i) {
     const ChainNode node = chainNodes_[i];
     SlotRun target;
-    const bool found = s.table.forEachCandidateRun(s.table.posToKey(node.occupant.position()), node.moves,
-                                                   [&](const MultiEntryTypeBank& b, const SlotRun& run) {
-                                                     if (s.runsExamined >= maxMoveSearchRuns) return false;
-                                                     ++s.runsExamined;
-                                                     // Neither where the entry stands nor any slot that the chain
-                                                     // empties.
-                                                     if (run == node.occupant || chainCrosses(i, run)) return false;
-                                                     if (node.moves == s.table.maxRecursiveSteps()) {
-                                                       // The last level enqueues nothing: only a free run ends the
-                                                       // chain there, and the bucket's occupancy tells it without
-                                                       // reading who stands in the run.
-                                                       if (BucketState(b.bucket(run.bucket)).covers(run.mask()))
-                                                         return false;
-                                                       target = run;
-                                                       return true;
-                                                     }
-                                                     const Occupants occupants = occupantsOf(s, b, run);
-                                                     if (!occupants.movable || occupants.count > 1) return false;
-                                                     if (occupants.count == 0) {
-                                                       target = run;
-                                                       return true;
-                                                     }
-                                                     if (!chainCrosses(i, occupants.entries[0])) {
-                                                       enqueue(run, occupants.entries[0], i, node.moves + 1);
-                                                     }
-                                                     return false;
-                                                   });
+    // Each run the entry could move to: a free one ends the chain, one that a single entry
+    // stands in is a node of the next level.
+    const auto examine = [&](const MultiEntryTypeBank& b, const SlotRun& run) {
+      if (s.runsExamined >= maxMoveSearchRuns) return false;
+      ++s.runsExamined;
+      // Neither where the entry stands nor any slot that the chain empties.
+      if (run == node.occupant || chainCrosses(i, run)) return false;
+      if (node.moves == s.table.maxRecursiveSteps()) {
+        // The last level enqueues nothing: only a free run ends the chain there, and the
+        // bucket's occupancy tells it without reading who stands in the run.
+        if (!runFree(b, run)) return false;
+        target = run;
+        return true;
+      }
+      const Occupants occupants = occupantsOf(s, b, run);
+      if (!occupants.movable || occupants.count > 1) return false;
+      if (occupants.count == 0) {
+        target = run;
+        return true;
+      }
+      if (!chainCrosses(i, occupants.entries[0])) enqueue(run, occupants.entries[0], i, node.moves + 1);
+      return false;
+    };
+    const bool found = s.table.forEachCandidateRun(s.table.posToKey(node.occupant.position()), node.moves, examine);
     if (!found) continue;
     // From the free end backwards: each entry into the run that the next one leaves.
     for (U32 j = i; j != noParent; j = chainNodes_[j].parent) {
@@ -218,7 +220,7 @@ MultiWidthMovePlanner::Outcome MultiWidthMovePlanner::planMoveOut(Search& s, con
       s.table.forEachCandidateRun(moving, depth, [&](const MultiEntryTypeBank& b, const SlotRun& run) {
         if (s.runsExamined >= maxMoveSearchRuns) return false;
         ++s.runsExamined;
-        if (BucketState(b.bucket(run.bucket)).covers(run.mask()) || reservedOverlaps(run)) return false;
+        if (!runFree(b, run) || reservedOverlaps(run)) return false;
         free = run;
         return true;
       });
