@@ -5,27 +5,21 @@
 
 namespace TesselCentral {
 
-namespace {
-
-// The set of slots seen mixes its own constant into the process seed.
-constexpr U32 visitedSeed = 0x5EA2C4EDu;
-
-}  // namespace
-
-SingleWidthMovePlanner::SingleWidthMovePlanner() : visited_(visitedSeed) {}
+// Each slot the search visits is examined, so it visits at most maxMoveSearchSlots.
+SingleWidthMovePlanner::SingleWidthMovePlanner() : visited_(maxMoveSearchSlots) {}
 
 void SingleWidthMovePlanner::visit(EntryId eId, U32 bank, U32 parent, U32 moves) {
   if (nodes_.size() >= maxMoveSearchSlots) {
     cutShort_ = true;
     return;
   }
-  if (!visited_.findOrInsert(eId).second) return;
+  if (!visited_.findOrInsert(eId.value()).second) return;
   nodes_.push_back(Node{eId, bank, parent, moves});
 }
 
 bool SingleWidthMovePlanner::plan(const MultiHashTable& table, const HashEntryKey& key, U32 maxMoves) {
   nodes_.clear();
-  visited_.delAll();
+  visited_.newSearch();
   chain_.clear();
   cutShort_ = false;
   const U32 slots = table.numBucketEntries();

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "MultiHashTable/MultiHashTableTypes.h"
-#include "MultiHashTable/fwk/Collection.h"
+#include "MultiHashTable/SearchScratchMap.h"
 
 namespace TesselCentral {
 
@@ -49,7 +49,7 @@ class SingleWidthMovePlanner {
 
   // Kept between searches, so that a search allocates only while they grow to their largest.
   std::vector<Node> nodes_;
-  Fwk::HashMap<EntryId, bool> visited_;
+  SearchScratchMap<bool> visited_;  // by slot id, per search
   std::vector<EntryId> chain_;
   bool cutShort_ = false;
 };
