@@ -46,6 +46,17 @@ std::vector<HashEntryKey> fillTo(TableSession& t, const std::vector<HashEntryKey
   return placed;
 }
 
+std::size_t writeTo(TableSession& t, const std::vector<HashEntryKey>& keys, std::size_t& next, U64 targetSlots) {
+  const std::size_t first = next;
+  for (U64 used = t.slotsUsed(); used < targetSlots && next < keys.size();) {
+    t.config().configIs(keys[next++], EntryId());
+    const U64 now = t.slotsUsed();
+    if (now == used) break;  // no room for the key
+    used = now;
+  }
+  return next - first;
+}
+
 std::int64_t bucketsFromEnvironment() {
   const char* text = std::getenv("MHT_BENCH_BUCKETS");
   if (text == nullptr || *text == '\0') return 16384;

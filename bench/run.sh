@@ -5,7 +5,12 @@
 # one benchmark alone. The budget's cost (BudgetCostBench.cpp) takes minutes and is left
 # out; `--budget-cost` runs it alone, once, and prints its tables as docs/capacity.md shows
 # them.
-#   bench/run.sh [extra benchmark options, e.g. --benchmark_filter=Place]
+# `--recycled-memory` keeps the memory the process frees for its next allocations (glibc's
+# mmap and trim thresholds raised): every benchmark that builds a table per iteration then
+# reuses the pages of the previous one instead of faulting in fresh ones, which on a virtual
+# machine cost microseconds each and weigh on the table's many collections more than on the
+# plain map's. The default leaves malloc as an agent has it.
+#   bench/run.sh [--recycled-memory] [extra benchmark options, e.g. --benchmark_filter=Place]
 #   bench/run.sh --budget-cost [extra benchmark options]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -19,6 +24,10 @@ if [[ "${1:-}" == "--budget-cost" ]]; then
     --benchmark_out_format=json "$@" >/dev/null
   python3 bench/budget_cost.py "$out"
   exit
+fi
+if [[ "${1:-}" == "--recycled-memory" ]]; then
+  shift
+  export GLIBC_TUNABLES=glibc.malloc.mmap_threshold=1073741824:glibc.malloc.trim_threshold=4294967296
 fi
 out=build/release/bench/results.json
 build/release/bench/mht_bench --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true \
