@@ -201,7 +201,7 @@ struct SimulateCommand {
                    "maxRecursiveSteps, the chain depth: how many displacements deep one placement's chain may go; "
                    "depth-first up to 5 single-width / 4 multi-width (3 in two-bucket mode) keep every placement "
                    "under 1 ms on a 2-core machine, breadth-first every budget measured (8 / 6: its work is "
-                   "bounded); see docs/capacity.md")
+                   "bounded, multi-width near 1 ms at its bound); see docs/capacity.md")
         ->transform(wholeNumber<U32>(0, 16))
         ->capture_default_str();
     sim.add_option("--move-search", moveSearch,
@@ -356,8 +356,8 @@ struct SweepCommand {
         "--steps", steps,
         "chain depths (maxRecursiveSteps) for every table, e.g. 0-8 or 1,2,3,8, each in 0..16 "
         "(default: 0-8 single-width, 3-5 multi-width); depth-first up to 5 single-width / 4 multi-width "
-        "keep every placement under 1 ms on a 2-core machine, breadth-first every budget measured (8 / 6) "
-        "(docs/capacity.md)");
+        "keep every placement under 1 ms on a 2-core machine, breadth-first every budget measured (8 / 6, "
+        "multi-width near 1 ms at its bound) (docs/capacity.md)");
     command->add_option("--move-search", searches,
                         "move searches, comma-separated: depth-first (or depthFirst), breadth-first (or "
                         "breadthFirst) (default: both)");
