@@ -492,4 +492,26 @@ TEST(HashMap, CountedPointerValuesAreDroppedWhenTheMapIsDestroyed) {
   EXPECT_EQ(destroyed, 20);
 }
 
+// Control arrays do not come from operator new; the count of their bytes is what a memory
+// measurement adds to it. Each table has one control byte per slot and 16 mirrored ones.
+TEST(HashMap, ControlBytesAreCountedWhileTheMapHoldsThem) {
+  const std::size_t before = Fwk::collectionControlBytes();
+  {
+    Fwk::HashMap<U32, U32> map(7);
+    EXPECT_EQ(Fwk::collectionControlBytes(), before);
+    for (U32 i = 0; i < 100; ++i) map.is(i, i);
+    ASSERT_FALSE(map.resizing());
+    EXPECT_EQ(Fwk::collectionControlBytes(), before + map.capacity() + 16);
+    // A large map while it drains holds both tables' control bytes.
+    for (U32 i = 100; !map.resizing(); ++i) map.is(i, i);
+    const std::size_t bothTables = Fwk::collectionControlBytes() - before;
+    EXPECT_GT(bothTables, map.capacity() + 16);
+    map.reserve(map.size());
+    EXPECT_EQ(Fwk::collectionControlBytes(), before + map.capacity() + 16);
+    map.delAll();
+    EXPECT_EQ(Fwk::collectionControlBytes(), before + map.capacity() + 16);
+  }
+  EXPECT_EQ(Fwk::collectionControlBytes(), before);
+}
+
 }  // namespace
