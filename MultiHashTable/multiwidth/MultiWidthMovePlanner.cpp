@@ -32,9 +32,8 @@ bool runFree(const MultiEntryTypeBank& b, const SlotRun& run) noexcept {
 // A run is visited when it is enqueued, at most maxMoveSearchSlots times; a move fails after
 // a run is examined, or on its way back from a search at its bound, a few times at each
 // depth of that search.
-MultiWidthMovePlanner::MultiWidthMovePlanner() : visitedRuns_(maxMoveSearchSlots), failedMoves_(2 * maxMoveSearchRuns) {
-  chainNodes_.reserve(maxMoveSearchSlots);
-}
+MultiWidthMovePlanner::MultiWidthMovePlanner()
+    : visitedRuns_(maxMoveSearchSlots), failedMoves_(2 * maxMoveSearchRuns) {}
 
 MultiWidthMovePlanner::Occupants MultiWidthMovePlanner::occupantsOf(const Search& s, const MultiEntryTypeBank& b,
                                                                     const SlotRun& run) noexcept {
@@ -93,6 +92,8 @@ bool MultiWidthMovePlanner::shortestChain(Search& s, const HashEntryKey& key, Sl
   // candidates, then the runs their entries could move to, level by level. At most
   // maxMoveSearchSlots runs are enqueued, and the search stops at maxMoveSearchRuns runs
   // examined, which leaves nothing to the plans of fewer moves after it.
+  // Taken at the first search: a table that never searches breadth first does not hold it.
+  if (chainNodes_.capacity() == 0) chainNodes_.reserve(maxMoveSearchSlots);
   chainNodes_.clear();
   chainPlan_.clear();
   visitedRuns_.newSearch();
