@@ -32,28 +32,35 @@ std::vector<HashEntryKey> keysFor(const mht::WidthMix& mix, std::size_t n, U64 k
   return keys;
 }
 
+namespace {
+
+// Requests keys from `next` on until the placed keys cover `targetSlots` or a key finds no
+// room (its request stays); a placed key shows in the slots the table counts as used.
+template <class OnPlaced>
+void requestUntil(TableSession& t, const std::vector<HashEntryKey>& keys, std::size_t& next, U64 targetSlots,
+                  OnPlaced onPlaced) {
+  for (U64 used = t.slotsUsed(); used < targetSlots && next < keys.size();) {
+    const HashEntryKey& k = keys[next++];
+    t.config().configIs(k, EntryId());
+    const U64 now = t.slotsUsed();
+    if (now == used) break;  // no room for the key
+    used = now;
+    onPlaced(k);
+  }
+}
+
+}  // namespace
+
 std::vector<HashEntryKey> fillTo(TableSession& t, const std::vector<HashEntryKey>& keys, std::size_t& next,
                                  U64 targetSlots) {
   std::vector<HashEntryKey> placed;
-  U64 used = t.slotsUsed();
-  while (used < targetSlots && next < keys.size()) {
-    const HashEntryKey& k = keys[next++];
-    t.config().configIs(k, EntryId());
-    if (!t.status().status(k).isValid()) break;
-    used += t.widthOf(k);
-    placed.push_back(k);
-  }
+  requestUntil(t, keys, next, targetSlots, [&](const HashEntryKey& k) { placed.push_back(k); });
   return placed;
 }
 
 std::size_t writeTo(TableSession& t, const std::vector<HashEntryKey>& keys, std::size_t& next, U64 targetSlots) {
   const std::size_t first = next;
-  for (U64 used = t.slotsUsed(); used < targetSlots && next < keys.size();) {
-    t.config().configIs(keys[next++], EntryId());
-    const U64 now = t.slotsUsed();
-    if (now == used) break;  // no room for the key
-    used = now;
-  }
+  requestUntil(t, keys, next, targetSlots, [](const HashEntryKey&) {});
   return next - first;
 }
 

@@ -43,9 +43,8 @@ std::vector<HashEntryKey> keysFor(const mht::WidthMix& mix, std::size_t n, U64 k
 std::vector<HashEntryKey> fillTo(TableSession& t, const std::vector<HashEntryKey>& keys, std::size_t& next,
                                  U64 targetSlots);
 
-// fillTo's requests and nothing else: the results are not read back and the keys not kept,
-// so that a timed fill times the client's writes alone (a placed key shows in the slots the
-// table counts as used). Returns how many requests were written.
+// fillTo's requests and nothing else: the keys are not kept, so that a timed fill times the
+// client's writes alone. Returns how many requests were written.
 std::size_t writeTo(TableSession& t, const std::vector<HashEntryKey>& keys, std::size_t& next, U64 targetSlots);
 
 // One step of churn near full: deletes a random placed key and requests `key` through

@@ -92,7 +92,9 @@ bool MultiWidthMovePlanner::shortestChain(Search& s, const HashEntryKey& key, Sl
   // candidates, then the runs their entries could move to, level by level. At most
   // maxMoveSearchSlots runs are enqueued, and the search stops at maxMoveSearchRuns runs
   // examined, which leaves nothing to the plans of fewer moves after it.
-  // Taken at the first search: a table that never searches breadth first does not hold it.
+  //
+  // The queue is taken at the first search: a table that never searches breadth first does
+  // not hold it.
   if (chainNodes_.capacity() == 0) chainNodes_.reserve(maxMoveSearchSlots);
   chainNodes_.clear();
   chainPlan_.clear();
